@@ -1,0 +1,134 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <ctime>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "AsyncTransferAgentManager.h"
+#include "LockableUtils.h"
+#include "ThreadAnnotations.h"
+#include "Utils.h"
+
+namespace VORTAN_MW {
+
+// Stands for "the manager's mutex is held" in clang's thread-safety analysis. It has no content:
+// the mutex stays a plain std::mutex, which the analysis does not know.
+class VORTAN_CAPABILITY("role") MutexHeld
+{
+};
+
+// What a manager knows, and the one mutex that guards it.
+struct AsyncTransferAgentManager::State
+{
+    using JobTable = std::map<std::uint64_t, TransferJob>;
+    using ThreadTable = std::map<std::thread::id, UTILS::ScopedExceptionSafeThread>;
+    using SleeperTable = std::map<std::uint64_t, std::unique_ptr<std::condition_variable>>;
+
+    MutexHeld held;
+
+    // Everything but the mutex is guarded by it. Once terminating is set, no worker changes the
+    // thread table or the sleeper table any more, so that the destructor may walk both without the
+    // mutex. The job table comes first because it must be destroyed last.
+    JobTable jobs VORTAN_GUARDED_BY(held);
+    std::uint64_t nextHandle VORTAN_GUARDED_BY(held) = 0;
+    std::mutex mutex;
+    // One entry for each worker that has not taken its leave.
+    ThreadTable threads VORTAN_GUARDED_BY(held);
+    // One entry for each worker in an interruptible wait.
+    SleeperTable sleepers VORTAN_GUARDED_BY(held);
+    bool terminating VORTAN_GUARDED_BY(held) = false;
+
+    // Checks at run time that the mutex is held, and tells the compile-time analysis so. A failed
+    // check is logged with the place that asked, and returns false.
+    bool AssertHeld(const Lock& lock, const char* file, int line) const VORTAN_ASSERT_HELD(held)
+    {
+        return UTILS::AssertIsLockedAt(lock, file, line);
+    }
+
+    // Makes an entry for the thread table ahead of the thread: nothing may fail between starting a
+    // thread and filing it.
+    static ThreadTable::node_type NewThreadEntry()
+    {
+        ThreadTable staging;
+        staging.try_emplace(std::thread::id());
+        return staging.extract(staging.begin());
+    }
+
+    // Registers a wait. Returns false if the handle has one already. During shutdown nothing is
+    // registered, as Sleep will not wait.
+    bool AddSleeper(std::uint64_t handle) VORTAN_REQUIRES(held)
+    {
+        return terminating ||
+               sleepers.emplace(handle, std::make_unique<std::condition_variable>()).second;
+    }
+
+    // Waits once, without the mutex. Returns true if the wait ended early, for whatever reason.
+    bool Sleep(Lock& lock, std::uint64_t handle, std::int64_t milliseconds) VORTAN_REQUIRES(held)
+    {
+        return terminating || sleepers.at(handle)->wait_for(lock, ClampToClock(milliseconds)) ==
+                                  std::cv_status::no_timeout;
+    }
+
+    void RemoveSleeper(std::uint64_t handle) VORTAN_REQUIRES(held)
+    {
+        if (!terminating) {
+            sleepers.erase(handle);
+        }
+    }
+
+    // The tables for the destructor's walk, once terminating is set.
+    SleeperTable& SleepersAtShutdown() VORTAN_NO_THREAD_ANALYSIS { return sleepers; }
+    ThreadTable& ThreadsAtShutdown() VORTAN_NO_THREAD_ANALYSIS { return threads; }
+
+    // The wait that can be added to the steady clock without overflow of the clock, nor of the
+    // seconds that the system call takes, which have 32 bits on small systems. Never below 0.
+    static std::chrono::milliseconds ClampToClock(std::int64_t milliseconds)
+    {
+        using Clock = std::chrono::steady_clock;
+        using std::chrono::duration_cast;
+        using std::chrono::seconds;
+        const seconds last =
+            std::min(duration_cast<seconds>(Clock::duration::max()),
+                     seconds(std::int64_t{std::numeric_limits<std::time_t>::max()}));
+        const auto now = duration_cast<seconds>(Clock::now().time_since_epoch());
+        const std::chrono::milliseconds longest = last - now - seconds(1);
+        return std::clamp(std::chrono::milliseconds(milliseconds), std::chrono::milliseconds(0),
+                          longest);
+    }
+
+    // Holds the mutex for a scope.
+    class VORTAN_SCOPED_CAPABILITY MutexScope
+    {
+    public:
+        explicit MutexScope(State& state) VORTAN_ACQUIRE(state.held) : m_Lock(state.mutex) {}
+        ~MutexScope() VORTAN_RELEASE() {}
+
+        Lock& Get() { return m_Lock; }
+
+    private:
+        Lock m_Lock;
+    };
+
+    // Gives the mutex up for a scope, in which the client's code runs.
+    class VORTAN_SCOPED_CAPABILITY MutexGap
+    {
+    public:
+        MutexGap(Lock& lock, const MutexHeld& held) VORTAN_RELEASE(held) : m_Unlock(lock)
+        {
+            static_cast<void>(held);
+        }
+        ~MutexGap() noexcept(false) VORTAN_RELEASE() {}
+
+    private:
+        UTILS::ScopedUnlock m_Unlock;
+    };
+};
+
+}  // namespace VORTAN_MW

@@ -1,0 +1,298 @@
+#include "CurlEasyHandler.h"
+
+// The fixed list of options has one that libcurl calls deprecated, CURLOPT_PUT.
+#define CURL_DISABLE_DEPRECATION
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <type_traits>
+#include <utility>
+
+#include "CurlEasyHandlerFactory.h"
+#include "Utils.h"
+
+namespace VORTAN_MW {
+
+namespace {
+
+using TransferDetail = ITransferHandler::TransferDetail;
+
+struct EasyHandleDeleter
+{
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+using EasyHandle = std::unique_ptr<CURL, EasyHandleDeleter>;
+
+struct HeaderListDeleter
+{
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, HeaderListDeleter>;
+
+// The exception that a callback of the transfer running on this thread has kept for DoTransfer.
+// Nested: a client's callback may itself use a handler.
+class PendingException
+{
+public:
+    PendingException() : m_Outer(std::exchange(s_Current, this)) {}
+    PendingException(const PendingException&) = delete;
+    PendingException& operator=(const PendingException&) = delete;
+    ~PendingException() { s_Current = m_Outer; }
+
+    void RethrowIfAny() const
+    {
+        if (m_Exception) {
+            std::rethrow_exception(m_Exception);
+        }
+    }
+
+    // Called in a catch block: keeps the exception, the first one if there are several. With no
+    // transfer on this thread there is nobody to keep it for: it goes on to the caller.
+    static void Keep()
+    {
+        if (!s_Current) {
+            throw;
+        }
+        if (!s_Current->m_Exception) {
+            s_Current->m_Exception = std::current_exception();
+        }
+    }
+
+private:
+    static thread_local PendingException* s_Current;
+
+    PendingException* m_Outer;
+    std::exception_ptr m_Exception;
+};
+
+thread_local PendingException* PendingException::s_Current = nullptr;
+
+// A variadic argument of the wrong width goes wrong on 32 bits: only the types that libcurl reads
+// pass. The result is ignored, as a request goes out with the options that this libcurl knows.
+template <typename T>
+void SetOption(CURL* handle, CURLoption option, T value)
+{
+    static_assert(std::is_same_v<T, long> || std::is_same_v<T, curl_off_t> ||
+                      std::is_same_v<T, const char*> || std::is_same_v<T, void*> ||
+                      std::is_same_v<T, curl_slist*> || std::is_same_v<T, curl_read_callback> ||
+                      std::is_same_v<T, curl_write_callback>,
+                  "not a type that libcurl reads");
+    static_cast<void>(curl_easy_setopt(handle, option, value));
+}
+
+// libcurl's user pointers are not const; the detail changes only in its mutable member.
+void* UserPointer(const TransferDetail& detail)
+{
+    return const_cast<TransferDetail*>(&detail);
+}
+
+bool PrepareDelivery(ITransferHandler::Bytes* buffer,
+                     const ITransferHandler::ChunkCallback& callback)
+{
+    if (buffer) {
+        buffer->clear();
+        return true;
+    }
+    return static_cast<bool>(callback);
+}
+
+void SetUpload(CURL* handle, const TransferDetail& detail)
+{
+    SetOption<curl_read_callback>(handle, CURLOPT_READFUNCTION,
+                                  &CurlEasyHandler::s_ReadBodyCallback);
+    SetOption(handle, CURLOPT_READDATA, UserPointer(detail));
+    SetOption(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(detail.requestBody.size()));
+}
+
+void SetMethod(CURL* handle, const TransferDetail& detail)
+{
+    using HttpMethod = ITransferHandler::Configuration::HttpMethod;
+    switch (detail.method) {
+        case HttpMethod::EhttpGet:
+            SetOption(handle, CURLOPT_HTTPGET, 1L);
+            break;
+        case HttpMethod::EhttpHead:
+            SetOption(handle, CURLOPT_NOBODY, 1L);
+            break;
+        case HttpMethod::EhttpPost:
+            SetOption(handle, CURLOPT_POST, 1L);
+            SetUpload(handle, detail);
+            SetOption(handle, CURLOPT_POSTREDIR, long{CURL_REDIR_POST_ALL});
+            break;
+        case HttpMethod::EhttpPut:  // without a redirect option, on purpose
+            SetOption(handle, CURLOPT_UPLOAD, 1L);
+            SetOption(handle, CURLOPT_PUT, 1L);
+            SetUpload(handle, detail);
+            break;
+        case HttpMethod::Default:
+        default:
+            break;
+    }
+}
+
+void SetDelivery(CURL* handle, const TransferDetail& detail, bool wantHeader, bool wantBody)
+{
+    if (wantHeader) {
+        SetOption<curl_write_callback>(handle, CURLOPT_HEADERFUNCTION,
+                                       &CurlEasyHandler::s_WriteHeaderCallback);
+        SetOption(handle, CURLOPT_HEADERDATA, UserPointer(detail));
+    }
+    if (wantBody) {
+        SetOption<curl_write_callback>(handle, CURLOPT_WRITEFUNCTION,
+                                       &CurlEasyHandler::s_WriteBodyCallback);
+        SetOption(handle, CURLOPT_WRITEDATA, UserPointer(detail));
+    } else {
+        SetOption(handle, CURLOPT_NOBODY, 1L);
+    }
+}
+
+void SetConduct(CURL* handle, const TransferDetail& detail)
+{
+    SetOption<const char*>(handle, CURLOPT_USERAGENT, "libcurl-agent/1.0");
+    SetOption(handle, CURLOPT_FAILONERROR, long{detail.failOnError});
+    SetOption(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    SetOption<const char*>(handle, CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can decode
+}
+
+// A line that cannot be appended is left out; the list so far stays.
+void AppendLine(HeaderList& list, const std::string& line)
+{
+    if (curl_slist* const longer = curl_slist_append(list.get(), line.c_str())) {
+        static_cast<void>(list.release());
+        list.reset(longer);
+    }
+}
+
+HeaderList MakeHeaderList(const TransferDetail& detail)
+{
+    HeaderList list;
+    AppendLine(list, "Cache-control: no-cache");
+    for (const auto& [name, value] : detail.headers) {
+        AppendLine(list, name + ": " + value);
+    }
+    return list;
+}
+
+// Initialises libcurl once, on first use, for the rest of the process.
+class InitGlobalCurlEasy
+{
+public:
+    static void InitialiseCurl() { static const InitGlobalCurlEasy curl; }
+
+    InitGlobalCurlEasy(const InitGlobalCurlEasy&) = delete;
+    InitGlobalCurlEasy& operator=(const InitGlobalCurlEasy&) = delete;
+
+private:
+    InitGlobalCurlEasy() { curl_global_init(CURL_GLOBAL_ALL); }
+    ~InitGlobalCurlEasy() { curl_global_cleanup(); }
+};
+
+}  // namespace
+
+// The options are set in one fixed order.
+ITransferHandler::Result CurlEasyHandler::DoTransfer(const TransferDetail& detail) const
+{
+    LOG_DEBUG("url: " << detail.url);
+    Result result;
+    const EasyHandle handle(curl_easy_init());
+    if (!handle) {
+        return result;
+    }
+    const bool wantHeader = PrepareDelivery(detail.headerBuffer, detail.headerCallback);
+    const bool wantBody = PrepareDelivery(detail.dataBuffer, detail.dataCallback) &&
+                          detail.method != Configuration::HttpMethod::EhttpHead;
+
+    SetOption(handle.get(), CURLOPT_URL, detail.url.c_str());
+    SetMethod(handle.get(), detail);
+    SetDelivery(handle.get(), detail, wantHeader, wantBody);
+    SetConduct(handle.get(), detail);
+    HeaderList headers = MakeHeaderList(detail);
+    SetOption(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+
+    const PendingException pending;
+    const CURLcode code = curl_easy_perform(handle.get());
+    headers.reset();
+    pending.RethrowIfAny();
+
+    result.httpCode = std::make_unique<long>(0);
+    curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, result.httpCode.get());
+    result.success = code == CURLE_OK;
+    if (!result.success) {
+        LOG_ERROR("curl_easy_perform() failed: '" << curl_easy_strerror(code)
+                                                  << "', http-code: " << *result.httpCode
+                                                  << " accessing " << detail.url.c_str());
+    }
+    return result;
+}
+
+std::size_t CurlEasyHandler::s_ReadBodyCallback(char* buffer, std::size_t size, std::size_t nmemb,
+                                                void* userdata)
+try {
+    const auto* const detail = static_cast<const TransferDetail*>(userdata);
+    if (!detail) {
+        return 0;
+    }
+    const std::size_t remain = detail->requestBody.size() - detail->bodyOffset;
+    const std::size_t bufferSize = size * nmemb;
+    LOG_DEBUG("remain: " << remain << " buffer-size: " << bufferSize);
+    const std::size_t count = std::min(bufferSize, remain);
+    if (count > 0) {
+        std::memcpy(buffer, detail->requestBody.data() + detail->bodyOffset, count);
+        detail->bodyOffset += count;
+    }
+    return count;
+} catch (...) {
+    PendingException::Keep();
+    return CURL_READFUNC_ABORT;  // 0 would end the upload short and leave the server waiting
+}
+
+std::size_t CurlEasyHandler::s_WriteHeaderCallback(char* data, std::size_t size, std::size_t nmemb,
+                                                   void* userdata)
+try {
+    return s_WriteCallback(data, size * nmemb, static_cast<const TransferDetail*>(userdata), true);
+} catch (...) {
+    PendingException::Keep();
+    return 0;
+}
+
+std::size_t CurlEasyHandler::s_WriteBodyCallback(char* data, std::size_t size, std::size_t nmemb,
+                                                 void* userdata)
+try {
+    return s_WriteCallback(data, size * nmemb, static_cast<const TransferDetail*>(userdata), false);
+} catch (...) {
+    PendingException::Keep();
+    return 0;
+}
+
+std::size_t CurlEasyHandler::s_WriteCallback(const void* data, std::size_t size,
+                                             const TransferDetail* detail, bool isHeader)
+{
+    if (!detail) {
+        return 0;
+    }
+    // Ranges of bytes: libstdc++ copies a range of char into a vector of bytes one by one.
+    const auto* const first = static_cast<const std::uint8_t*>(data);
+    const auto* const last = first + size;
+    Bytes* const buffer = isHeader ? detail->headerBuffer : detail->dataBuffer;
+    const ChunkCallback& callback = isHeader ? detail->headerCallback : detail->dataCallback;
+    if (buffer && static_cast<std::ptrdiff_t>(size) >= 1) {
+        buffer->insert(buffer->end(), first, last);
+    }
+    if (!callback || callback(std::make_unique<Bytes>(first, last), detail->userData)) {
+        return size;
+    }
+    LOG_DEBUG("callback failed processing: " << detail->url);
+    return 0;
+}
+
+std::unique_ptr<ITransferHandler> CurlEasyHandlerFactory::Create()
+{
+    InitGlobalCurlEasy::InitialiseCurl();
+    return std::make_unique<CurlEasyHandler>();
+}
+
+CurlEasyHandlerFactory::~CurlEasyHandlerFactory() = default;
+
+}  // namespace VORTAN_MW

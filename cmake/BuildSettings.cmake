@@ -1,0 +1,32 @@
+# How everything here is compiled.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+
+option(VORTAN_WARNINGS_AS_ERRORS "Stop at the first warning" OFF)
+set(VORTAN_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize=")
+
+find_package(Boost REQUIRED)
+find_package(CURL REQUIRED)
+find_package(Threads REQUIRED)
+
+# Our own code is held to these; the headers of others are not.
+add_library(vortan_build_settings INTERFACE)
+target_compile_options(vortan_build_settings INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<BOOL:${VORTAN_WARNINGS_AS_ERRORS}>:-Werror>)
+
+if(VORTAN_SANITIZE)
+    add_compile_options(-fsanitize=${VORTAN_SANITIZE} -fno-omit-frame-pointer
+                        -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${VORTAN_SANITIZE})
+endif()

@@ -1,0 +1,245 @@
+#pragma once
+
+#include <dlog.h>
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <locale>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <utility>
+
+// Logging. The argument is a chain of pieces joined with <<, as for a stream:
+//
+//     LOG_INFO("Registering header callback with handle: " << handle);
+//
+// A line goes to the main buffer of the platform log with the tag "VORTAN". It names the source
+// file without its folder, the function and the line. Nothing is filtered here. Any thread may log
+// at any time. Inside a lambda the function's name is "operator()".
+#define LOG_DEBUG(pieces) VORTAN_LOG(Debug, pieces)
+#define LOG_INFO(pieces) VORTAN_LOG(Info, pieces)
+#define LOG_WARN(pieces) VORTAN_LOG(Warn, pieces)
+#define LOG_ERROR(pieces) VORTAN_LOG(Error, pieces)
+
+// A chain of pieces cannot stand in parentheses.
+// NOLINTNEXTLINE(bugprone-macro-parentheses)
+#define VORTAN_LOG(level, pieces)                                                               \
+    do {                                                                                        \
+        constexpr const char* vortanLogFile = ::VORTAN_MW::UTILS::FileBaseName(__FILE__);       \
+        ::VORTAN_MW::UTILS::LogMessage vortanLogMessage;                                        \
+        vortanLogMessage << pieces;                                                             \
+        __dlog_print(::VORTAN_MW::UTILS::LogMainBuffer, ::VORTAN_MW::UTILS::LogPriority##level, \
+                     ::VORTAN_MW::UTILS::LogTag, ::VORTAN_MW::UTILS::LogFormat##level,          \
+                     vortanLogFile, __func__, __LINE__, vortanLogMessage.Text());               \
+    } while (false)
+
+namespace VORTAN_MW {
+namespace UTILS {
+
+// The platform log's numbers for its main buffer and its priorities, and the form of a line at each
+// of the four levels: plain, green, yellow, red.
+constexpr int LogMainBuffer = 0;
+constexpr int LogPriorityDebug = 3;
+constexpr int LogPriorityInfo = 4;
+constexpr int LogPriorityWarn = 5;
+constexpr int LogPriorityError = 6;
+constexpr char LogTag[] = "VORTAN";
+constexpr char LogFormatDebug[] = "%s: %s(%d) > %s";
+constexpr char LogFormatInfo[] = "%s: %s(%d) > \033[32m%s\033[0m";
+constexpr char LogFormatWarn[] = "%s: %s(%d) > \033[33m%s\033[0m";
+constexpr char LogFormatError[] = "%s: %s(%d) > \033[31m%s\033[0m";
+
+constexpr const char* FileBaseName(const char* path)
+{
+    const char* base = path;
+    for (const char* at = path; *at != '\0'; ++at) {
+        if (*at == '/') {
+            base = at + 1;
+        }
+    }
+    return base;
+}
+
+// The text of one log line. Pieces read as a default-formatted stream in the C locale writes them:
+// numbers in decimal, true and false as 1 and 0. The common types are appended without the cost of
+// a stream, which is most of what a log line would cost; any other goes through one.
+class LogMessage
+{
+public:
+    LogMessage& operator<<(const std::string& piece)
+    {
+        m_Text += piece;
+        return *this;
+    }
+
+    LogMessage& operator<<(const char* piece)
+    {
+        m_Text += piece;
+        return *this;
+    }
+
+    LogMessage& operator<<(char piece)
+    {
+        m_Text += piece;
+        return *this;
+    }
+
+    template <typename T>
+    LogMessage& operator<<(const T& piece)
+    {
+        if constexpr (std::is_same_v<T, bool>) {
+            m_Text += piece ? '1' : '0';
+        } else if constexpr (std::is_integral_v<T> && sizeof(T) > sizeof(char)) {
+            m_Text += std::to_string(piece);
+        } else {
+            std::ostringstream stream;
+            stream.imbue(std::locale::classic());
+            stream << piece;
+            m_Text += stream.str();
+        }
+        return *this;
+    }
+
+    const char* Text() const { return m_Text.c_str(); }
+
+private:
+    std::string m_Text;
+};
+
+// Runs an action when it goes out of scope, if it is armed. A copy is armed as its original is, and
+// leaves the original armed: then the action runs once for each of them.
+class ScopedAction
+{
+public:
+    // Armed. The action must not be empty when it is due: that ends the process.
+    explicit ScopedAction(std::function<void()> action) : m_Action(std::move(action)) {}
+
+    ScopedAction(const ScopedAction&) = default;
+    ScopedAction& operator=(const ScopedAction&) = default;
+
+    ~ScopedAction()
+    {
+        if (m_Armed) {
+            LOG_DEBUG("Executing action...");
+            m_Action();
+        } else {
+            LOG_DEBUG("Not executing action...");
+        }
+    }
+
+    void Disarm() { m_Armed = false; }
+
+private:
+    bool m_Armed = true;
+    std::function<void()> m_Action;
+};
+
+// Owns a thread. An exception that leaves the thread's function is logged before it ends the
+// process. Destruction joins: whoever destroys it must not hold a lock that the thread needs.
+class ScopedExceptionSafeThread
+{
+public:
+    // Owns no thread, so that a table entry can be made before the thread is started.
+    ScopedExceptionSafeThread() = default;
+
+    // Starts a thread that calls function(arguments...), both copied or moved into it. Throws
+    // std::system_error if no thread can be started.
+    template <typename Function, typename... Arguments,
+              typename = std::enable_if_t<
+                  !std::is_same_v<std::decay_t<Function>, ScopedExceptionSafeThread>>>
+    explicit ScopedExceptionSafeThread(Function&& function, Arguments&&... arguments)
+        : m_Thread(&ScopedExceptionSafeThread::Invoker<std::decay_t<Function>,
+                                                       std::decay_t<Arguments>...>,
+                   std::forward<Function>(function), std::forward<Arguments>(arguments)...)
+    {}
+
+    ScopedExceptionSafeThread(ScopedExceptionSafeThread&&) = default;
+
+    ScopedExceptionSafeThread& operator=(ScopedExceptionSafeThread&& other)
+    {
+        if (this != &other) {
+            m_JoinIfJoinable();
+            m_Thread = std::move(other.m_Thread);
+        }
+        return *this;
+    }
+
+    ~ScopedExceptionSafeThread() { m_JoinIfJoinable(); }
+
+    // The owned thread, to identify, join or detach it.
+    std::thread& Thread() { return m_Thread; }
+
+    // What the thread runs.
+    template <typename Function, typename... Arguments>
+    static void Invoker(Function function, Arguments... arguments)
+    {
+        try {
+            std::invoke(std::move(function), std::move(arguments)...);
+        } catch (const std::exception& exception) {
+            LOG_ERROR("Unhandled exception");
+            LOG_ERROR(exception.what());
+            std::terminate();
+        } catch (...) {
+            LOG_ERROR("Unhandled thrown object");
+            std::terminate();
+        }
+    }
+
+private:
+    void m_JoinIfJoinable()
+    {
+        if (m_Thread.joinable()) {
+            m_Thread.join();
+        }
+    }
+
+    std::thread m_Thread;
+};
+
+// Draws evenly distributed numbers between two bounds, both included, from a generator seeded by
+// the system. Bounds in the wrong order are allowed: the range is then taken modulo 2^32.
+class RandomNumberGenerator
+{
+public:
+    // Throws what std::random_device throws where the system gives no entropy.
+    RandomNumberGenerator(std::uint32_t min, std::uint32_t max) : m_Min(min), m_Range(max - min)
+    {
+        const std::uint32_t seed = std::random_device("default")();
+        m_Engine.seed(seed);
+        LOG_DEBUG("min: " << min << " max: " << max << " seed: " << seed);
+    }
+
+    std::uint32_t operator()() { return Draw(m_Engine, m_Min, m_Range); }
+
+    // One draw. Written out because the libraries' distributions differ from one another for the
+    // same engine, and theirs are undefined for bounds in the wrong order. range is max - min
+    // modulo 2^32; engine yields 32-bit numbers.
+    template <typename Engine>
+    static std::uint32_t Draw(Engine& engine, std::uint32_t min, std::uint32_t range)
+    {
+        constexpr std::uint32_t engineRange = 4294967295;
+        if (range == engineRange) {
+            return static_cast<std::uint32_t>(engine());
+        }
+        const std::uint32_t buckets = range + 1;
+        const std::uint32_t scaling = engineRange / buckets;
+        const std::uint32_t past = buckets * scaling;
+        std::uint32_t output = 0;
+        do {
+            output = static_cast<std::uint32_t>(engine());
+        } while (output >= past);
+        return output / scaling + min;
+    }
+
+private:
+    std::uint32_t m_Min;
+    std::uint32_t m_Range;
+    std::mt19937 m_Engine;
+};
+
+}  // namespace UTILS
+}  // namespace VORTAN_MW
