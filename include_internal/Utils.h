@@ -26,7 +26,7 @@
 #define LOG_ERROR(pieces) VORTAN_LOG(Error, pieces)
 
 // A chain of pieces cannot stand in parentheses.
-// NOLINTNEXTLINE(bugprone-macro-parentheses)
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define VORTAN_LOG(level, pieces)                                                               \
     do {                                                                                        \
         constexpr const char* vortanLogFile = ::VORTAN_MW::UTILS::FileBaseName(__FILE__);       \
@@ -36,6 +36,7 @@
                      ::VORTAN_MW::UTILS::LogTag, ::VORTAN_MW::UTILS::LogFormat##level,          \
                      vortanLogFile, __func__, __LINE__, vortanLogMessage.Text());               \
     } while (false)
+// NOLINTEND(bugprone-macro-parentheses)
 
 namespace VORTAN_MW {
 namespace UTILS {
@@ -159,7 +160,7 @@ public:
 
     ScopedExceptionSafeThread(ScopedExceptionSafeThread&&) = default;
 
-    ScopedExceptionSafeThread& operator=(ScopedExceptionSafeThread&& other)
+    ScopedExceptionSafeThread& operator=(ScopedExceptionSafeThread&& other) noexcept
     {
         if (this != &other) {
             m_JoinIfJoinable();

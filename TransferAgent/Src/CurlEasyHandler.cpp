@@ -170,7 +170,10 @@ HeaderList MakeHeaderList(const TransferDetail& detail)
     HeaderList list;
     AppendLine(list, "Cache-control: no-cache");
     for (const auto& [name, value] : detail.headers) {
-        AppendLine(list, name + ": " + value);
+        std::string line = name;
+        line += ": ";
+        line += value;
+        AppendLine(list, line);
     }
     return list;
 }
