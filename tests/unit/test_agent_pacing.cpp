@@ -1,0 +1,223 @@
+#include <gmock/gmock.h>
+
+#include <limits>
+
+#include "AgentTestSupport.h"
+#include "CaughtLog.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+using VORTAN_MW::AsyncTransferAgentManager;
+using VORTAN_MW::AsyncTransferAgentManagerPeer;
+using VORTAN_MW::ITransferAgentManager;
+using Request = RecordingClient::Request;
+
+constexpr std::int64_t Forever = std::numeric_limits<std::int64_t>::max();
+
+class AgentPacing : public testing::Test
+{
+protected:
+    std::unique_ptr<Request> MakeRequest()
+    {
+        auto request = m_Client.MakeRequest(Deliver("h", "b"));
+        request->headerCallback = nullptr;
+        return request;
+    }
+    std::unique_ptr<Request> MakeFixed(std::int64_t milliseconds)
+    {
+        auto request = MakeRequest();
+        request->fixedDelay = milliseconds;
+        return request;
+    }
+    std::unique_ptr<Request> MakeRandom(std::uint32_t min, std::uint32_t max)
+    {
+        auto request = MakeRequest();
+        request->randomDelay.emplace();
+        request->randomDelay->min = min;
+        request->randomDelay->max = max;
+        return request;
+    }
+    // The lines of the pacing step of a transfer that runs to its end.
+    std::vector<std::string> Run(std::unique_ptr<Request> request)
+    {
+        const CaughtLog log;
+        m_Manager->RequestTransfer(std::move(request));
+        EXPECT_TRUE(log.WaitFor("Cancelling transfer with handle: 0"));
+        return PacingLines(log);
+    }
+    // The same for one that is cancelled in its sleep.
+    std::vector<std::string> RunAndCancel(std::unique_ptr<Request> request,
+                                          const std::string& milliseconds)
+    {
+        const CaughtLog log;
+        const auto handle = m_Manager->RequestTransfer(std::move(request));
+        EXPECT_TRUE(log.WaitFor("Start sleeping for: " + milliseconds + " milliseconds"));
+        EXPECT_TRUE(m_Manager->CancelTransfer(handle));
+        m_Manager.reset();
+        return PacingLines(log);
+    }
+    static std::vector<std::string> PacingLines(const CaughtLog& log)
+    {
+        std::vector<std::string> lines = log.MessagesOf("m_PerformDataTransfer");
+        EXPECT_EQ(lines.front(), " ");
+        lines.erase(lines.begin());
+        EXPECT_EQ(lines.back(), "Successfully download data size: 1");
+        lines.pop_back();
+        return lines;
+    }
+
+    RecordingClient m_Client;
+    std::unique_ptr<ITransferAgentManager> m_Manager = AsyncTransferAgentManager::Create();
+    AsyncTransferAgentManagerPeer m_Peer{*m_Manager};
+};
+
+TEST_F(AgentPacing, WithoutADelayNothingIsLoggedAndNobodySleeps)
+{
+    EXPECT_THAT(Run(MakeRequest()), IsEmpty());
+    EXPECT_THAT(m_Client.Events(), ElementsAre("data b", "complete true 200"));
+}
+
+TEST_F(AgentPacing, AFixedDelaySleepsThatLongThenSends)
+{
+    EXPECT_THAT(Run(MakeFixed(20)),
+                ElementsAre("wait before sending a request mode enabled",
+                            "Start sleeping for: 20 milliseconds", "Finished sleeping"));
+    EXPECT_THAT(m_Client.Events(), ElementsAre("data b", "complete true 200"));
+    EXPECT_EQ(m_Peer.SleeperCount(), 0U);
+}
+
+TEST_F(AgentPacing, AFixedDelayOfZeroOrLessEndsAtOnce)
+{
+    EXPECT_THAT(Run(MakeFixed(0)),
+                ElementsAre("wait before sending a request mode enabled",
+                            "Start sleeping for: 0 milliseconds", "Finished sleeping"));
+    m_Peer.SetNextHandle(0);
+    EXPECT_THAT(Run(MakeFixed(-1)), Contains("Finished sleeping"));
+    m_Peer.SetNextHandle(0);
+    EXPECT_THAT(
+        Run(MakeFixed(std::numeric_limits<std::int64_t>::min())),
+        ElementsAre("wait before sending a request mode enabled",
+                    "Start sleeping for: -9223372036854775808 milliseconds", "Finished sleeping"));
+}
+
+TEST_F(AgentPacing, TheLongestFixedDelaySleepsUntilItIsCancelled)
+{
+    EXPECT_THAT(
+        RunAndCancel(MakeFixed(Forever), std::to_string(Forever)),
+        ElementsAre("wait before sending a request mode enabled",
+                    "Start sleeping for: 9223372036854775807 milliseconds", "Sleep interrupted"));
+}
+
+TEST_F(AgentPacing, EqualBoundsOfARandomDelayGiveExactlyThatManySeconds)
+{
+    const CaughtLog log;
+    EXPECT_THAT(RunAndCancel(MakeRandom(4000000, 4000000), "4000000000"),
+                ElementsAre("randomized request enabled",
+                            "Start sleeping for: 4000000000 milliseconds", "Sleep interrupted"));
+}
+
+TEST_F(AgentPacing, TheDrawIsLoggedWithItsBoundsAndSeed)
+{
+    const CaughtLog log;
+    m_Manager->RequestTransfer(MakeRandom(0, 0));
+    EXPECT_TRUE(log.WaitFor("Finished sleeping"));
+    const auto lines = log.Summaries();
+    EXPECT_THAT(lines, Contains(StartsWith("D RandomNumberGenerator: min: 0 max: 0 seed: ")));
+}
+
+TEST_F(AgentPacing, TheRandomDelayInMillisecondsWrapsAt32Bits)
+{
+    EXPECT_THAT(Run(MakeRandom(4294968, 4294968)),
+                Contains("Start sleeping for: 704 milliseconds"));
+}
+
+TEST_F(AgentPacing, TheRandomDelayWinsOverTheFixedOne)
+{
+    auto request = MakeRandom(0, 0);
+    request->fixedDelay = Forever;
+    EXPECT_THAT(Run(std::move(request)),
+                ElementsAre("randomized request enabled", "Start sleeping for: 0 milliseconds",
+                            "Finished sleeping"));
+}
+
+TEST_F(AgentPacing, BoundsInTheWrongOrderAreNotRefused)
+{
+    const CaughtLog log;
+    EXPECT_EQ(m_Manager->RequestTransfer(MakeRandom(4294967295, 0)), 0U);
+    EXPECT_TRUE(log.WaitFor("randomized request enabled"));
+    m_Manager->CancelTransfer(0);
+}
+
+TEST_F(AgentPacing, ACancelledSleeperStillSendsItsRequest)
+{
+    Gate sent;
+    auto request = MakeFixed(Forever);
+    request->handlerFactory = std::make_unique<ScriptedFactory>([&](const auto& detail) {
+        sent.Open();
+        return Deliver("h", "b")(detail);
+    });
+    const CaughtLog log;
+    const auto handle = m_Manager->RequestTransfer(std::move(request));
+    ASSERT_TRUE(log.WaitFor("Start sleeping for: 9223372036854775807 milliseconds"));
+    EXPECT_TRUE(m_Manager->CancelTransfer(handle));
+    EXPECT_TRUE(sent.Wait());
+    m_Manager.reset();
+    EXPECT_THAT(m_Client.Events(), IsEmpty());
+    const auto lines = log.Summaries();
+    EXPECT_THAT(log.MessagesOf("CancelTransfer"),
+                ElementsAre("handle: 0", "Interrupting a thread that is sleeping"));
+}
+
+TEST_F(AgentPacing, AnEntryExistsExactlyWhileItsWorkerSleeps)
+{
+    const CaughtLog log;
+    const auto handle = m_Manager->RequestTransfer(MakeFixed(Forever));
+    ASSERT_TRUE(log.WaitFor("Start sleeping for: 9223372036854775807 milliseconds"));
+    EXPECT_EQ(m_Peer.SleeperCount(), 1U);
+    m_Manager->CancelTransfer(handle);
+    ASSERT_TRUE(log.WaitFor("Successfully download data size: 1"));
+    EXPECT_EQ(m_Peer.SleeperCount(), 0U);
+}
+
+TEST_F(AgentPacing, AHandleThatSleepsAlreadyAbandonsTheTransfer)
+{
+    m_Peer.AddSleeper(0);
+    auto request = MakeFixed(0);
+    request->handlerFactory = std::make_unique<ScriptedFactory>([](const auto&) {
+        ADD_FAILURE() << "the handler was called";
+        return MakeResult(true, 200);
+    });
+    const CaughtLog log;
+    m_Manager->RequestTransfer(std::move(request));
+    ASSERT_TRUE(log.WaitFor("Cancelling transfer with handle: 0"));
+    const auto lines = log.Summaries();
+    EXPECT_THAT(
+        lines,
+        Contains("E m_PerformDataTransfer: Failed to create conditional variable for handle: 0"));
+    EXPECT_EQ(log.Count("Start sleeping for: 0 milliseconds"), 0U);
+    EXPECT_THAT(m_Client.Events(), ElementsAre("complete false null"));
+    EXPECT_EQ(m_Peer.SleeperCount(), 1U);
+}
+
+TEST_F(AgentPacing, ASegmentedTransferNeverSleeps)
+{
+    auto request = MakeFixed(Forever);
+    request->segmented = true;
+    request->randomDelay.emplace();
+    const CaughtLog log;
+    m_Manager->RequestTransfer(std::move(request));
+    ASSERT_TRUE(log.WaitFor("Cancelling transfer with handle: 0"));
+    for (const std::string& line : log.Summaries()) {
+        EXPECT_THAT(line, Not(testing::AnyOf(testing::HasSubstr("sleeping"),
+                                             testing::HasSubstr("mode enabled"),
+                                             testing::HasSubstr("randomized"))));
+    }
+    EXPECT_EQ(m_Client.Events().back(), "complete true 200");
+}
+
+}  // namespace
