@@ -236,14 +236,15 @@ TEST_F(AgentShutdown, ACancellationFromACallbackStillWorks)
 
 TEST_F(AgentShutdown, NamesAThreadThatCannotBeJoinedByTheIdentifierItWasFiledUnder)
 {
-    Gate filed;
-    VORTAN_MW::UTILS::ScopedExceptionSafeThread thread([&] { filed.Wait(); });
+    // Shared, as the detached thread may outlive the test.
+    const auto filed = std::make_shared<Gate>();
+    VORTAN_MW::UTILS::ScopedExceptionSafeThread thread([filed] { filed->Wait(); });
     const std::string id =
         AsyncTransferAgentManagerPeer(*m_Manager).FileDetachedThread(std::move(thread));
     m_Manager.reset();
     EXPECT_THAT(DestructorLines(),
                 ElementsAre(" ", "number of threads: 1", "thread not joinable: " + id));
-    filed.Open();
+    filed->Open();
 }
 
 TEST_F(AgentShutdown, RacesWithFinishingWorkersWithoutHarm)
