@@ -156,6 +156,20 @@ TEST_F(AgentExecution, AJobWithoutDataCallbacksMakesNoRequest)
     EXPECT_THAT(m_Client.Events(), ElementsAre("complete false null"));
 }
 
+TEST_F(AgentExecution, AJobCancelledDuringAPlainTransferFailsAndKeepsItsStatus)
+{
+    const auto handle = m_Peer.CreateJob(std::move(*m_Client.MakeRequest([&](const auto& detail) {
+        EXPECT_TRUE(m_Manager->CancelTransfer(0));
+        return Deliver("ab", "xyz")(detail);
+    })));
+    auto lock = m_Peer.Hold();
+    const auto result = m_Peer.PerformPlain(lock, handle);
+    EXPECT_FALSE(result.success);
+    ASSERT_TRUE(result.httpCode);
+    EXPECT_EQ(*result.httpCode, 200);
+    EXPECT_THAT(m_Client.Events(), IsEmpty());
+}
+
 TEST_F(AgentExecution, AnUnknownHandleFailsThePlainTransferWithALine)
 {
     const CaughtLog log;

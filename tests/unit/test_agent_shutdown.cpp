@@ -74,6 +74,7 @@ TEST_F(AgentShutdown, JoinsARunningWorkerWhichStillCompletesAndRemovesItsJob)
     EXPECT_THAT(lines[2], StartsWith("joining thread: "));
     EXPECT_EQ(lines[3],
               "thread terminated: " + lines[2].substr(std::string("joining thread: ").size()));
+    EXPECT_EQ(m_Log.Lines().back().message, lines[3]) << "the worker must be over by then";
     const auto worker = m_Log.MessagesOf("m_PerformTransferThread");
     EXPECT_THAT(worker, ElementsAre("handle: 0", "Cancelling transfer with handle: 0"));
 }
