@@ -1,0 +1,88 @@
+#include "Text.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+namespace VORTAN_MW {
+namespace DLOG {
+
+namespace {
+
+bool IsControl(char character)
+{
+    const auto code = static_cast<unsigned char>(character);
+    return (code < ' ' && character != '\t') || code == 0x7F;
+}
+
+// The length of the colour sequence with which text begins, 0 if it does not.
+std::size_t ColourLength(std::string_view text)
+{
+    if (text.substr(0, 2) != "\033[") {
+        return 0;
+    }
+    const std::size_t end = text.find_first_not_of("0123456789;", 2);
+    return end != std::string_view::npos && text[end] == 'm' ? end + 1 : 0;
+}
+
+void AppendWrittenOut(std::string& to, char control)
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    const auto code = static_cast<unsigned char>(control);
+    if (control == '\n') {
+        to += "\\n";
+    } else if (control == '\r') {
+        to += "\\r";
+    } else {
+        to.append("\\x").append(1, digits[code >> 4U]).append(1, digits[code & 0xFU]);
+    }
+}
+
+char LevelLetter(int priority)
+{
+    constexpr std::string_view letters = "??VDIWEF";
+    return priority >= 0 && static_cast<std::size_t>(priority) < letters.size()
+               ? letters[static_cast<std::size_t>(priority)]
+               : '?';
+}
+
+}  // namespace
+
+std::string ReadableText(std::string_view text, bool keepColours)
+{
+    std::string readable;
+    readable.reserve(text.size());
+    while (!text.empty()) {
+        const auto control = std::find_if(text.begin(), text.end(), IsControl);
+        readable.append(text.begin(), control);
+        text.remove_prefix(static_cast<std::size_t>(control - text.begin()));
+        const std::size_t colour = ColourLength(text);
+        if (colour > 0 && keepColours) {
+            readable.append(text.substr(0, colour));
+        } else if (colour == 0 && !text.empty()) {
+            AppendWrittenOut(readable, text.front());
+        }
+        text.remove_prefix(std::min(text.size(), std::max<std::size_t>(colour, 1)));
+    }
+    return readable;
+}
+
+std::string LineStart(int priority, std::string_view tag)
+{
+    std::timespec time = {};
+    std::timespec_get(&time, TIME_UTC);
+    std::tm local = {};
+    localtime_r(&time.tv_sec, &local);
+    std::array<char, 32> date = {};
+    std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S", &local);
+    std::array<char, 64> start = {};
+    std::snprintf(start.data(), start.size(), "%s.%03ld %d %c ", date.data(),
+                  static_cast<long>(time.tv_nsec / 1000000), gettid(), LevelLetter(priority));
+    return start.data() + ReadableText(tag, false) + ": ";
+}
+
+}  // namespace DLOG
+}  // namespace VORTAN_MW
