@@ -10,11 +10,13 @@ namespace VORTAN_MW {
 class ThreadSafeFileSystemAccessor
 {
 public:
-    // True when path names a file. A directory is not a file.
+    // True when path names a regular file or a link to one. A directory is no file, nor are devices
+    // and pipes: reading those can wait for ever or never end.
     static bool FileExists(const std::string& path);
 
-    // Reads the whole file into contents and returns true. On any failure returns false and leaves
-    // contents empty: a part of a file is never passed off as the whole.
+    // Reads the whole file into contents and returns true. On any failure, such as a file that does
+    // not fit into memory, returns false and leaves contents empty: a part of a file is never
+    // passed off as the whole.
     static bool ReadFile(const std::string& path, std::vector<std::uint8_t>& contents);
 };
 

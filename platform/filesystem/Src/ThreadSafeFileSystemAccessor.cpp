@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
+#include <stdexcept>
 
 namespace VORTAN_MW {
 
@@ -15,7 +17,8 @@ class FileDescriptor
 {
 public:
     explicit FileDescriptor(const std::string& path)
-        : m_Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+        // Without O_NONBLOCK, opening a pipe would wait for a writer. It changes no file's reading.
+        : m_Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
     {}
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
@@ -33,11 +36,15 @@ private:
 };
 
 // The size that the file system reports is where to start, and no more: some files report 0.
-std::size_t SizeToStartWith(const struct stat& status)
+// Throws std::length_error when no vector can be that large.
+void ResizeToStartWith(std::vector<std::uint8_t>& contents, std::uint64_t reportedSize)
 {
-    constexpr std::size_t smallest = 4096;
+    constexpr std::uint64_t smallest = 4096;
+    if (reportedSize >= contents.max_size()) {
+        throw std::length_error("file too large");
+    }
     // One byte more than the file has, so that the end shows without growing.
-    return std::max(smallest, static_cast<std::size_t>(status.st_size) + 1);
+    contents.resize(static_cast<std::size_t>(std::max(smallest, reportedSize + 1)));
 }
 
 // Returns how many bytes were read, 0 at the end of the file, -1 on an error.
@@ -70,29 +77,40 @@ bool ReadToEnd(int descriptor, std::vector<std::uint8_t>& contents)
     }
 }
 
+bool ReadRegularFile(const std::string& path, std::vector<std::uint8_t>& contents)
+{
+    const FileDescriptor file(path);
+    struct stat status = {};
+    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return false;
+    }
+    ResizeToStartWith(contents, static_cast<std::uint64_t>(status.st_size));
+    return ReadToEnd(file.Get(), contents);
+}
+
 }  // namespace
 
 bool ThreadSafeFileSystemAccessor::FileExists(const std::string& path)
 {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool ThreadSafeFileSystemAccessor::ReadFile(const std::string& path,
                                             std::vector<std::uint8_t>& contents)
 {
     contents.clear();
-    const FileDescriptor file(path);
-    struct stat status = {};
-    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || S_ISDIR(status.st_mode)) {
-        return false;
+    bool complete = false;
+    try {
+        complete = ReadRegularFile(path, contents);
+    } catch (const std::exception&) {
+        // There is not enough memory for the file, or it is larger than any vector.
     }
-    contents.resize(SizeToStartWith(status));
-    if (!ReadToEnd(file.Get(), contents)) {
+    if (!complete) {
         contents.clear();
-        return false;
+        contents.shrink_to_fit();
     }
-    return true;
+    return complete;
 }
 
 }  // namespace VORTAN_MW
