@@ -1,0 +1,30 @@
+# What lets CMake and pkg-config find the installed library. Both find it relative to their own
+# place, so that an installed tree can be moved.
+
+include(CMakePackageConfigHelpers)
+
+set(VORTAN_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VortanTransferAgent)
+set(VORTAN_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+configure_package_config_file(
+    cmake/VortanTransferAgentConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/VortanTransferAgentConfig.cmake
+    INSTALL_DESTINATION ${VORTAN_CMAKE_DIR})
+# Before 1.0 a minor version may change what clients see.
+write_basic_package_version_file(
+    ${PROJECT_BINARY_DIR}/VortanTransferAgentConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/VortanTransferAgentConfig.cmake
+    ${PROJECT_BINARY_DIR}/VortanTransferAgentConfigVersion.cmake
+    DESTINATION ${VORTAN_CMAKE_DIR} COMPONENT development)
+install(EXPORT VortanTransferAgentTargets
+    NAMESPACE VortanTransferAgent::
+    DESTINATION ${VORTAN_CMAKE_DIR} COMPONENT development)
+
+file(RELATIVE_PATH VORTAN_PC_PREFIX
+    ${CMAKE_INSTALL_PREFIX}/${VORTAN_PC_DIR} ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" VORTAN_PC_PREFIX ${VORTAN_PC_PREFIX})
+configure_file(cmake/vortantransferagent.pc.in ${PROJECT_BINARY_DIR}/vortantransferagent.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vortantransferagent.pc
+    DESTINATION ${VORTAN_PC_DIR} COMPONENT development)
