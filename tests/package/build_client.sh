@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# build_client.sh cmake|pkg-config COMPILER STANDARD LIBRARIES SOURCES WORK: builds a client
+# of the package whose libraries are in the folder LIBRARIES, and has it transfer a file with nothing
+# in the environment to help.
+set -euo pipefail
+tool=$1 compiler=$2 standard=$3 libraries=$4 sources=$5 work=$6
+
+with_cmake() {
+    cmake -S "$sources" -B "$work" -G Ninja \
+        -DVortanTransferAgent_DIR="$libraries/cmake/VortanTransferAgent" -DCMAKE_CXX_COMPILER="$compiler" \
+        -DCMAKE_CXX_STANDARD="$standard" -DCMAKE_CXX_STANDARD_REQUIRED=ON \
+        -DCMAKE_CXX_EXTENSIONS=OFF
+    cmake --build "$work" --verbose
+}
+
+with_pkg_config() {
+    export PKG_CONFIG_PATH="$libraries/pkgconfig"
+    local flags
+    read -ra flags < <(pkg-config --cflags --libs vortantransferagent)
+    mkdir -p "$work"
+    "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "$sources"/*.cpp \
+        -o "$work/client" "${flags[@]}" \
+        "-Wl,-rpath,$(pkg-config --variable=libdir vortantransferagent)"
+}
+
+rm -rf "$work"
+case $tool in
+cmake) with_cmake ;;
+pkg-config) with_pkg_config ;;
+esac
+
+# No multiple of any block.
+head -c 1234567 /dev/urandom >"$work/source"
+env -i "$work/client" "$work/source"

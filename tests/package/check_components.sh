@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# check_components.sh CMAKE BUILD PREFIX SOURCES WORK: each part of the package holds what belongs
+# into it, and together they are the whole of PREFIX.
+set -euo pipefail
+cmake=$1 build=$2 prefix=$3 sources=$4 work=$5
+
+files_in() {
+    (cd "$1" && find . ! -type d | LC_ALL=C sort)
+}
+
+install_component() {
+    mkdir -p "$work/$1"
+    "$cmake" --install "$build" --component "$1" --prefix "$work/$1" >/dev/null
+}
+
+# only COMPONENT PATTERN: whatever the component installs matches the extended regular expression.
+only() {
+    install_component "$1"
+    local strangers
+    strangers=$(files_in "$work/$1" | grep -Ev "^\./($2)$") || return 0
+    echo "The component $1 must not install:"
+    echo "$strangers"
+    exit 1
+}
+
+headers() {
+    (cd "$sources/TransferAgent/Inc" && printf '%s\n' ./*.h) | LC_ALL=C sort
+}
+
+rm -rf "$work"
+lib='lib(/[^/]+-linux-[^/]+)?'
+only runtime "$lib/libvortantransferagent\.so\.0(\.[0-9]+)*"
+only development "$lib/(libvortantransferagent\.so|cmake/.*|pkgconfig/.*)|include/vortantransferagent/[^/]+"
+only standins "$lib/lib(dlog|QXCurl)\.so\.0(\.[0-9]+)*"
+only tools 'bin/vortan-transfer|share/.*'
+
+echo "The public headers are installed, and no others:"
+diff <(headers) <(files_in "$work"/development/include/vortantransferagent)
+
+echo "The components are the whole package:"
+diff <(files_in "$prefix") \
+    <(for part in "$work"/*; do files_in "$part"; done | LC_ALL=C sort)
