@@ -170,6 +170,19 @@ TEST_F(AgentExecution, AJobCancelledDuringAPlainTransferFailsAndKeepsItsStatus)
     EXPECT_THAT(m_Client.Events(), IsEmpty());
 }
 
+// A reused handle can bring a worker to a job whose factory another worker has just used up.
+TEST_F(AgentExecution, AJobWithoutFactoryFailsWithOneLine)
+{
+    auto request = m_Client.MakeRequest(Fail());
+    request->handlerFactory = nullptr;
+    const auto handle = m_Peer.CreateJob(std::move(*request));
+    const CaughtLog log;
+    auto lock = m_Peer.Hold();
+    EXPECT_FALSE(m_Peer.PerformPlain(lock, handle).success);
+    EXPECT_EQ(log.Summaries().back(),
+              "E m_CreateHandler: Handler factory returned no handler for handle: 0");
+}
+
 TEST_F(AgentExecution, AnUnknownHandleFailsThePlainTransferWithALine)
 {
     const CaughtLog log;
