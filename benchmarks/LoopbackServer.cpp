@@ -1,0 +1,119 @@
+#include "LoopbackServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <system_error>
+
+namespace {
+
+int Check(int result)
+{
+    if (result < 0) {
+        throw std::system_error(errno, std::generic_category(), "loopback server");
+    }
+    return result;
+}
+
+// Reads the head of a request; empty if the client went away.
+std::string ReceiveRequest(int connection)
+{
+    std::string request;
+    while (request.find("\r\n\r\n") == std::string::npos) {
+        char piece[4096];
+        const ssize_t count = recv(connection, piece, sizeof piece, 0);
+        if (count <= 0) {
+            return {};
+        }
+        request.append(piece, static_cast<std::size_t>(count));
+    }
+    return request;
+}
+
+bool Send(int connection, const char* data, std::size_t size, int flags)
+{
+    while (size > 0) {
+        const ssize_t count = send(connection, data, size, MSG_NOSIGNAL | flags);
+        if (count < 0) {
+            return false;
+        }
+        data += count;
+        size -= static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+// "GET /1024 HTTP/1.1": the path is the length of the body.
+void Answer(int connection)
+{
+    static const std::string block(256 * 1024, 'x');
+    const std::string request = ReceiveRequest(connection);
+    const std::size_t slash = request.find('/');
+    if (slash == std::string::npos) {
+        return;
+    }
+    unsigned long long left = std::strtoull(request.c_str() + slash + 1, nullptr, 10);
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(left) +
+                             "\r\nConnection: close\r\n\r\n";
+    bool sent = Send(connection, head.data(), head.size(), MSG_MORE);
+    while (sent && left > 0) {
+        const auto size =
+            static_cast<std::size_t>(std::min<unsigned long long>(left, block.size()));
+        sent = Send(connection, block.data(), size, 0);
+        left -= size;
+    }
+}
+
+// One connection at a time: answering a small request takes a fraction of the client's time.
+[[noreturn]] void Serve(int listener)
+{
+    for (;;) {
+        const int connection = accept(listener, nullptr, nullptr);
+        if (connection >= 0) {
+            Answer(connection);
+            close(connection);
+        }
+    }
+}
+
+}  // namespace
+
+LoopbackServer::LoopbackServer()
+{
+    const int listener = Check(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    Check(bind(listener, generic, length));
+    Check(getsockname(listener, generic, &length));
+    Check(listen(listener, SOMAXCONN));
+    m_Port = ntohs(address.sin_port);
+
+    m_Process = Check(fork());
+    if (m_Process == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when the parent is ended by a signal
+        Serve(listener);
+    }
+    close(listener);
+}
+
+LoopbackServer::~LoopbackServer()
+{
+    kill(m_Process, SIGKILL);
+    waitpid(m_Process, nullptr, 0);
+}
+
+std::string LoopbackServer::Url(std::size_t size) const
+{
+    return "http://127.0.0.1:" + std::to_string(m_Port) + "/" + std::to_string(size);
+}

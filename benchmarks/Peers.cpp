@@ -1,0 +1,102 @@
+#include "Peers.h"
+
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace {
+
+std::size_t Ignore(char*, std::size_t size, std::size_t nmemb, void*)
+{
+    return size * nmemb;
+}
+
+std::size_t Count(char*, std::size_t size, std::size_t nmemb, void* total)
+{
+    *static_cast<std::size_t*>(total) += size * nmemb;
+    return size * nmemb;
+}
+
+std::size_t CountVector(char* data, std::size_t size, std::size_t nmemb, void* total)
+{
+    const auto* const first = reinterpret_cast<const std::uint8_t*>(data);
+    const auto chunk = std::make_unique<std::vector<std::uint8_t>>(first, first + size * nmemb);
+    benchmark::DoNotOptimize(chunk->data());
+    *static_cast<std::size_t*>(total) += chunk->size();
+    return size * nmemb;
+}
+
+std::size_t Append(char* data, std::size_t size, std::size_t nmemb, void* body)
+{
+    const auto* const first = reinterpret_cast<const std::uint8_t*>(data);
+    auto& bytes = *static_cast<std::vector<std::uint8_t>*>(body);
+    bytes.insert(bytes.end(), first, first + size * nmemb);
+    return size * nmemb;
+}
+
+bool Get(const std::string& url, curl_write_callback onHeader, curl_write_callback onBody,
+         void* userData)
+{
+    CURL* const handle = curl_easy_init();
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
+    if (onHeader) {
+        curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, onHeader);
+        curl_easy_setopt(handle, CURLOPT_HEADERDATA, userData);
+    }
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, onBody);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, userData);
+    curl_easy_setopt(handle, CURLOPT_USERAGENT, "libcurl-agent/1.0");
+    curl_easy_setopt(handle, CURLOPT_FAILONERROR, 1L);
+    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
+    curl_slist* const headers = curl_slist_append(nullptr, "Cache-control: no-cache");
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
+    const CURLcode code = curl_easy_perform(handle);
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    curl_slist_free_all(headers);
+    curl_easy_cleanup(handle);
+    return code == CURLE_OK;
+}
+
+}  // namespace
+
+std::size_t StreamWithLibcurl(const std::string& url)
+{
+    std::size_t received = 0;
+    return Get(url, &Ignore, &Count, &received) ? received : 0;
+}
+
+std::size_t StreamWithLibcurlInVectors(const std::string& url)
+{
+    std::size_t received = 0;
+    return Get(url, &Ignore, &CountVector, &received) ? received : 0;
+}
+
+std::size_t DownloadWithLibcurl(const std::string& url)
+{
+    std::vector<std::uint8_t> body;
+    return Get(url, nullptr, &Append, &body) ? body.size() : 0;
+}
+
+std::size_t ReadIntoVector(const std::string& path)
+{
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status = {};
+    fstat(file, &status);
+    std::vector<std::uint8_t> contents(static_cast<std::size_t>(status.st_size));
+    std::size_t length = 0;
+    ssize_t count = 0;
+    while ((count = read(file, contents.data() + length, contents.size() - length)) > 0) {
+        length += static_cast<std::size_t>(count);
+    }
+    close(file);
+    return length;
+}

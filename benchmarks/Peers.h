@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+// The work that the agent is measured against: the same transfer with nothing around it. Each
+// returns how many body bytes it received, 0 after a failure.
+
+// libcurl with the options that the libcurl handler sets for a streamed GET: chunks are counted.
+std::size_t StreamWithLibcurl(const std::string& url);
+
+// The same with each chunk copied into a vector of its own, which a client of the agent receives.
+std::size_t StreamWithLibcurlInVectors(const std::string& url);
+
+// The same as the first for a body that is wanted whole: chunks are appended to a vector.
+std::size_t DownloadWithLibcurl(const std::string& url);
+
+// read(2) of a file into a vector of the file's size.
+std::size_t ReadIntoVector(const std::string& path);

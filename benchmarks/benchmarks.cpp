@@ -1,0 +1,263 @@
+// What going through the agent costs, beside the same work done without it. See
+// docs/performance.md for how to run this and how to read it.
+
+#include <CurlEasyHandlerFactory.h>
+#include <FileReaderFactory.h>
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <dlog.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <future>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "AgentClient.h"
+#include "LoopbackServer.h"
+#include "Peers.h"
+#include "RatioReporter.h"
+
+// Takes the platform log's place and drops every line: what is measured is the library's share.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the device's.
+extern "C" __attribute__((visibility("default"))) int __dlog_print(int, int, const char*,
+                                                                   const char*, ...)
+{
+    return 0;
+}
+
+namespace {
+
+using Factory = std::unique_ptr<VORTAN_MW::ITransferHandlerFactory>;
+
+constexpr std::size_t MiB = 1024 * 1024;
+constexpr std::size_t LargeBody = 256 * MiB;
+constexpr std::size_t SmallBody = 1024;
+constexpr std::size_t SmallRequests = 64;
+
+const std::vector<Comparison> Comparisons = {
+    {"streamed", "libcurl", "<= 1.05", ">= 0.97"}, {"streamed", "libcurl-vectors", "-", "-"},
+    {"plain", "libcurl", "<= 1.05", ">= 0.97"},    {"small", "libcurl", "<= 1.05", "-"},
+    {"dispatch", "thread", "<= 1.5", "-"},         {"file", "read", "<= 1.1", "-"},
+};
+
+// Succeeds at once, without a byte.
+class EmptyHandler : public VORTAN_MW::ITransferHandler
+{
+public:
+    Result DoTransfer(const TransferDetail&) const override { return {true, nullptr}; }
+};
+
+class EmptyHandlerFactory : public VORTAN_MW::ITransferHandlerFactory
+{
+public:
+    std::unique_ptr<VORTAN_MW::ITransferHandler> Create() override
+    {
+        return std::make_unique<EmptyHandler>();
+    }
+};
+
+template <typename T>
+Factory Make()
+{
+    return std::make_unique<T>();
+}
+
+// A file that is gone when this is.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(std::size_t size)
+    {
+        const int file = mkstemp(m_Path.data());
+        const std::vector<char> block(MiB, 'x');
+        for (std::size_t written = 0; file >= 0 && written < size; written += block.size()) {
+            if (write(file, block.data(), block.size()) != static_cast<ssize_t>(block.size())) {
+                throw std::runtime_error("cannot write " + m_Path);
+            }
+        }
+        close(file);
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() { unlink(m_Path.c_str()); }
+
+    const std::string& Path() const { return m_Path; }
+
+private:
+    std::string m_Path = "/tmp/vortan_benchmarks_XXXXXX";
+};
+
+void Expect(benchmark::State& state, bool right)
+{
+    if (!right) {
+        state.SkipWithError("a transfer failed");
+    }
+}
+
+// One transfer of size bytes per iteration.
+void ThroughAgent(benchmark::State& state, const std::string& url, Factory (*makeFactory)(),
+                  AgentClient::Mode mode, std::size_t size)
+{
+    AgentClient client;
+    while (state.KeepRunning()) {
+        const bool success = client.Start(url, makeFactory(), mode).get();
+        Expect(state, success && client.TakeReceived() == size);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+}
+
+// The same with the work done on a fresh thread, as the agent does it.
+void OnThread(benchmark::State& state, const std::string& source,
+              std::size_t (*work)(const std::string&), std::size_t size)
+{
+    while (state.KeepRunning()) {
+        std::size_t received = 0;
+        std::thread([&] { received = work(source); }).join();
+        Expect(state, received == size);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+}
+
+void Finish(std::future<bool>& transfer)
+{
+    if (transfer.valid()) {
+        transfer.wait();
+    }
+}
+
+void Finish(std::thread& thread)
+{
+    if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+// Starts the small requests so that four of them are under way.
+template <typename Start>
+void FourAtATime(Start start)
+{
+    std::array<decltype(start()), 4> underWay;
+    for (std::size_t number = 0; number < SmallRequests; ++number) {
+        auto& slot = underWay[number % underWay.size()];
+        Finish(slot);
+        slot = start();
+    }
+    for (auto& slot : underWay) {
+        Finish(slot);
+    }
+}
+
+void SmallThroughAgent(benchmark::State& state, const std::string& url)
+{
+    AgentClient client;
+    while (state.KeepRunning()) {
+        FourAtATime([&] {
+            return client.Start(url, Make<VORTAN_MW::CurlEasyHandlerFactory>(),
+                                AgentClient::Mode::Plain);
+        });
+        Expect(state, client.TakeReceived() == SmallRequests * SmallBody);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
+}
+
+void SmallOnThreads(benchmark::State& state, const std::string& url)
+{
+    std::atomic<std::size_t> received{0};
+    while (state.KeepRunning()) {
+        FourAtATime([&] { return std::thread([&] { received += DownloadWithLibcurl(url); }); });
+        Expect(state, received.exchange(0) == SmallRequests * SmallBody);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
+}
+
+// Process CPU time counts every thread. The rate is by the clock on the wall.
+template <typename... Arguments>
+void Register(const std::string& name, Arguments... arguments)
+{
+    benchmark::RegisterBenchmark(name.c_str(), arguments...)
+        ->MeasureProcessCPUTime()
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond);
+}
+
+void RegisterAll(const LoopbackServer& server, const TemporaryFile& file)
+{
+    using VORTAN_MW::CurlEasyHandlerFactory;
+    using Mode = AgentClient::Mode;
+    const std::string large = server.Url(LargeBody);
+    const std::string small = server.Url(SmallBody);
+    Register("streamed/agent", ThroughAgent, large, Make<CurlEasyHandlerFactory>, Mode::Segmented,
+             LargeBody);
+    Register("streamed/libcurl", OnThread, large, StreamWithLibcurl, LargeBody);
+    Register("streamed/libcurl-vectors", OnThread, large, StreamWithLibcurlInVectors, LargeBody);
+    Register("plain/agent", ThroughAgent, large, Make<CurlEasyHandlerFactory>, Mode::Plain,
+             LargeBody);
+    Register("plain/libcurl", OnThread, large, DownloadWithLibcurl, LargeBody);
+    Register("small/agent", SmallThroughAgent, small);
+    Register("small/libcurl", SmallOnThreads, small);
+    Register("dispatch/agent", ThroughAgent, "nowhere", Make<EmptyHandlerFactory>, Mode::Plain,
+             std::size_t{0});
+    Register(
+        "dispatch/thread", OnThread, "nowhere",
+        +[](const std::string&) -> std::size_t { return 0; }, std::size_t{0});
+    Register("file/agent", ThroughAgent, file.Path(), Make<VORTAN_MW::FileReaderFactory>,
+             Mode::Plain, LargeBody);
+    Register("file/read", OnThread, file.Path(), ReadIntoVector, LargeBody);
+}
+
+// The peak of a process that streams one body and does nothing else, in MiB; 0 after a failure.
+double PeakMemoryOfStreaming(const std::string& url)
+{
+    const pid_t process = fork();
+    if (process == 0) {
+        const bool success =
+            AgentClient()
+                .Start(url, Make<VORTAN_MW::CurlEasyHandlerFactory>(), AgentClient::Mode::Segmented)
+                .get();
+        _exit(success ? EXIT_SUCCESS : EXIT_FAILURE);
+    }
+    int status = 0;
+    rusage usage = {};
+    wait4(process, &status, 0, &usage);
+    return status == 0 ? static_cast<double>(usage.ru_maxrss) / 1024 : 0;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[])
+{
+    // Many short rounds in random order, so that a busy machine disturbs all alike. The caller's
+    // own options come later and win.
+    char repetitions[] = "--benchmark_repetitions=21";
+    char duration[] = "--benchmark_min_time=0.2";
+    char interleaving[] = "--benchmark_enable_random_interleaving=true";
+    char aggregates[] = "--benchmark_display_aggregates_only=true";
+    std::vector<char*> options(argv, argv + argc);
+    options.insert(options.begin() + 1, {repetitions, duration, interleaving, aggregates});
+    int count = static_cast<int>(options.size());
+    benchmark::Initialize(&count, options.data());
+    if (benchmark::ReportUnrecognizedArguments(count, options.data())) {
+        return EXIT_FAILURE;
+    }
+
+    const LoopbackServer server;
+    const double peakOf16MiB = PeakMemoryOfStreaming(server.Url(16 * MiB));
+    const double peakOf1GiB = PeakMemoryOfStreaming(server.Url(1024 * MiB));
+
+    curl_global_init(CURL_GLOBAL_ALL);
+    const TemporaryFile file(LargeBody);
+    RegisterAll(server, file);
+    RatioReporter reporter(Comparisons);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    std::printf("\nPeak memory of a process that streams 16 MiB: %.1f MiB, 1 GiB: %.1f MiB\n",
+                peakOf16MiB, peakOf1GiB);
+    return EXIT_SUCCESS;
+}
