@@ -18,6 +18,15 @@ boost::optional<ITransferHandler::Bytes&> BufferIfWanted(
     return buffer ? boost::optional<ITransferHandler::Bytes&>(*buffer) : boost::none;
 }
 
+// Never inlined: the generator takes 10 KiB of stack. A worker without a random delay stays within
+// the pages that the C library keeps for the next thread; to give others back interrupts every
+// processor that the process runs on.
+[[gnu::noinline]] std::uint32_t DrawSeconds(
+    const ITransferHandler::Configuration::RandomDelay& bounds)
+{
+    return UTILS::RandomNumberGenerator(bounds.min, bounds.max)();
+}
+
 }  // namespace
 
 std::unique_ptr<ITransferAgentManager> AsyncTransferAgentManager::Create()
@@ -269,8 +278,7 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransfer(Lock& 
         if (configuration.randomDelay || configuration.fixedDelay) {
             std::int64_t wait = 0;
             if (configuration.randomDelay) {
-                const std::uint32_t seconds = UTILS::RandomNumberGenerator(
-                    configuration.randomDelay->min, configuration.randomDelay->max)();
+                const std::uint32_t seconds = DrawSeconds(*configuration.randomDelay);
                 LOG_DEBUG("randomized request enabled");
                 wait = std::uint32_t{seconds * 1000U};  // wraps at 32 bits, on purpose
             } else {
