@@ -207,7 +207,7 @@ bool AsyncTransferAgentManager::m_RemoveJob(Lock& lock, std::uint64_t handle, Tr
 void AsyncTransferAgentManager::m_PerformTransferThread(std::uint64_t handle)
 {
     LOG_DEBUG("handle: " << handle);
-    TransferJob finished;  // destroyed without the mutex
+    State::JobTable::node_type finished;  // destroyed without the mutex
     State::MutexScope scope(*m_State);
     Lock& lock = scope.Get();
 
@@ -234,8 +234,7 @@ void AsyncTransferAgentManager::m_PerformTransferThread(std::uint64_t handle)
     const auto found = m_State->jobs.find(handle);
     if (found != m_State->jobs.end()) {
         LOG_INFO("Cancelling transfer with handle: " << handle);
-        finished = std::move(found->second);
-        m_State->jobs.erase(found);
+        finished = m_State->jobs.extract(found);
     }
 }
 
