@@ -208,7 +208,7 @@ void AsyncTransferAgentManager::m_PerformTransferThread(std::uint64_t handle)
 {
     LOG_DEBUG("handle: " << handle);
     State::JobTable::node_type finished;  // destroyed without the mutex
-    State::MutexScope scope(*m_State);
+    State::MutexScope scope(*m_State, State::MutexScope::AfterYield());
     Lock& lock = scope.Get();
 
     ITransferHandler::Result result;

@@ -108,6 +108,20 @@ struct AsyncTransferAgentManager::State
     {
     public:
         explicit MutexScope(State& state) VORTAN_ACQUIRE(state.held) : m_Lock(state.mutex) {}
+
+        // For a worker that starts, mostly while RequestTransfer is just about to free the mutex:
+        // stepping aside once costs less than being put to sleep and woken.
+        struct AfterYield
+        {
+        };
+        MutexScope(State& state, AfterYield) VORTAN_ACQUIRE(state.held)
+            : m_Lock(state.mutex, std::try_to_lock)
+        {
+            if (!m_Lock) {
+                std::this_thread::yield();
+                m_Lock.lock();
+            }
+        }
         ~MutexScope() VORTAN_RELEASE() {}
 
         Lock& Get() { return m_Lock; }
