@@ -15,8 +15,8 @@ namespace UTILS {
 // None of this is recursive: a std::mutex must not be taken twice by one thread, and none of it
 // keeps a state of its own.
 
-// Lockedness tests, one per kind of lockable. An overload, not a specialisation, is what another
-// kind would add.
+// Lockedness tests, one per kind of lockable. One for another kind is another overload here, ahead
+// of its use.
 
 // Says whether this lock object holds its mutex. The lock is only read.
 inline bool IsLocked(const std::unique_lock<std::mutex>& lock)

@@ -43,16 +43,16 @@ namespace UTILS {
 
 // The platform log's numbers for its main buffer and its priorities, and the form of a line at each
 // of the four levels: plain, green, yellow, red.
-constexpr int LogMainBuffer = 0;
-constexpr int LogPriorityDebug = 3;
-constexpr int LogPriorityInfo = 4;
-constexpr int LogPriorityWarn = 5;
-constexpr int LogPriorityError = 6;
-constexpr char LogTag[] = "VORTAN";
-constexpr char LogFormatDebug[] = "%s: %s(%d) > %s";
-constexpr char LogFormatInfo[] = "%s: %s(%d) > \033[32m%s\033[0m";
-constexpr char LogFormatWarn[] = "%s: %s(%d) > \033[33m%s\033[0m";
-constexpr char LogFormatError[] = "%s: %s(%d) > \033[31m%s\033[0m";
+inline constexpr int LogMainBuffer = 0;
+inline constexpr int LogPriorityDebug = 3;
+inline constexpr int LogPriorityInfo = 4;
+inline constexpr int LogPriorityWarn = 5;
+inline constexpr int LogPriorityError = 6;
+inline constexpr char LogTag[] = "VORTAN";
+inline constexpr char LogFormatDebug[] = "%s: %s(%d) > %s";
+inline constexpr char LogFormatInfo[] = "%s: %s(%d) > \033[32m%s\033[0m";
+inline constexpr char LogFormatWarn[] = "%s: %s(%d) > \033[33m%s\033[0m";
+inline constexpr char LogFormatError[] = "%s: %s(%d) > \033[31m%s\033[0m";
 
 constexpr const char* FileBaseName(const char* path)
 {

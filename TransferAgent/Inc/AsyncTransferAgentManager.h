@@ -12,7 +12,8 @@ namespace VORTAN_MW {
 class [[gnu::visibility("default")]] AsyncTransferAgentManager : public ITransferAgentManager
 {
 public:
-    // Returns an agent that accepts requests at once. The caller owns it.
+    // Returns an agent that accepts requests at once. The caller owns it. Throws
+    // std::bad_alloc.
     static std::unique_ptr<ITransferAgentManager> Create();
 
     AsyncTransferAgentManager(const AsyncTransferAgentManager&) = delete;

@@ -18,7 +18,8 @@ namespace VORTAN_MW {
 // that same thread, in the caller's buffers or callbacks. One thread at a time may use a handler.
 //
 // A transfer agent (ITransferAgentManager) obtains a handler per transfer from a factory. Handlers
-// may equally be used directly, without an agent.
+// may equally be used directly, without an agent. An agent destroys a handler while it holds its
+// own lock: the destructor must not call the agent.
 class [[gnu::visibility("default")]] ITransferHandler
 {
 public:
@@ -55,7 +56,9 @@ public:
             std::vector<std::pair<std::string, std::string>> queryParameters;
         };
 
-        // Bounds of a random wait, in seconds, both included.
+        // Bounds of a random wait, in seconds, both included. With min above max the range is taken
+        // modulo 2^32. The wait is counted in milliseconds modulo 2^32: more than 4294967 seconds
+        // come out as a shorter wait.
         struct RandomDelay
         {
             std::uint32_t min = 0;

@@ -81,6 +81,7 @@ std::uint64_t AsyncTransferAgentManager::RequestTransfer(
     }
 
     State::ThreadTable::node_type entry = State::NewThreadEntry();
+    const std::size_t jobsBefore = m_State->jobs.size();
     TransferJob& job = m_CreateJob(scope.Get(), *request);
     const std::uint64_t handle = job.handle;
     try {
@@ -89,7 +90,7 @@ std::uint64_t AsyncTransferAgentManager::RequestTransfer(
     } catch (...) {
         // The request leaves no trace. An entry that was in use before gets its contents back.
         std::swap<TransferConfiguration>(job, *request);
-        if (!job.handlerFactory) {
+        if (m_State->jobs.size() > jobsBefore) {
             m_State->jobs.erase(handle);
         }
         throw;

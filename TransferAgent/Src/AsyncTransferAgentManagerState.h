@@ -87,17 +87,19 @@ struct AsyncTransferAgentManager::State
     SleeperTable& SleepersAtShutdown() VORTAN_NO_THREAD_ANALYSIS { return sleepers; }
     ThreadTable& ThreadsAtShutdown() VORTAN_NO_THREAD_ANALYSIS { return threads; }
 
-    // The wait that can be added to the steady clock without overflow of the clock, nor of the
+    // The wait that can be added to the clock's time without overflow of the clock, nor of the
     // seconds that the system call takes, which have 32 bits on small systems. Never below 0.
     static std::chrono::milliseconds ClampToClock(std::int64_t milliseconds)
     {
-        using Clock = std::chrono::steady_clock;
         using std::chrono::duration_cast;
         using std::chrono::seconds;
         const seconds last =
-            std::min(duration_cast<seconds>(Clock::duration::max()),
+            std::min(duration_cast<seconds>(std::chrono::nanoseconds::max()),
                      seconds(std::int64_t{std::numeric_limits<std::time_t>::max()}));
-        const auto now = duration_cast<seconds>(Clock::now().time_since_epoch());
+        // Where the system cannot wait by the steady clock, the library counts by the other one.
+        const seconds now =
+            std::max(duration_cast<seconds>(std::chrono::steady_clock::now().time_since_epoch()),
+                     duration_cast<seconds>(std::chrono::system_clock::now().time_since_epoch()));
         const std::chrono::milliseconds longest = last - now - seconds(1);
         return std::clamp(std::chrono::milliseconds(milliseconds), std::chrono::milliseconds(0),
                           longest);

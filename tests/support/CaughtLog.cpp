@@ -93,11 +93,15 @@ std::size_t CaughtLog::Count(const std::string& message) const
 
 bool CaughtLog::WaitFor(const std::string& message) const
 {
+    return WaitForLine([&](const LogLine& line) { return line.message == message; });
+}
+
+bool CaughtLog::WaitForLine(const std::function<bool(const LogLine&)>& wanted) const
+{
     Record& record = TheRecord();
     std::unique_lock<std::mutex> lock(record.mutex);
     return record.grown.wait_for(lock, std::chrono::minutes(2), [&] {
-        return std::any_of(record.lines.begin(), record.lines.end(),
-                           [&](const LogLine& line) { return line.message == message; });
+        return std::any_of(record.lines.begin(), record.lines.end(), wanted);
     });
 }
 

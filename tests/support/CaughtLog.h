@@ -38,6 +38,7 @@ public:
     std::size_t Count(const std::string& message) const;
     // Blocks until a line with this message has been logged; false after a long time.
     bool WaitFor(const std::string& message) const;
+    bool WaitForLine(const std::function<bool(const LogLine&)>& wanted) const;
 
     // Called for each line, on the thread that logs it, before the line is recorded.
     void OnLine(std::function<void(const LogLine&)> hook);

@@ -50,10 +50,10 @@ VORTAN_NO_THREAD_ANALYSIS void AsyncTransferAgentManagerPeer::AddSleeper(std::ui
     State().AddSleeper(handle);
 }
 
-VORTAN_NO_THREAD_ANALYSIS void AsyncTransferAgentManagerPeer::RemoveSleeper(std::uint64_t handle)
+VORTAN_NO_THREAD_ANALYSIS std::string AsyncTransferAgentManagerPeer::OnlyThread()
 {
     const Lock lock = Hold();
-    State().RemoveSleeper(handle);
+    return TextOf(State().threads.begin()->first);
 }
 
 VORTAN_NO_THREAD_ANALYSIS VORTAN_MW::UTILS::ScopedExceptionSafeThread

@@ -32,6 +32,8 @@ public:
     {}
 
     Lock Hold() { return Lock(State().mutex); }
+    // Whether another thread holds the mutex.
+    bool IsHeld() { return !Lock(State().mutex, std::try_to_lock).owns_lock(); }
     Context MakeContext(std::uint64_t handle) { return {handle, &m_Manager}; }
 
     void SetNextHandle(std::uint64_t handle);
@@ -41,7 +43,8 @@ public:
     std::size_t ThreadCount();
     std::size_t SleeperCount();
     void AddSleeper(std::uint64_t handle);
-    void RemoveSleeper(std::uint64_t handle);
+    // The identifier of the thread table's only entry, as text.
+    std::string OnlyThread();
     // Takes the thread table's only entry out, as if its worker had never been filed.
     UTILS::ScopedExceptionSafeThread TakeOnlyThread();
     // Files a thread under its identifier, and detaches it. Returns the identifier as text.

@@ -1,5 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+
 #include "AgentTestSupport.h"
 #include "CaughtLog.h"
 
@@ -318,10 +322,12 @@ TEST_P(AgentExecutionInBothModes, TheRequestIsOverForTheClientBeforeItsWorkerTak
     auto owned = std::make_shared<int>();
     const std::weak_ptr<int> alive = owned;
     auto request = MakeRequest(Deliver("ab", "xyz"));
-    request->completeCallback = [owned = std::move(owned)](auto, void*) {};
+    bool completed = false;
+    request->completeCallback = [&, owned = std::move(owned)](auto, void*) { completed = true; };
     bool checked = false;
     log.OnLine([&](const LogLine& line) {
         if (line.message.rfind("Detaching thread id: ", 0) == 0) {
+            EXPECT_TRUE(completed);
             EXPECT_TRUE(alive.expired());
             checked = true;
         }
@@ -329,6 +335,49 @@ TEST_P(AgentExecutionInBothModes, TheRequestIsOverForTheClientBeforeItsWorkerTak
     m_Manager->RequestTransfer(std::move(request));
     EXPECT_TRUE(log.WaitFor("Cancelling transfer with handle: 0"));
     EXPECT_TRUE(checked);
+}
+
+// The mutex is probed with another thread: a thread must not try a mutex that it holds.
+bool IsHeld(AsyncTransferAgentManagerPeer peer)
+{
+    bool held = false;
+    std::thread([&] { held = peer.IsHeld(); }).join();
+    return held;
+}
+
+TEST_P(AgentExecutionInBothModes, TheHandlerIsMadeAndDestroyedWithTheMutexHeldAndWorksWithout)
+{
+    class Handler : public ITransferHandler
+    {
+    public:
+        explicit Handler(AsyncTransferAgentManagerPeer peer) : m_Peer(peer) {}
+        ~Handler() override { EXPECT_TRUE(IsHeld(m_Peer)); }
+        Result DoTransfer(const TransferDetail&) const override
+        {
+            EXPECT_FALSE(IsHeld(m_Peer));
+            return MakeResult(true, 200);
+        }
+
+    private:
+        AsyncTransferAgentManagerPeer m_Peer;
+    };
+    class Factory : public VORTAN_MW::ITransferHandlerFactory
+    {
+    public:
+        explicit Factory(AsyncTransferAgentManagerPeer peer) : m_Peer(peer) {}
+        std::unique_ptr<ITransferHandler> Create() override
+        {
+            EXPECT_TRUE(IsHeld(m_Peer));
+            return std::make_unique<Handler>(m_Peer);
+        }
+
+    private:
+        AsyncTransferAgentManagerPeer m_Peer;
+    };
+    auto request = MakeRequest(Fail());
+    request->handlerFactory = std::make_unique<Factory>(m_Peer);
+    Run(std::move(request));
+    EXPECT_EQ(m_Client.Events().back(), "complete true 200");
 }
 
 using AgentExecutionDeathTest = AgentExecution;

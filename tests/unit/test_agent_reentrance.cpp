@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "AgentTestSupport.h"
 #include "CaughtLog.h"
 
@@ -93,7 +95,7 @@ TEST_P(AgentReentrance, ACallbackThatCancelsItsOwnTransferEndsIt)
     EXPECT_TRUE(cancelled);
     EXPECT_EQ(log.Count("Cancelling transfer with handle: 0"), 1U);
     const auto events = m_Client.Events();
-    EXPECT_EQ(std::count(events.begin(), events.end(), "complete true 200"), 0);
+    EXPECT_THAT(events, testing::Not(testing::Contains(testing::StartsWith("complete"))));
     EXPECT_EQ(std::count(events.begin(), events.end(), "cancelled"), 1);
 }
 

@@ -77,9 +77,9 @@ TEST_F(AgentRequests, TheFifthAtATimeIsRefusedAndLeavesNothingBehind)
     fifth->completeCallback = [owned = std::move(owned)](auto, void*) {};
     const CaughtLog log;
     EXPECT_EQ(Request(std::move(fifth)), ITransferAgentManager::InvalidHandle);
-    EXPECT_THAT(log.MessagesOf("RequestTransfer"),
-                ElementsAre("Url: fifth", "Maximum number of parallel transfers reached: 4"));
-    EXPECT_EQ(log.Count("Maximum number of parallel transfers reached: 4"), 1U);
+    EXPECT_THAT(log.Summaries(),
+                ElementsAre("D RequestTransfer: Url: fifth",
+                            "E RequestTransfer: Maximum number of parallel transfers reached: 4"));
     EXPECT_TRUE(destroyed.expired());
     EXPECT_EQ(m_Peer.JobCount(), 4U);
 }
@@ -144,6 +144,30 @@ TEST_F(AgentRequests, AnUnknownHandleYieldsTheSharedInvalidJobWithDefaults)
                 ElementsAre("E m_GetJob: job not found for:5", "E m_GetJob: job not found for:6"));
 }
 
+TEST_F(AgentRequests, AMemberCalledWithoutTheLockSaysWhereAndCarriesOn)
+{
+    auto lock = m_Peer.Hold();
+    lock.unlock();
+    const CaughtLog log;
+    EXPECT_EQ(m_Peer.GetJob(lock, 5).handle, ITransferAgentManager::InvalidHandle);
+    EXPECT_FALSE(m_Peer.RemoveJob(lock, 5));
+    EXPECT_FALSE(m_Peer.PerformSegmented(lock, 5).success);
+    std::size_t reports = 0;
+    for (const LogLine& line : log.Lines()) {
+        if (line.function == "AssertIsLocked") {
+            ++reports;
+            EXPECT_EQ(line.priority, 6);
+            EXPECT_EQ(line.file, "LockableUtils.h");
+            EXPECT_EQ(line.line, 45);
+            // The path and the line number of the caller, run together.
+            EXPECT_THAT(line.message,
+                        testing::MatchesRegex(
+                            "mutex not locked! .*/AsyncTransferAgentManager\\.cpp[0-9]+"));
+        }
+    }
+    EXPECT_EQ(reports, 4U);
+}
+
 TEST_F(AgentRequests, AJobCarriesEveryFieldOfItsRequest)
 {
     auto request = MakeBlockedRequest();
@@ -179,6 +203,14 @@ TEST_F(AgentRequests, CancellingAnUnknownHandleDoesNothingAndReturnsFalse)
     EXPECT_THAT(log.Summaries(),
                 ElementsAre("D CancelTransfer: handle: 12", "D m_RemoveJob:  ",
                             "D CancelTransfer: handle: 4294967295", "D m_RemoveJob:  "));
+}
+
+TEST_F(AgentRequests, CancellingAFinishedTransferReturnsFalse)
+{
+    const CaughtLog log;
+    const auto handle = Request(m_Client.MakeRequest(Deliver("h", "b")));
+    ASSERT_TRUE(log.WaitFor("Cancelling transfer with handle: 0"));
+    EXPECT_FALSE(m_Manager->CancelTransfer(handle));
 }
 
 TEST_F(AgentRequests, CancellingTwiceReturnsTrueThenFalse)
@@ -255,8 +287,7 @@ TEST_F(AgentRequests, AJobCancelledWhileItsWorkerWaitsForTheMutexIsNotPerformed)
 {
     Gate waiting;
     CaughtLog log;
-    // The request's last line is logged with the mutex held, and the worker's first line before it
-    // takes the mutex: cancelling between the two comes before the worker.
+    // The worker is held at its first line, which it logs before it takes the mutex.
     log.OnLine([&](const LogLine& line) {
         if (line.message == "handle: 0" && line.function == "m_PerformTransferThread") {
             waiting.Wait();
@@ -264,12 +295,15 @@ TEST_F(AgentRequests, AJobCancelledWhileItsWorkerWaitsForTheMutexIsNotPerformed)
     });
     const auto handle = Request(MakeBlockedRequest());
     EXPECT_TRUE(m_Manager->CancelTransfer(handle));
+    const std::string id = m_Peer.OnlyThread();
     waiting.Open();
+    ASSERT_TRUE(log.WaitFor("Detaching thread id: " + id));
+    EXPECT_EQ(m_Peer.ThreadCount(), 0U);
     m_Manager.reset();
     EXPECT_THAT(m_Client.Events(), IsEmpty());
     EXPECT_EQ(log.Count("job not found for:0"), 2U);
     EXPECT_THAT(log.MessagesOf("m_PerformTransferThread"),
-                Not(Contains("Cancelling transfer with handle: 0")));
+                ElementsAre("handle: 0", "Detaching thread id: " + id));
 }
 
 TEST_F(AgentRequests, AWorkerThatWasNeverFiledWarnsAndStillRemovesItsJob)

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <limits>
 
 #include "AgentTestSupport.h"
@@ -35,6 +36,7 @@ protected:
         EXPECT_TRUE(m_Joining.Wait());
         return shutdown;
     }
+    // The destructor's lines, without their levels.
     std::vector<std::string> DestructorLines() const
     {
         return m_Log.MessagesOf("~AsyncTransferAgentManager");
@@ -108,7 +110,8 @@ TEST_F(AgentShutdown, WakesASleepingTransferWhichIsStillSentAndDelivered)
     m_Manager->RequestTransfer(std::move(request));
     ASSERT_TRUE(m_Log.WaitFor("Start sleeping for: 9223372036854775807 milliseconds"));
     m_Manager.reset();
-    EXPECT_THAT(DestructorLines(), Contains("Waking up sleeping thread with handle: 0"));
+    EXPECT_THAT(m_Log.Summaries(),
+                Contains("D ~AsyncTransferAgentManager: Waking up sleeping thread with handle: 0"));
     EXPECT_EQ(m_Log.Count("Sleep interrupted"), 1U);
     EXPECT_THAT(m_Client.Events(), ElementsAre("header h", "data b", "complete true 200"));
 }
@@ -243,8 +246,10 @@ TEST_F(AgentShutdown, NamesAThreadThatCannotBeJoinedByTheIdentifierItWasFiledUnd
     const std::string id =
         AsyncTransferAgentManagerPeer(*m_Manager).FileDetachedThread(std::move(thread));
     m_Manager.reset();
-    EXPECT_THAT(DestructorLines(),
-                ElementsAre(" ", "number of threads: 1", "thread not joinable: " + id));
+    EXPECT_THAT(m_Log.Summaries(),
+                ElementsAre("D ~AsyncTransferAgentManager:  ",
+                            "D ~AsyncTransferAgentManager: number of threads: 1",
+                            "I ~AsyncTransferAgentManager: thread not joinable: " + id));
     filed->Open();
 }
 
@@ -269,12 +274,14 @@ TEST_F(AgentShutdownDeathTest, AManagerDestroyedFromItsOwnCallbackEndsTheProcess
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_DEATH(
         {
+            m_Log.OnLine(
+                [](const LogLine& line) { std::fprintf(stderr, "%s\n", line.message.c_str()); });
             auto request = m_Client.MakeRequest(Deliver("h", "b"));
             request->completeCallback = [&](auto, void*) { m_Manager.reset(); };
             m_Manager->RequestTransfer(std::move(request));
             Gate().Wait();
         },
-        "");
+        "joining thread: ");
 }
 
 }  // namespace
