@@ -1,10 +1,15 @@
 #pragma once
 
 #include <dlog.h>
+#include <pthread.h>
 
+#include <charconv>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <functional>
+#include <iterator>
+#include <limits>
 #include <locale>
 #include <random>
 #include <sstream>
@@ -89,13 +94,27 @@ public:
         return *this;
     }
 
+    // The number by which the system's threads library knows the thread, which is what an
+    // identifier consists of.
+    LogMessage& operator<<(std::thread::id piece)
+    {
+        if (piece == std::thread::id()) {
+            return *this << "thread::id of a non-executing thread";
+        }
+        pthread_t number = 0;
+        static_assert(sizeof number == sizeof piece && std::is_integral_v<pthread_t>);
+        std::memcpy(&number, &piece, sizeof number);
+        return *this << number;
+    }
+
     template <typename T>
     LogMessage& operator<<(const T& piece)
     {
         if constexpr (std::is_same_v<T, bool>) {
             m_Text += piece ? '1' : '0';
         } else if constexpr (std::is_integral_v<T> && sizeof(T) > sizeof(char)) {
-            m_Text += std::to_string(piece);
+            char digits[std::numeric_limits<T>::digits10 + 2];  // one more digit, and a sign
+            m_Text.append(digits, std::to_chars(digits, std::end(digits), piece).ptr);
         } else {
             std::ostringstream stream;
             stream.imbue(std::locale::classic());

@@ -1,5 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <cstdint>
+#include <limits>
+#include <sstream>
+#include <thread>
+
 #include "CaughtLog.h"
 #include "Utils.h"
 
@@ -17,4 +22,36 @@ TEST(Logging, ALineCarriesBufferTagFormatFileFunctionAndMessage)
     EXPECT_EQ(line.function, "TestBody");
     EXPECT_EQ(line.line, __LINE__ - 9);
     EXPECT_EQ(line.message, "Failed to read file: /a 71");
+}
+
+namespace {
+
+template <typename T>
+void ExpectWrittenAsByAStream(const T& piece)
+{
+    std::ostringstream stream;
+    stream << piece;
+    const CaughtLog log;
+    LOG_DEBUG(piece);
+    ASSERT_EQ(log.Lines().size(), 1U);
+    EXPECT_EQ(log.Lines().front().message, stream.str());
+}
+
+}  // namespace
+
+TEST(Logging, AWholeNumberIsWrittenAsByAStream)
+{
+    ExpectWrittenAsByAStream(0);
+    ExpectWrittenAsByAStream(std::numeric_limits<std::int64_t>::min());
+    ExpectWrittenAsByAStream(std::numeric_limits<std::int64_t>::max());
+    ExpectWrittenAsByAStream(std::numeric_limits<std::uint64_t>::max());
+    ExpectWrittenAsByAStream(std::numeric_limits<std::int32_t>::min());
+    ExpectWrittenAsByAStream(std::numeric_limits<std::uint32_t>::max());
+    ExpectWrittenAsByAStream(std::numeric_limits<std::int16_t>::min());
+}
+
+TEST(Logging, AThreadIdentifierIsWrittenAsByAStream)
+{
+    ExpectWrittenAsByAStream(std::this_thread::get_id());
+    ExpectWrittenAsByAStream(std::thread::id());
 }
