@@ -14,6 +14,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -71,35 +72,25 @@ constexpr const char* FileBaseName(const char* path)
 }
 
 // The text of one log line. Pieces read as a default-formatted stream in the C locale writes them:
-// numbers in decimal, true and false as 1 and 0. The common types are appended without the cost of
-// a stream, which is most of what a log line would cost; any other goes through one.
+// numbers in decimal, true and false as 1 and 0. The common types are written without a stream, and
+// a text of usual length without allocation: those are most of what a log line would cost.
 class LogMessage
 {
 public:
-    LogMessage& operator<<(const std::string& piece)
-    {
-        m_Text += piece;
-        return *this;
-    }
+    LogMessage() { m_Short[0] = '\0'; }
 
-    LogMessage& operator<<(const char* piece)
-    {
-        m_Text += piece;
-        return *this;
-    }
+    LogMessage& operator<<(const std::string& piece) { return m_Append(piece); }
 
-    LogMessage& operator<<(char piece)
-    {
-        m_Text += piece;
-        return *this;
-    }
+    LogMessage& operator<<(const char* piece) { return m_Append(piece); }
+
+    LogMessage& operator<<(char piece) { return m_Append({&piece, 1}); }
 
     // The number by which the system's threads library knows the thread, which is what an
     // identifier consists of.
     LogMessage& operator<<(std::thread::id piece)
     {
         if (piece == std::thread::id()) {
-            return *this << "thread::id of a non-executing thread";
+            return m_Append("thread::id of a non-executing thread");
         }
         pthread_t number = 0;
         static_assert(sizeof number == sizeof piece && std::is_integral_v<pthread_t>);
@@ -111,23 +102,40 @@ public:
     LogMessage& operator<<(const T& piece)
     {
         if constexpr (std::is_same_v<T, bool>) {
-            m_Text += piece ? '1' : '0';
+            return m_Append(piece ? "1" : "0");
         } else if constexpr (std::is_integral_v<T> && sizeof(T) > sizeof(char)) {
             char digits[std::numeric_limits<T>::digits10 + 2];  // one more digit, and a sign
-            m_Text.append(digits, std::to_chars(digits, std::end(digits), piece).ptr);
+            const char* const end = std::to_chars(digits, std::end(digits), piece).ptr;
+            return m_Append({digits, static_cast<std::size_t>(end - digits)});
         } else {
             std::ostringstream stream;
             stream.imbue(std::locale::classic());
             stream << piece;
-            m_Text += stream.str();
+            return m_Append(stream.str());
+        }
+    }
+
+    const char* Text() const { return m_Long.empty() ? m_Short : m_Long.c_str(); }
+
+private:
+    LogMessage& m_Append(std::string_view piece)
+    {
+        if (m_Long.empty() && piece.size() < sizeof m_Short - m_Length) {
+            std::memcpy(m_Short + m_Length, piece.data(), piece.size());
+            m_Length += piece.size();
+            m_Short[m_Length] = '\0';
+        } else {
+            if (m_Long.empty()) {
+                m_Long.assign(m_Short, m_Length);
+            }
+            m_Long += piece;
         }
         return *this;
     }
 
-    const char* Text() const { return m_Text.c_str(); }
-
-private:
-    std::string m_Text;
+    char m_Short[128];
+    std::size_t m_Length = 0;
+    std::string m_Long;  // the whole text once it does not fit into m_Short
 };
 
 // Runs an action when it goes out of scope, if it is armed. A copy is armed as its original is, and

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <limits>
 #include <sstream>
+#include <string>
 #include <thread>
 
 #include "CaughtLog.h"
@@ -54,4 +55,14 @@ TEST(Logging, AThreadIdentifierIsWrittenAsByAStream)
 {
     ExpectWrittenAsByAStream(std::this_thread::get_id());
     ExpectWrittenAsByAStream(std::thread::id());
+}
+
+TEST(Logging, AMessageOfAnyLengthIsWrittenWhole)
+{
+    for (std::size_t length = 0; length < 300; ++length) {
+        const CaughtLog log;
+        const std::string text(length, 'a');
+        LOG_DEBUG(text << 1234 << text);
+        EXPECT_EQ(log.Lines().front().message, text + "1234" + text);
+    }
 }
