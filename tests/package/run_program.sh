@@ -7,5 +7,5 @@ program=$1 work=$2
 rm -rf "$work"
 mkdir -p "$work"
 head -c 1234567 /dev/urandom >"$work/source"
-env -i "$program" --quiet --output "$work/copy" "$work/source"
+env -i "$program" -q -o "$work/copy" "$work/source"
 cmp "$work/source" "$work/copy"

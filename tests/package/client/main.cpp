@@ -47,7 +47,10 @@ std::unique_ptr<ITransferAgentManager::TransferConfiguration> RequestFor(const c
 }
 
 // By reference, which in C++14 takes a definition of InvalidHandle in the library.
-bool IsSame(const std::uint64_t& one, const std::uint64_t& other) { return one == other; }
+bool IsSame(const std::uint64_t& one, const std::uint64_t& other)
+{
+    return one == other;
+}
 
 }  // namespace
 

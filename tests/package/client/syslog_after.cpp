@@ -6,4 +6,7 @@
 
 static_assert(LOG_DEBUG == 7 && LOG_INFO == 6, "the values are those of <syslog.h>");
 
-void LogAfter() { syslog(LOG_DEBUG, "after"); }
+void LogAfter()
+{
+    syslog(LOG_DEBUG, "after");
+}

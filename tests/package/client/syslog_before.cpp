@@ -7,4 +7,7 @@
 
 static_assert(LOG_DEBUG == 7 && LOG_INFO == 6, "the values are those of <syslog.h>");
 
-void LogBefore() { syslog(LOG_DEBUG, "before"); }
+void LogBefore()
+{
+    syslog(LOG_DEBUG, "before");
+}
