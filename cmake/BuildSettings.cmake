@@ -23,6 +23,7 @@ add_library(vortan_build_settings INTERFACE)
 target_compile_options(vortan_build_settings INTERFACE
     -Wall -Wextra -Wconversion -Wshadow
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<CXX_COMPILER_ID:Clang>:-Werror=thread-safety>
     $<$<BOOL:${VORTAN_WARNINGS_AS_ERRORS}>:-Werror>)
 
 if(VORTAN_SANITIZE)
