@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# armhf_sysroot.sh FOLDER: lays out Debian 12's libraries for 32-bit ARM in FOLDER, for the cross
+# compiler to link with and the emulator to run with. The packages and the package manager's
+# settings of this machine are not touched, and it does not matter which versions it has installed.
+set -euo pipefail
+# shellcheck source=scripts/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+packages=(
+    libc6-dev libgcc-s1 libstdc++6
+    libboost-dev libcli11-dev libcurl4-openssl-dev libsystemd-dev
+    libgtest-dev libgmock-dev
+)
+sysroot=$1
+private=$sysroot.apt
+
+# The address of Debian 12's archive, as this machine is set up to reach it.
+archive() {
+    # shellcheck disable=SC2016  # it is apt-get that fills it in
+    apt-get indextargets --format '$(REPO_URI)' \
+        'Created-By: Packages' 'Origin: Debian' 'Codename: bookworm' 'Component: main' |
+        head -n 1
+}
+
+# A package manager that knows 32-bit ARM only, and of no installed package.
+write_private_settings() {
+    local address
+    address=$(archive)
+    [[ -n $address ]] || { apt_get update && address=$(archive); }
+    [[ -n $address ]] || fail "This machine's package manager does not know Debian 12's archive."
+    mkdir -p "$private"/{lists/partial,archives/partial}
+    : >"$private/status"
+    local keys=/usr/share/keyrings/debian-archive-keyring.gpg
+    echo "deb [arch=armhf signed-by=$keys] $address bookworm main" >"$private/sources.list"
+    cat >"$private/apt.conf" <<END
+APT::Architecture "armhf";
+#clear APT::Architectures;
+APT::Architectures { "armhf"; };
+APT::Sandbox::User "root";
+Dir::State "$private";
+Dir::State::status "$private/status";
+Dir::Cache "$private";
+Dir::Etc::sourcelist "$private/sources.list";
+Dir::Etc::sourceparts "/dev/null";
+END
+}
+
+download() {
+    export APT_CONFIG=$private/apt.conf
+    apt-get --quiet --quiet update
+    apt-get --quiet --quiet --yes --no-install-recommends --download-only install "${packages[@]}"
+    unset APT_CONFIG
+}
+
+unpack() {
+    local package link
+    for package in "$private"/archives/*.deb; do
+        dpkg-deb --extract "$package" "$sysroot"
+    done
+    # A link to /lib means the one in the folder.
+    find "$sysroot" -type l -lname '/*' -print0 | while IFS= read -r -d '' link; do
+        ln --symbolic --force --relative "$sysroot$(readlink "$link")" "$link"
+    done
+}
+
+complete=$sysroot/.complete
+if [[ "${packages[*]}" != "$(cat "$complete" 2>/dev/null)" ]]; then
+    say "Fetching the libraries for 32-bit ARM: ${packages[*]}"
+    rm -rf "$sysroot" "$private"
+    mkdir -p "$sysroot"
+    sysroot=$(realpath "$sysroot") private=$(realpath "$private")
+    write_private_settings
+    download
+    unpack
+    rm -rf "$private"
+    echo "${packages[*]}" >"$complete"
+fi

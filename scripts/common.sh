@@ -1,0 +1,150 @@
+# shellcheck shell=bash
+# Shared by run, test and .ci/run: what they need is installed, and what they build is up to date.
+# Whatever is said here goes to standard error; standard output is for results.
+
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+
+say() {
+    echo "$*" >&2
+}
+
+fail() {
+    say "$*"
+    exit 1
+}
+
+# The packages of Debian 12 for each purpose.
+packages_for() {
+    local build=(
+        g++ cmake ninja-build pkg-config
+        libboost-dev libcli11-dev libcurl4-openssl-dev libsystemd-dev
+    )
+    case $1 in
+    build) echo "${build[@]}" ;;
+    demonstration) echo "${build[@]}" python3 ;;
+    test)
+        echo "${build[@]}" libgtest-dev libgmock-dev \
+            python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin openssl curl
+        ;;
+    clang) echo clang-14 libclang-rt-14-dev libbenchmark-dev ;;
+    armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
+    static-checks) echo clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
+    esac
+}
+
+# Prints those of the packages that are not installed.
+missing_packages() {
+    local installed
+    installed=$(dpkg-query --show --showformat='${Package} ${db:Status-Status}\n' "$@" 2>/dev/null |
+        sed -n 's/ installed$//p' | sort -u)
+    comm -23 <(printf '%s\n' "$@" | sort -u) <(echo "$installed")
+}
+
+# as_root COMMAND...: as it is for root, through sudo for anyone else.
+as_root() {
+    if ((EUID == 0)); then
+        "$@"
+    else
+        sudo -- "$@"
+    fi
+}
+
+apt_get() {
+    as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get --yes -qq -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" </dev/null >&2
+}
+
+# The package lists are fetched only if they turn out to be missing or out of date.
+apt_install() {
+    apt_get install --no-install-recommends "$@" 2>/dev/null && return
+    say "Fetching the lists of packages first"
+    apt_get update
+    apt_get install --no-install-recommends "$@"
+}
+
+# Debian starts the servers that it installs. The tests start theirs by themselves, on ports of
+# their own: no other server is to come of it.
+apt_install_without_servers() {
+    local policy=/usr/sbin/policy-rc.d
+    if [[ -e $policy ]]; then
+        apt_install "$@"
+        return
+    fi
+    (
+        trap 'as_root rm -f "$policy"' EXIT
+        printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+        as_root chmod +x "$policy"
+        apt_install "$@"
+    ) || return
+    if [[ " $* " == *" nginx "* ]]; then
+        say "nginx is there for the tests to start; it does not run by itself, nor at the next boot"
+        as_root update-rc.d nginx disable >/dev/null 2>&1 || true
+    fi
+}
+
+cannot_install() {
+    local reason=$1
+    shift
+    fail "$reason
+Please have these packages of Debian 12 installed, then try again:
+    apt-get install --no-install-recommends $*
+Where packages have other names, install their counterparts and set VORTAN_NO_INSTALL=1."
+}
+
+# ensure_packages PURPOSE...: installs what is missing, or says how to, and ends the script. With
+# something installed, what was configured without it is configured again.
+ensure_packages() {
+    [[ -z ${VORTAN_NO_INSTALL:-} ]] || return 0
+    local purpose wanted=() missing
+    for purpose in "$@"; do
+        read -ra names <<<"$(packages_for "$purpose")"
+        wanted+=("${names[@]}")
+    done
+    command -v apt-get dpkg-query >/dev/null ||
+        cannot_install "There is no apt-get here to install packages with." "${wanted[@]}"
+    mapfile -t missing < <(missing_packages "${wanted[@]}")
+    ((${#missing[@]} > 0)) || return 0
+    if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+        cannot_install "Only root can install packages, and there is no sudo." "${missing[@]}"
+    fi
+    say "Installing what is missing ($*): ${missing[*]}"
+    apt_install_without_servers "${missing[@]}" ||
+        cannot_install "apt-get could not install them: is there a network?" "${missing[@]}"
+    rm -f "$project"/build/*/.configured
+}
+
+use_ccache_if_present() {
+    if command -v ccache >/dev/null; then
+        export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+    fi
+}
+
+# configure PRESET OPTIONS...: unless that was done before, with the same presets and options.
+configure() {
+    local preset=$1 stamp=$project/build/$1/.configured wanted
+    shift
+    wanted="$(cksum <"$project/CMakePresets.json") $*"
+    [[ ! -e $stamp || $(<"$stamp") != "$wanted" ]] || return 0
+    use_ccache_if_present
+    say "Configuring ($preset)"
+    (cd "$project" && cmake --preset "$preset" "$@") >&2
+    echo "$wanted" >"$stamp"
+}
+
+# build PRESET TARGETS...: all targets if none is named. Silent when there is nothing to do.
+build() {
+    local folder=$project/build/$1
+    shift
+    if ninja -C "$folder" -n "$@" | grep -q 'no work to do'; then
+        return
+    fi
+    say "Building"
+    ninja -C "$folder" "$@" >&2
+}
+
+# run_tests PRESET ARGUMENTS...: for ctest.
+run_tests() {
+    local preset=$1
+    shift
+    (cd "$project" && ctest --preset "$preset" --parallel "$(nproc)" "$@")
+}
