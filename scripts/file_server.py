@@ -1,0 +1,62 @@
+"""file_server.py FOLDER: serves a folder, for demonstrations, on a free loopback port that it prints.
+
+GET /NAME sends the file NAME of the folder, PUT /NAME stores one there. GET /stalled sends half of
+what it promises, says so on standard output, and waits until the client hangs up.
+"""
+
+import http.server
+import pathlib
+import sys
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+
+    def do_GET(self):
+        if self.path == "/stalled":
+            self.stall()
+        elif self.file().is_file():
+            self.answer(200, self.file().read_bytes())
+        else:
+            self.answer(404, b"")
+
+    def do_PUT(self):
+        self.file().write_bytes(self.body())
+        self.answer(201, b"")
+
+    def stall(self):
+        self.send_response(200)
+        self.send_header("Content-Length", "2000000")
+        self.end_headers()
+        self.wfile.write(bytes(1000000))
+        print("stalled", flush=True)
+        self.connection.recv(1)
+        self.close_connection = True
+
+    def file(self):
+        return pathlib.Path(sys.argv[1]) / pathlib.Path(self.path).name
+
+    def answer(self, status, body):
+        self.send_response(status)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def body(self):
+        if self.headers.get("Transfer-Encoding") == "chunked":
+            return b"".join(self.chunks())
+        return self.rfile.read(int(self.headers.get("Content-Length", 0)))
+
+    def chunks(self):
+        while size := int(self.rfile.readline(), 16):
+            yield self.rfile.read(size)
+            self.rfile.readline()
+        self.rfile.readline()
+
+    def log_message(self, *arguments):
+        pass
+
+
+server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+print("listening on port", server.server_port, flush=True)
+server.serve_forever()
