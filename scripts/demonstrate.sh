@@ -58,11 +58,11 @@ title "4. An upload"
 transfer -X PUT -d @source -o answer "$url/uploaded"
 agree source uploaded
 
-title "5. A download that stalls half-way, cancelled with Ctrl-C"
+title "5. A download without an end, cancelled with Ctrl-C"
 mkdir "$work/cancelled"
-echo "   vortan-transfer -o cancelled/stalled $url/stalled"
+echo "   vortan-transfer -o cancelled/endless $url/endless"
 # A shell has its background jobs ignore Ctrl-C.
-env --default-signal=INT "$program" -o "$work/cancelled/stalled" "$url/stalled" &
+env --default-signal=INT "$program" -o "$work/cancelled/endless" "$url/endless" &
 client=$!
 read -r -t 60 -u "$from_server" _ || wrong "the client sent no request"
 kill -INT "$client"

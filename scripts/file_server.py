@@ -1,21 +1,22 @@
 """file_server.py FOLDER: serves a folder, for demonstrations, on a free loopback port that it prints.
 
-GET /NAME sends the file NAME of the folder, PUT /NAME stores one there. GET /stalled sends half of
-what it promises, says so on standard output, and waits until the client hangs up.
+GET /NAME sends the file NAME of the folder, PUT /NAME stores one there. GET /endless says so on
+standard output, and sends a little at a time until the client hangs up.
 """
 
 import contextlib
 import http.server
 import pathlib
 import sys
+import time
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
 
     def do_GET(self):
-        if self.path == "/stalled":
-            self.stall()
+        if self.path == "/endless":
+            self.send_endlessly()
         elif self.file().is_file():
             self.answer(200, self.file().read_bytes())
         else:
@@ -25,15 +26,15 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.file().write_bytes(self.body())
         self.answer(201, b"")
 
-    def stall(self):
+    def send_endlessly(self):
         self.send_response(200)
-        self.send_header("Content-Length", "2000000")
         self.end_headers()
-        self.wfile.write(bytes(1000000))
-        print("stalled", flush=True)
-        with contextlib.suppress(ConnectionResetError):
-            self.connection.recv(1)
         self.close_connection = True
+        print("endless", flush=True)
+        with contextlib.suppress(ConnectionError):
+            while True:
+                self.wfile.write(bytes(1000))
+                time.sleep(0.01)
 
     def file(self):
         return pathlib.Path(sys.argv[1]) / pathlib.Path(self.path).name
