@@ -28,7 +28,7 @@ packages_for() {
         ;;
     clang) echo clang-14 libclang-rt-14-dev libbenchmark-dev ;;
     armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
-    static-checks) echo clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
+    static-checks) echo git clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
     esac
 }
 
