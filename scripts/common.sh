@@ -34,10 +34,10 @@ packages_for() {
 
 # Prints those of the packages that are not installed.
 missing_packages() {
-    local installed
-    installed=$(dpkg-query --show --showformat='${Package} ${db:Status-Status}\n' "$@" 2>/dev/null |
-        sed -n 's/ installed$//p' | sort -u)
-    comm -23 <(printf '%s\n' "$@" | sort -u) <(echo "$installed")
+    local known
+    # It complains, and fails, when it is asked about a package that it never heard of.
+    known=$(dpkg-query --show --showformat='${Package} ${db:Status-Status}\n' "$@" 2>/dev/null) || true
+    comm -23 <(printf '%s\n' "$@" | sort -u) <(sed -n 's/ installed$//p' <<<"$known" | sort -u)
 }
 
 # as_root COMMAND...: as it is for root, through sudo for anyone else.
@@ -95,15 +95,16 @@ Where packages have other names, install their counterparts and set VORTAN_NO_IN
 # something installed, what was configured without it is configured again.
 ensure_packages() {
     [[ -z ${VORTAN_NO_INSTALL:-} ]] || return 0
-    local purpose wanted=() missing
+    local purpose names wanted=() list missing
     for purpose in "$@"; do
         read -ra names <<<"$(packages_for "$purpose")"
         wanted+=("${names[@]}")
     done
     command -v apt-get dpkg-query >/dev/null ||
         cannot_install "There is no apt-get here to install packages with." "${wanted[@]}"
-    mapfile -t missing < <(missing_packages "${wanted[@]}")
-    ((${#missing[@]} > 0)) || return 0
+    list=$(missing_packages "${wanted[@]}")
+    [[ -n $list ]] || return 0
+    mapfile -t missing <<<"$list"
     if ((EUID != 0)) && ! command -v sudo >/dev/null; then
         cannot_install "Only root can install packages, and there is no sudo." "${missing[@]}"
     fi
