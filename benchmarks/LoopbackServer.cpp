@@ -54,7 +54,7 @@ bool Send(int connection, const char* data, std::size_t size, int flags)
 // "GET /1024 HTTP/1.1": the path is the length of the body.
 void Answer(int connection)
 {
-    static const std::string block(256 * 1024, 'x');
+    static const std::string block(std::size_t{256} * 1024, 'x');
     const std::string request = ReceiveRequest(connection);
     const std::size_t slash = request.find('/');
     if (slash == std::string::npos) {

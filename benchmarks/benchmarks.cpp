@@ -37,7 +37,7 @@ namespace {
 
 using Factory = std::unique_ptr<VORTAN_MW::ITransferHandlerFactory>;
 
-constexpr std::size_t MiB = 1024 * 1024;
+constexpr std::size_t MiB = std::size_t{1024} * 1024;
 constexpr std::size_t LargeBody = 256 * MiB;
 constexpr std::size_t SmallBody = 1024;
 constexpr std::size_t SmallRequests = 64;

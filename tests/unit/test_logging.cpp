@@ -63,6 +63,6 @@ TEST(Logging, AMessageOfAnyLengthIsWrittenWhole)
         const CaughtLog log;
         const std::string text(length, 'a');
         LOG_DEBUG(text << 1234 << text);
-        EXPECT_EQ(log.Lines().front().message, text + "1234" + text);
+        EXPECT_EQ(log.Lines().front().message, std::string(text).append("1234").append(text));
     }
 }
