@@ -4,6 +4,7 @@
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
 #include <FileReaderFactory.h>
+#include <QXCurlEasyHandlerFactory.h>
 
 #include <fstream>
 #include <future>
@@ -69,7 +70,8 @@ int main(int argc, char** argv)
     }
     const bool succeeded = transfer.succeeded.get_future().get();
     const bool agrees = !expected.empty() && transfer.body == expected;
-    const bool hasHandler = VORTAN_MW::CurlEasyHandlerFactory().Create() != nullptr;
+    const bool hasHandlers = VORTAN_MW::CurlEasyHandlerFactory().Create() != nullptr &&
+                             VORTAN_MW::QXCurlEasyHandlerFactory().Create() != nullptr;
     std::cout << "received " << transfer.body.size() << " of " << expected.size() << " bytes\n";
-    return succeeded && agrees && hasHandler ? 0 : 1;
+    return succeeded && agrees && hasHandlers ? 0 : 1;
 }

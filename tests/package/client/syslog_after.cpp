@@ -1,6 +1,7 @@
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
 #include <FileReaderFactory.h>
+#include <QXCurlEasyHandlerFactory.h>
 //
 #include <syslog.h>
 

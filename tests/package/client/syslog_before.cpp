@@ -4,6 +4,7 @@
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
 #include <FileReaderFactory.h>
+#include <QXCurlEasyHandlerFactory.h>
 
 static_assert(LOG_DEBUG == 7 && LOG_INFO == 6, "the values are those of <syslog.h>");
 
