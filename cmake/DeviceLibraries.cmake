@@ -1,6 +1,7 @@
 # The device's own libraries, under the names of the targets whose place they take.
 #
 #   VORTAN_DLOG_LIBRARY            the platform log; looked for if it is not named
+#   VORTAN_QXCURL_LIBRARY          the maker's curl wrapper; looked for if it is not named
 #   VORTAN_FILESYSTEM_LIBRARY      the sibling library with the file accessor
 #   VORTAN_FILESYSTEM_INCLUDE_DIR  the folder of the file accessor's header
 
@@ -37,6 +38,7 @@ function(vortan_device_library variable what)
 endfunction()
 
 vortan_device_library(VORTAN_DLOG_LIBRARY "the platform log's library" libdlog.so libdlog.so.0)
+vortan_device_library(VORTAN_QXCURL_LIBRARY "the curl wrapper's library" libQXCurl.so libQXCurl.so.0)
 vortan_device_library(VORTAN_FILESYSTEM_LIBRARY "the file accessor's library")
 
 set(VORTAN_FILESYSTEM_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/platform/filesystem/Inc
@@ -58,6 +60,14 @@ target_include_directories(vortan_dlog_headers INTERFACE ${PROJECT_SOURCE_DIR}/p
 add_library(vortan_dlog UNKNOWN IMPORTED)
 set_target_properties(vortan_dlog PROPERTIES IMPORTED_LOCATION ${VORTAN_DLOG_LIBRARY})
 target_link_libraries(vortan_dlog INTERFACE vortan_dlog_headers)
+
+add_library(vortan_qxcurl_headers INTERFACE)
+target_include_directories(vortan_qxcurl_headers INTERFACE
+    ${PROJECT_SOURCE_DIR}/platform/QXCurl/Inc)
+
+add_library(vortan_qxcurl UNKNOWN IMPORTED)
+set_target_properties(vortan_qxcurl PROPERTIES IMPORTED_LOCATION ${VORTAN_QXCURL_LIBRARY})
+target_link_libraries(vortan_qxcurl INTERFACE vortan_qxcurl_headers)
 
 add_library(vortan_filesystem UNKNOWN IMPORTED)
 set_target_properties(vortan_filesystem PROPERTIES IMPORTED_LOCATION ${VORTAN_FILESYSTEM_LIBRARY})

@@ -27,16 +27,20 @@ endfunction()
 expect_one_message(TEXTS
     "the platform log's library: looked for libdlog.so, libdlog.so.0 in the library folders of "
     "(say -DVORTAN_DLOG_LIBRARY=FILE)"
+    "the curl wrapper's library: looked for libQXCurl.so, libQXCurl.so.0 in the library folders of "
+    "(say -DVORTAN_QXCURL_LIBRARY=FILE)"
     "the file accessor's library: it has no name to look for"
     "(say -DVORTAN_FILESYSTEM_LIBRARY=FILE)")
 
 expect_one_message(
     OPTIONS
         -DVORTAN_DLOG_LIBRARY=${BUILD}/none/libdlog.so.0
+        -DVORTAN_QXCURL_LIBRARY=${BUILD}/none/libQXCurl.so.0
         -DVORTAN_FILESYSTEM_LIBRARY=${BUILD}
         -DVORTAN_FILESYSTEM_INCLUDE_DIR=${BUILD}
     TEXTS
         "the platform log's library: there is no such file as ${BUILD}/none/libdlog.so.0"
+        "the curl wrapper's library: there is no such file as ${BUILD}/none/libQXCurl.so.0"
         "the file accessor's library: there is no such file as ${BUILD}"
         "the file accessor's header: looked for ThreadSafeFileSystemAccessor.h in ${BUILD}"
         "(say -DVORTAN_FILESYSTEM_INCLUDE_DIR=FOLDER)")
