@@ -1,0 +1,254 @@
+"""What the tests of the command-line client share: the program, and a server to talk to."""
+
+import hashlib
+import http.server
+import os
+import queue
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+import unittest
+
+PROGRAM = os.environ["VORTAN_TRANSFER"]
+# A sanitizer's own memory and limits hide the program's.
+SANITIZED = bool(os.environ.get("VORTAN_SANITIZE"))
+
+# Only guards against a hang.
+TIMEOUT = 200
+
+SUCCEEDED, TRANSFER_FAILED, WRONG_ARGUMENTS, CANNOT_WRITE, INTERRUPTED = 0, 1, 2, 3, 130
+
+
+def make_bytes(length):
+    """Bytes that depend on their index."""
+    block = b"".join(hashlib.sha256(str(index).encode()).digest() for index in range(509))
+    return (block * (length // len(block) + 1))[:length]
+
+
+BODY = make_bytes(1234567)
+
+
+def environment(**changes):
+    """The environment without what would change the program's behaviour."""
+    dropped = ("VORTAN_DLOG", "VORTAN_DLOG_LEVEL", "http_proxy", "https_proxy", "all_proxy",
+               "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY")
+    kept = {name: value for name, value in os.environ.items() if name not in dropped}
+    return {**kept, **changes}
+
+
+class Request:
+    """A request that the server has received. A test answers it."""
+
+    def __init__(self, handler):
+        self._handler = handler
+        self.method = handler.command
+        self.path = handler.path
+        self.headers = handler.headers
+        self.body = self._read_body()
+
+    def _read_body(self):
+        if self.headers.get("Transfer-Encoding", "").lower() == "chunked":
+            return b"".join(iter(self._read_chunk, b""))
+        return self._handler.rfile.read(int(self.headers.get("Content-Length", 0)))
+
+    def _read_chunk(self):
+        size = int(self._handler.rfile.readline().split(b";")[0], 16)
+        chunk = self._handler.rfile.read(size)
+        self._handler.rfile.readline()
+        return chunk
+
+    def send(self, data):
+        self._handler.wfile.write(data)
+
+    def send_header(self, status=200, headers=()):
+        lines = ["HTTP/1.1 %d Reason" % status, "Connection: close"]
+        lines += ["%s: %s" % pair for pair in headers]
+        self.send(("\r\n".join(lines) + "\r\n\r\n").encode())
+
+    def reply(self, body=b"", status=200, headers=()):
+        self.send_header(status, [("Content-Length", len(body)), *headers])
+        if self.method != "HEAD":
+            self.send(body)
+
+    def reset(self):
+        """Makes the connection end with a reset."""
+        self._handler.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER,
+                                            struct.pack("ii", 1, 0))
+        self._handler.connection.close()
+
+
+class Server:
+    """Runs on a free loopback port. answers maps paths to functions that get the Request; every
+    other path is not found."""
+
+    def __init__(self):
+        self.answers = {}
+        self.requests = queue.Queue()
+        outer = self
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            protocol_version = "HTTP/1.1"
+
+            def handle_request(self):
+                self.close_connection = True
+                request = Request(self)
+                outer.requests.put(request)
+                answer = outer.answers.get(self.path.split("?")[0])
+                try:
+                    if answer:
+                        answer(request)
+                    else:
+                        request.reply(b"not here", status=404)
+                except (ConnectionError, ValueError):
+                    pass  # the client has gone, or the answer has closed the connection
+
+            do_GET = do_HEAD = do_POST = do_PUT = handle_request
+
+            def finish(self):
+                try:
+                    super().finish()
+                except (ConnectionError, ValueError):
+                    pass
+
+            def log_message(self, *_):
+                pass
+
+        class Quiet(http.server.ThreadingHTTPServer):
+            daemon_threads = True
+            request_queue_size = 128
+
+            def shutdown_request(self, request):
+                if request.fileno() >= 0:
+                    super().shutdown_request(request)
+
+        self._server = Quiet(("127.0.0.1", 0), Handler)
+        self.port = self._server.server_address[1]
+        self._thread = threading.Thread(target=self._server.serve_forever,
+                                        kwargs={"poll_interval": 0.02}, daemon=True)
+        self._thread.start()
+
+    def url(self, path):
+        return "http://127.0.0.1:%d%s" % (self.port, path)
+
+    def close(self):
+        self._server.shutdown()
+        self._thread.join()
+        self._server.server_close()
+
+
+class Gate:
+    """An answer that sends a part of a body, and the rest only when it is opened."""
+
+    def __init__(self, body, first, headers=None):
+        self._body = body
+        self._first = first
+        self._headers = [("Content-Length", len(body))] if headers is None else headers
+        self._opened = threading.Event()
+        self.reached = threading.Semaphore(0)
+
+    def __call__(self, request):
+        request.send_header(200, self._headers)
+        request.send(self._body[:self._first])
+        self.reached.release()
+        if self._opened.wait(TIMEOUT):
+            request.send(self._body[self._first:])
+
+    def wait_until_reached(self):
+        assert self.reached.acquire(timeout=TIMEOUT)
+
+    def open(self):
+        self._opened.set()
+
+
+class Result:
+    def __init__(self, process, output, errors):
+        self.status = process.returncode
+        self.output = output
+        self.errors = errors.decode()
+
+
+class Running:
+    """The program while it runs."""
+
+    def __init__(self, arguments, **options):
+        defaults = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
+                    "stderr": subprocess.PIPE, "env": environment()}
+        self.process = subprocess.Popen([PROGRAM, *arguments], **{**defaults, **options})
+        self._read = b""
+
+    def wait_for_line_with(self, text):
+        while True:
+            line = self.process.stderr.readline()
+            self._read += line
+            if text.encode() in line:
+                return
+            assert line, "the program has ended: " + self._read.decode()
+
+    def interrupt(self, number=signal.SIGINT):
+        self.process.send_signal(number)
+
+    def finish(self, data=None):
+        output, errors = self.process.communicate(data, timeout=TIMEOUT)
+        return Result(self.process, output, self._read + (errors or b""))
+
+
+class ClientTest(unittest.TestCase):
+    """Gives each test a server and a folder, in which the program runs."""
+
+    maxDiff = 2000
+
+    def setUp(self):
+        self.server = Server()
+        self.addCleanup(self.server.close)
+        self.folder = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def start(self, *arguments, **options):
+        running = Running(arguments, **{"cwd": self.folder, **options})
+        self.addCleanup(self._end, running.process)
+        return running
+
+    @staticmethod
+    def _end(process):
+        if process.poll() is None:
+            process.kill()
+        process.communicate()
+
+    def run_client(self, *arguments, data=None, **options):
+        if data is not None:
+            options["stdin"] = subprocess.PIPE
+        return self.start(*arguments, **options).finish(data)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write(self, name, contents):
+        with open(self.path(name), "wb") as file:
+            file.write(contents)
+        return self.path(name)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def serve(self, path, body=BODY, **options):
+        self.server.answers[path] = lambda request: request.reply(body, **options)
+        return self.server.url(path)
+
+    def assert_succeeded(self, result):
+        self.assertEqual((result.status, result.errors), (SUCCEEDED, ""))
+
+    def assert_failed(self, result, status, line):
+        self.assertEqual((result.status, result.errors),
+                         (status, "vortan-transfer: %s\n" % line))
+
+    def assert_files(self, *names):
+        self.assertEqual(sorted(os.listdir(self.folder)), sorted(names))
+
+
+def main():
+    unittest.main(verbosity=2)

@@ -1,0 +1,311 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Arguments.h"
+#include "UsageError.h"
+
+using namespace VORTAN_TRANSFER;
+
+namespace {
+
+using HttpMethod = VORTAN_MW::ITransferHandler::Configuration::HttpMethod;
+
+std::variant<Arguments, Information> ParseAny(std::vector<const char*> arguments)
+{
+    arguments.insert(arguments.begin(), "vortan-transfer");
+    return ParseArguments(static_cast<int>(arguments.size()), arguments.data());
+}
+
+Arguments Parse(const std::vector<const char*>& arguments)
+{
+    return std::get<Arguments>(ParseAny(arguments));
+}
+
+std::string RefusalOf(const std::vector<const char*>& arguments)
+{
+    try {
+        ParseAny(arguments);
+    } catch (const UsageError& error) {
+        return error.what();
+    }
+    return "accepted";
+}
+
+constexpr const char* Url = "http://localhost/a";
+
+}  // namespace
+
+TEST(Arguments, ASourceAloneIsFetchedSegmentedToStandardOutput)
+{
+    const Arguments arguments = Parse({Url});
+    ASSERT_EQ(arguments.jobs.size(), 1U);
+    EXPECT_EQ(arguments.jobs[0].source.url, Url);
+    EXPECT_EQ(arguments.jobs[0].target, "-");
+    EXPECT_EQ(arguments.request.method, HttpMethod::EhttpGet);
+    EXPECT_TRUE(arguments.request.failOnError);
+    EXPECT_TRUE(arguments.request.headers.empty());
+    EXPECT_TRUE(arguments.request.requestBody.empty());
+    EXPECT_FALSE(arguments.request.randomDelay);
+    EXPECT_FALSE(arguments.request.fixedDelay);
+    EXPECT_TRUE(arguments.segmented);
+    EXPECT_FALSE(arguments.includeHeader);
+    EXPECT_FALSE(arguments.quiet);
+    EXPECT_FALSE(arguments.verbose);
+}
+
+TEST(Arguments, EachFlagIsTaken)
+{
+    EXPECT_FALSE(Parse({"--plain", Url}).segmented);
+    EXPECT_TRUE(Parse({"--segmented", Url}).segmented);
+    EXPECT_FALSE(Parse({"--no-fail", Url}).request.failOnError);
+    EXPECT_TRUE(Parse({"-i", Url}).includeHeader);
+    EXPECT_TRUE(Parse({"--include", Url}).includeHeader);
+    EXPECT_TRUE(Parse({"-q", Url}).quiet);
+    EXPECT_TRUE(Parse({"-v", Url}).verbose);
+}
+
+TEST(Arguments, TheMethodIsGetWithoutDataAndPostWithIt)
+{
+    EXPECT_EQ(Parse({Url}).request.method, HttpMethod::EhttpGet);
+    EXPECT_EQ(Parse({"-d", "x", Url}).request.method, HttpMethod::EhttpPost);
+    EXPECT_EQ(Parse({"-d", "x", "-X", "PUT", Url}).request.method, HttpMethod::EhttpPut);
+    EXPECT_EQ(Parse({"--method", "head", Url}).request.method, HttpMethod::EhttpHead);
+}
+
+TEST(Arguments, AHeadRequestYieldsItsHeader)
+{
+    EXPECT_TRUE(Parse({"-X", "HEAD", Url}).includeHeader);
+}
+
+TEST(Arguments, AnUnknownMethodIsRefused)
+{
+    EXPECT_EQ(RefusalOf({"-X", "DELETE", Url}),
+              "--method: 'DELETE' is none of GET, HEAD, POST, PUT");
+}
+
+TEST(Arguments, DataAndMethodMustFit)
+{
+    EXPECT_EQ(RefusalOf({"-X", "GET", "-d", "x", Url}), "--data: only POST and PUT send data");
+    EXPECT_EQ(RefusalOf({"-X", "HEAD", "-d", "x", Url}), "--data: only POST and PUT send data");
+    EXPECT_EQ(RefusalOf({"-X", "POST", Url}),
+              "--method: POST and PUT need data to send, give it with --data");
+    EXPECT_EQ(RefusalOf({"-X", "PUT", Url}),
+              "--method: POST and PUT need data to send, give it with --data");
+    EXPECT_EQ(RefusalOf({"-d", "", Url}), "--data: is empty, and POST cannot send nothing");
+    EXPECT_EQ(Parse({"-X", "PUT", "-d", "", Url}).request.requestBody, "");
+}
+
+TEST(Arguments, AFileCanOnlyBeFetched)
+{
+    EXPECT_EQ(RefusalOf({"-d", "x", "/a"}), "'/a': a file can only be fetched");
+    EXPECT_EQ(RefusalOf({"-X", "HEAD", "/a"}), "'/a': a file can only be fetched");
+    EXPECT_EQ(RefusalOf({"-X", "GET", "/a"}), "accepted");
+}
+
+TEST(Arguments, DataIsTakenLiterally)
+{
+    for (const char* const data :
+         {"a=b&c", "[1,2]", "{}", "{\"a\": [1]}", "-x", "--", " ", "a@b"}) {
+        EXPECT_EQ(Parse({"-d", data, Url}).request.requestBody, data);
+    }
+    EXPECT_EQ(Parse({"--data=[1,2]", Url}).request.requestBody, "[1,2]");
+}
+
+TEST(Arguments, AMissingDataFileIsRefusedWithItsCause)
+{
+    EXPECT_EQ(RefusalOf({"-d", "@/nowhere/x", Url}),
+              "--data: '@/nowhere/x': No such file or directory");
+    EXPECT_EQ(RefusalOf({"-d", "@/", Url}), "--data: '@/': Is a directory");
+}
+
+TEST(Arguments, HeadersKeepTheirOrderAndLoseBlanksAround)
+{
+    const auto headers =
+        Parse({"-H", "B: 2", "--header", "A:1:2 ", "-H", "Expect:", Url}).request.headers;
+    const decltype(headers) expected = {{"B", "2"}, {"A", "1:2"}, {"Expect", ""}};
+    EXPECT_EQ(headers, expected);
+}
+
+TEST(Arguments, BracketsInAHeaderMeanNothing)
+{
+    const auto headers = Parse({"-H", "[a:1,b:2]", Url}).request.headers;
+    const decltype(headers) expected = {{"[a", "1,b:2]"}};
+    EXPECT_EQ(headers, expected);
+}
+
+TEST(Arguments, AHeaderOptionTakesOneValueOnly)
+{
+    EXPECT_EQ(Parse({"-H", "A: 1", Url}).jobs.size(), 1U);
+}
+
+TEST(Arguments, AHeaderThatIsNoneIsRefused)
+{
+    EXPECT_EQ(RefusalOf({"-H", "nocolon", Url}), "--header: 'nocolon' has no colon");
+    for (const char* const header : {": x", "a b: c", "a : c", "a: b\r\nc: d", "a\x01: b"}) {
+        EXPECT_NE(RefusalOf({"-H", header, Url}).find("is no 'NAME: VALUE'"), std::string::npos)
+            << header;
+    }
+}
+
+TEST(Arguments, ADelayMakesTheTransferPlain)
+{
+    const Arguments random = Parse({"--random-delay", "1:2", Url});
+    EXPECT_FALSE(random.segmented);
+    ASSERT_TRUE(random.request.randomDelay);
+    EXPECT_EQ(random.request.randomDelay->min, 1U);
+    EXPECT_EQ(random.request.randomDelay->max, 2U);
+
+    const Arguments fixed = Parse({"--fixed-delay", "9223372036854775807", Url});
+    EXPECT_FALSE(fixed.segmented);
+    EXPECT_EQ(fixed.request.fixedDelay.value(), 9223372036854775807);
+}
+
+TEST(Arguments, ADelayOfNothingIsADelay)
+{
+    EXPECT_EQ(Parse({"--random-delay", "0:0", Url}).request.randomDelay->max, 0U);
+    EXPECT_EQ(Parse({"--fixed-delay", "0", Url}).request.fixedDelay.value(), 0);
+}
+
+TEST(Arguments, ADelayThatIsNoneIsRefused)
+{
+    EXPECT_EQ(RefusalOf({"--random-delay", "2:1", Url}), "--random-delay: '2:1' has MIN above MAX");
+    EXPECT_EQ(RefusalOf({"--random-delay", "1", Url}), "--random-delay: '1' is no MIN:MAX");
+    for (const char* const delay : {"-1:2", "1:-2", ":", "1:", ":1", "1:2:3", "a:b", "1.5:2"}) {
+        EXPECT_NE(RefusalOf({"--random-delay", delay, Url}).find("whole number"), std::string::npos)
+            << delay;
+    }
+    for (const char* const delay : {"-1", "", "x", "1s", " 1", "+1"}) {
+        EXPECT_NE(RefusalOf({"--fixed-delay", delay, Url}).find("whole number"), std::string::npos)
+            << delay;
+    }
+}
+
+TEST(Arguments, ADelayTooLongForTheLibraryIsRefused)
+{
+    EXPECT_EQ(RefusalOf({"--random-delay", "0:4294967", Url}), "accepted");
+    EXPECT_EQ(RefusalOf({"--random-delay", "0:4294968", Url}),
+              "--random-delay: '4294968' is above 4294967");
+    EXPECT_EQ(RefusalOf({"--random-delay", "0:99999999999", Url}),
+              "--random-delay: '99999999999' is above 4294967");
+    EXPECT_EQ(RefusalOf({"--fixed-delay", "9223372036854775808", Url}),
+              "--fixed-delay: '9223372036854775808' is above 9223372036854775807");
+}
+
+TEST(Arguments, WhatContradictsIsRefused)
+{
+    EXPECT_EQ(RefusalOf({"--plain", "--segmented", Url}),
+              "--segmented: cannot be combined with --plain");
+    EXPECT_EQ(RefusalOf({"--segmented", "--fixed-delay", "1", Url}),
+              "--segmented: cannot be combined with --fixed-delay");
+    EXPECT_EQ(RefusalOf({"--segmented", "--random-delay", "1:1", Url}),
+              "--segmented: cannot be combined with --random-delay");
+    EXPECT_EQ(RefusalOf({"--fixed-delay", "1", "--random-delay", "1:1", Url}),
+              "--random-delay: cannot be combined with --fixed-delay");
+    EXPECT_EQ(RefusalOf({"-o", "a", "-O", Url}), "--output: cannot be combined with --remote-name");
+}
+
+TEST(Arguments, AnOptionThatTakesOneValueTakesNoTwo)
+{
+    EXPECT_NE(RefusalOf({"-o", "a", "-o", "b", Url}), "accepted");
+    EXPECT_NE(RefusalOf({"-d", "a", "-d", "b", Url}), "accepted");
+}
+
+TEST(Arguments, AnUnknownOptionIsRefused)
+{
+    EXPECT_NE(RefusalOf({"--unknown", Url}).find("--unknown"), std::string::npos);
+    EXPECT_NE(RefusalOf({"-z", Url}).find("-z"), std::string::npos);
+}
+
+TEST(Arguments, ARefusalNeverBreaksTheLine)
+{
+    EXPECT_EQ(RefusalOf({"--un\nknown\033[2J", Url}).find_first_of("\n\033"), std::string::npos);
+    EXPECT_EQ(RefusalOf({"-X", "\n\033[2J", Url}).find_first_of("\n\033"), std::string::npos);
+}
+
+TEST(Arguments, ASourceIsNeeded)
+{
+    EXPECT_EQ(RefusalOf({}), "no source is given");
+    EXPECT_EQ(RefusalOf({"-q"}), "no source is given");
+    EXPECT_EQ(RefusalOf({""}), "a source is empty");
+}
+
+TEST(Arguments, AfterTwoDashesEverythingIsASource)
+{
+    const Arguments arguments = Parse({"--", "-q"});
+    EXPECT_EQ(arguments.jobs.at(0).source.url, "-q");
+    EXPECT_FALSE(arguments.quiet);
+}
+
+TEST(Arguments, ANameInBracketsIsNeverTakenApart)
+{
+    EXPECT_EQ(RefusalOf({"[a,b]"}), "begin a name in brackets with ./");
+    EXPECT_EQ(Parse({"./[a,b]"}).jobs.at(0).source.url, "./[a,b]");
+    EXPECT_EQ(Parse({"{}"}).jobs.at(0).source.url, "{}");
+}
+
+TEST(Arguments, TheOutputIsTheTarget)
+{
+    EXPECT_EQ(Parse({"-o", "x", Url}).jobs.at(0).target, "x");
+    EXPECT_EQ(Parse({"-o", "-", Url}).jobs.at(0).target, "-");
+    EXPECT_EQ(Parse({"--output=x", Url}).jobs.at(0).target, "x");
+    EXPECT_EQ(RefusalOf({"-o", "", Url}), "--output: is empty");
+}
+
+TEST(Arguments, SeveralSourcesNeedNamesOfTheirOwn)
+{
+    const std::string refusal =
+        "several sources cannot share one output, use -O to name files after them";
+    EXPECT_EQ(RefusalOf({Url, "/b"}), refusal);
+    EXPECT_EQ(RefusalOf({"-o", "x", Url, "/b"}), refusal);
+
+    const Arguments arguments = Parse({"-O", Url, "/b"});
+    ASSERT_EQ(arguments.jobs.size(), 2U);
+    EXPECT_EQ(arguments.jobs[0].target, "a");
+    EXPECT_EQ(arguments.jobs[1].target, "b");
+}
+
+TEST(Arguments, TwoSourcesOfOneNameAreRefused)
+{
+    EXPECT_EQ(RefusalOf({"-O", "/x/a", "/y/b", "/z/a"}),
+              "'/z/a': another source is to be written to 'a' already");
+    EXPECT_NE(RefusalOf({"-O", "http://localhost/%61", "/y/a"}), "accepted");
+}
+
+TEST(Arguments, AFileNamedLikeStandardOutputIsAFile)
+{
+    EXPECT_EQ(Parse({"-O", "http://localhost/-"}).jobs.at(0).target, "./-");
+}
+
+TEST(Arguments, TheHandlerCanBeGiven)
+{
+    EXPECT_EQ(Parse({"--handler", "file", Url}).jobs.at(0).source.handler->name, "file");
+    EXPECT_EQ(Parse({"--handler", "curl", "a"}).jobs.at(0).source.handler->name, "curl");
+    const std::string refusal = RefusalOf({"--handler", "ftp", Url});
+    EXPECT_NE(refusal.find("'ftp' is none of curl, file"), std::string::npos) << refusal;
+}
+
+TEST(Arguments, HelpNamesEveryExitStatus)
+{
+    const auto help = std::get<Information>(ParseAny({"--help"}));
+    for (const char* const status : {"\n  0 ", "\n  1 ", "\n  2 ", "\n  3 ", "\n  130 "}) {
+        EXPECT_NE(help.find(status), std::string::npos) << status;
+    }
+}
+
+TEST(Arguments, HelpFitsIntoAHundredColumns)
+{
+    const auto help = std::get<Information>(ParseAny({"--help"}));
+    for (std::size_t begin = 0; begin < help.size();) {
+        const std::size_t end = std::min(help.find('\n', begin), help.size());
+        EXPECT_LE(end - begin, 100U) << help.substr(begin, end - begin);
+        begin = end + 1;
+    }
+}
+
+TEST(Arguments, TheVersionNamesTheProgram)
+{
+    EXPECT_EQ(std::get<Information>(ParseAny({"--version"})).find("vortan-transfer "), 0U);
+}

@@ -1,0 +1,100 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "FailureCause.h"
+#include "LibraryLog.h"
+#include "Text.h"
+
+using namespace VORTAN_TRANSFER;
+using namespace std::string_literals;
+
+extern "C" int __dlog_print(int, int, const char*, const char*, ...);  // NOLINT: the log's name
+
+namespace {
+
+std::string CauseOf(const std::string& source, long status, const std::string& libraryError)
+{
+    VORTAN_MW::ITransferHandler::Result result;
+    result.httpCode = std::make_unique<long>(status);
+    return FailureCause(MakeSource(source, nullptr), result, libraryError);
+}
+
+constexpr const char* Url = "http://localhost/";
+
+}  // namespace
+
+TEST(Printable, LeavesTextAlone)
+{
+    EXPECT_EQ(Printable("a b\\c'\"\xC3\xA4\xC2\xA0\xE2\x82\xAC"),
+              "a b\\c'\"\xC3\xA4\xC2\xA0\xE2\x82\xAC");
+    EXPECT_EQ(Printable("\xC2"), "\xC2");
+    EXPECT_EQ(Printable(""), "");
+}
+
+TEST(Printable, EscapesControlCharacters)
+{
+    EXPECT_EQ(Printable("\n\r\t\033[2J\x7F\0x"s), "\\n\\r\\t\\x1b[2J\\x7f\\x00x");
+    EXPECT_EQ(Printable("a\xC2\x9B"
+                        "b\xC2\x80"),
+              "a\\xc2\\x9bb\\xc2\\x80");
+}
+
+TEST(FailureCause, NamesTheStatusOfAnHttpError)
+{
+    EXPECT_EQ(CauseOf(Url, 404,
+                      "curl_easy_perform() failed: 'HTTP response code said error', http-code: 404 "
+                      "accessing http://localhost/"),
+              "HTTP status 404");
+}
+
+TEST(FailureCause, NamesTheReasonAndTheStatusThatCameBeforeIt)
+{
+    EXPECT_EQ(CauseOf(Url, 200,
+                      "curl_easy_perform() failed: 'Transferred a partial file', http-code: 200 "
+                      "accessing http://localhost/', http-code: 7"),
+              "Transferred a partial file (HTTP status 200)");
+}
+
+TEST(FailureCause, NamesNoStatusWhereThereIsNone)
+{
+    EXPECT_EQ(CauseOf(Url, 0,
+                      "curl_easy_perform() failed: 'Couldn't connect to server', http-code: 0 "
+                      "accessing http://localhost/"),
+              "Couldn't connect to server");
+}
+
+TEST(FailureCause, TakesAnyOtherErrorWhole)
+{
+    EXPECT_EQ(CauseOf(Url, 0, "Failed to do it\n"), "Failed to do it\\n");
+    EXPECT_EQ(CauseOf(Url, 0, ""), "the transfer failed");
+}
+
+TEST(FailureCause, OfAFileIsWhatTheSystemSays)
+{
+    EXPECT_EQ(CauseOf("/nowhere/x", 0, ""), "No such file or directory");
+    EXPECT_EQ(CauseOf("/", 0, ""), "Is a directory");
+    EXPECT_EQ(CauseOf("/dev/null", 0, ""), "Is not a regular file");
+    EXPECT_EQ(CauseOf("/proc/self/mem", 0, ""), "Input/output error");
+}
+
+TEST(LibraryLog, RemembersTheMessageOfTheLastError)
+{
+    ForgetLibraryError();
+    __dlog_print(0, 6, "VORTAN", "%s: %s(%d) > \033[31m%s\033[0m", "a.cpp", "F", 1, "one > two");
+    __dlog_print(0, 4, "VORTAN", "%s: %s(%d) > \033[32m%s\033[0m", "a.cpp", "F", 2, "fine");
+    EXPECT_EQ(LastLibraryError(), "one > two");
+    ForgetLibraryError();
+    EXPECT_EQ(LastLibraryError(), "");
+}
+
+TEST(LibraryLog, RemembersAnErrorOfAnyLengthAndForm)
+{
+    const std::string longMessage(100000, 'x');
+    __dlog_print(0, 6, "VORTAN", "%s: %s(%d) > \033[31m%s\033[0m", "a.cpp", "F", 1,
+                 longMessage.c_str());
+    EXPECT_EQ(LastLibraryError(), longMessage);
+    __dlog_print(0, 6, "OTHER", "%s", "no such form");
+    EXPECT_EQ(LastLibraryError(), "no such form");
+}

@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Source.h"
+#include "UsageError.h"
+
+using namespace VORTAN_TRANSFER;
+
+namespace {
+
+std::string HandlerNameFor(const std::string& text)
+{
+    return MakeSource(text, nullptr).handler->name;
+}
+
+std::string UrlFor(const std::string& text)
+{
+    return MakeSource(text, nullptr).url;
+}
+
+std::string NameFor(const std::string& text)
+{
+    return FileNameFor(MakeSource(text, nullptr));
+}
+
+std::string RefusalOf(const std::string& text)
+{
+    try {
+        MakeSource(text, nullptr);
+    } catch (const UsageError& error) {
+        return error.what();
+    }
+    return "accepted";
+}
+
+}  // namespace
+
+TEST(Source, TheSchemeChoosesTheHandlerWhateverItsLetterCase)
+{
+    EXPECT_EQ(HandlerNameFor("http://localhost/a"), "curl");
+    EXPECT_EQ(HandlerNameFor("HTTP://localhost/a"), "curl");
+    EXPECT_EQ(HandlerNameFor("https://localhost/a"), "curl");
+    EXPECT_EQ(HandlerNameFor("hTTpS://localhost/a"), "curl");
+    EXPECT_EQ(HandlerNameFor("file:///a"), "file");
+    EXPECT_EQ(HandlerNameFor("FILE:///a"), "file");
+}
+
+TEST(Source, APathIsReadAsAFile)
+{
+    for (const char* const path : {"/a/b", "a", "./a:b", "/a:b", "2024:a", "a b:c", "-", ":a"}) {
+        EXPECT_EQ(HandlerNameFor(path), "file") << path;
+        EXPECT_EQ(UrlFor(path), path);
+    }
+}
+
+TEST(Source, APathIsNotDecoded)
+{
+    EXPECT_EQ(UrlFor("/a%20b"), "/a%20b");
+}
+
+TEST(Source, AUrlReachesTheHttpHandlerUnchanged)
+{
+    EXPECT_EQ(UrlFor("HTTP://localhost/a%20b?c#d"), "HTTP://localhost/a%20b?c#d");
+}
+
+TEST(Source, AFileUrlBecomesADecodedPath)
+{
+    EXPECT_EQ(UrlFor("file:///a/b"), "/a/b");
+    EXPECT_EQ(UrlFor("FILE://localhost/a"), "/a");
+    EXPECT_EQ(UrlFor("file://LocalHost/a"), "/a");
+    EXPECT_EQ(UrlFor("file:/a"), "/a");
+    EXPECT_EQ(UrlFor("file:///a%20b%2Fc%C3%A4%3f"), "/a b/c\xC3\xA4?");
+}
+
+TEST(Source, AFileUrlOfAnotherHostIsRefused)
+{
+    EXPECT_EQ(RefusalOf("file://other/a"),
+              "'file://other/a': the files of another host (other) are out of reach");
+}
+
+TEST(Source, AFileUrlWithoutAnAbsolutePathIsRefused)
+{
+    for (const char* const url : {"file:", "file:a", "file://", "file://localhost"}) {
+        EXPECT_NE(RefusalOf(url).find("needs an absolute path"), std::string::npos) << url;
+    }
+}
+
+TEST(Source, AFileUrlThatCannotBeDecodedIsRefused)
+{
+    for (const char* const url : {"file:///%", "file:///%4", "file:///%zz", "file:///a%00b"}) {
+        EXPECT_NE(RefusalOf(url).find("invalid percent encoding"), std::string::npos) << url;
+    }
+}
+
+TEST(Source, AFileUrlWithAQueryOrAFragmentIsRefused)
+{
+    EXPECT_NE(RefusalOf("file:///a?b").find("%3F"), std::string::npos);
+    EXPECT_NE(RefusalOf("file:///a#b").find("%23"), std::string::npos);
+}
+
+TEST(Source, AnUnknownSchemeIsRefusedWithTheKnownOnes)
+{
+    const std::string refusal = RefusalOf("FTP://localhost/a");
+    EXPECT_NE(refusal.find("'ftp'"), std::string::npos) << refusal;
+    EXPECT_NE(refusal.find("http, https, file"), std::string::npos) << refusal;
+}
+
+TEST(Source, AnEmptySourceIsRefused)
+{
+    EXPECT_EQ(RefusalOf(""), "a source is empty");
+}
+
+TEST(Source, AGivenHandlerTakesAnySource)
+{
+    const Source ftp = MakeSource("ftp://localhost/a", &HandlerByName("curl"));
+    EXPECT_EQ(ftp.handler->name, "curl");
+    EXPECT_EQ(ftp.url, "ftp://localhost/a");
+    EXPECT_EQ(MakeSource("http://a/b", &HandlerByName("file")).url, "http://a/b");
+    EXPECT_EQ(MakeSource("file:///a%20b", &HandlerByName("file")).url, "/a b");
+}
+
+TEST(FileName, IsTheLastSegmentOfAUrl)
+{
+    EXPECT_EQ(NameFor("http://localhost/a"), "a");
+    EXPECT_EQ(NameFor("http://localhost/a/b.tar.gz"), "b.tar.gz");
+    EXPECT_EQ(NameFor("http://localhost/a?b/c"), "a");
+    EXPECT_EQ(NameFor("http://localhost/a#b/c"), "a");
+    EXPECT_EQ(NameFor("http://localhost/a/b;c=d"), "b;c=d");
+}
+
+TEST(FileName, IsDecoded)
+{
+    EXPECT_EQ(NameFor("http://localhost/a%20b%C3%A4"), "a b\xC3\xA4");
+}
+
+TEST(FileName, KeepsAPercentSignThatEncodesNothing)
+{
+    EXPECT_EQ(NameFor("http://localhost/100%"), "100%");
+}
+
+TEST(FileName, IsTheLastSegmentOfAPath)
+{
+    EXPECT_EQ(NameFor("/a/b%20c"), "b%20c");
+    EXPECT_EQ(NameFor("b"), "b");
+    EXPECT_EQ(NameFor("file:///a/b%20c"), "b c");
+}
+
+TEST(FileName, IsNeverEmptyAndNeverLeavesTheFolder)
+{
+    for (const char* const text :
+         {"http://localhost", "http://localhost/", "http://localhost/a/", "http://localhost?a/b",
+          "http://localhost/.", "http://localhost/..", "http://localhost/%2e%2E",
+          "http://localhost/..%2Fa", "http://localhost/%2Fa", "http://localhost/a%00b",
+          "http://localhost/a%0Ab", "http://localhost/%1b", "/", "/a/", "..", "a/.."}) {
+        EXPECT_THROW(NameFor(text), UsageError) << text;
+    }
+}

@@ -1,0 +1,178 @@
+"""What a person sees."""
+
+import fcntl
+import gzip
+import os
+import re
+import struct
+import termios
+
+from client_support import *
+
+
+class Terminal:
+    """A terminal whose screen the test reads."""
+
+    def __init__(self, columns=80):
+        self._master, self.slave = os.openpty()
+        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        self._written = b""
+
+    def wait_for(self, pattern):
+        while not re.search(pattern, self._written):
+            self._written += os.read(self._master, 65536)
+
+    def close_and_read(self):
+        """After the program has ended: everything that it wrote."""
+        os.close(self.slave)
+        try:
+            while True:
+                piece = os.read(self._master, 65536)
+                if not piece:
+                    break
+                self._written += piece
+        except OSError:
+            pass  # Linux says so when the last writer has gone
+        os.close(self._master)
+        return self._written.decode()
+
+
+class Progress(ClientTest):
+    def setUp(self):
+        super().setUp()
+        self.gate = Gate(BODY, len(BODY) // 2)
+        self.server.answers["/a"] = self.gate
+        self.addCleanup(self.gate.open)
+        self.url = self.server.url("/a")
+
+    def run_on_terminal(self, *arguments, terminal=None, see=None, **options):
+        terminal = terminal or Terminal()
+        client = self.start(*arguments, stderr=terminal.slave, **options)
+        if see:
+            terminal.wait_for(see)
+        self.gate.open()
+        result = client.finish()
+        self.assertEqual(result.status, SUCCEEDED)
+        return terminal.close_and_read()
+
+    def test_shows_bytes_and_percentage_of_a_known_length(self):
+        screen = self.run_on_terminal(self.url, "-o", "out",
+                                      see=rb"602\.8 KiB of 1\.2 MiB, 49%")
+        self.assertNotIn("\n", screen)
+        self.assertEqual(self.read("out"), BODY)
+
+    def test_shows_no_percentage_of_an_unknown_length(self):
+        self.gate._headers = []
+        screen = self.run_on_terminal(self.url, "-o", "out", see=rb"602\.8 KiB, ")
+        self.assertNotIn("%", screen)
+
+    def test_shows_no_percentage_of_an_encoded_length(self):
+        packed = gzip.compress(BODY)
+        self.gate = Gate(packed, len(packed) // 2,
+                         [("Content-Length", len(packed)), ("Content-Encoding", "gzip")])
+        self.server.answers["/a"] = self.gate
+        screen = self.run_on_terminal(self.url, "-o", "out", see=rb"\d KiB, ")
+        self.assertNotIn("%", screen)
+        self.assertEqual(self.read("out"), BODY)
+
+    def test_takes_the_length_from_the_last_response(self):
+        self.serve("/first", b"gone", status=302, headers=[("Location", "/a")])
+        self.run_on_terminal(self.server.url("/first"), "-o", "out", see=rb"of 1\.2 MiB, 49%")
+
+    def test_counts_several_sources(self):
+        self.write("file", BODY)
+        os.mkdir(self.path("inside"))
+        self.run_on_terminal("-O", self.url, self.path("file"), cwd=self.path("inside"),
+                             see=rb"1\.8 MiB of 2\.4 MiB, 74%.*, 1 of 2 done")
+
+    def test_is_wiped_away_in_the_end(self):
+        screen = self.run_on_terminal(self.url, "-o", "out", see=rb"49%")
+        self.assertRegex(screen, r"\r +\r$")
+
+    def test_fits_into_a_narrow_terminal(self):
+        screen = self.run_on_terminal(self.url, "-o", "out", terminal=Terminal(20),
+                                      see=rb"602\.8 KiB of 1")
+        self.assertLessEqual(max(len(shown) for shown in screen.split("\r")), 19)
+
+    def test_makes_room_for_a_failure(self):
+        terminal = Terminal()
+        client = self.start(self.server.url("/missing"), "-o", "out", stderr=terminal.slave)
+        self.assertEqual(client.finish().status, TRANSFER_FAILED)
+        self.assertRegex(terminal.close_and_read(),
+                         r"\r +\rvortan-transfer: [^\r\n]+/missing: HTTP status 404\r\n$")
+
+    def test_is_not_shown_when_quiet(self):
+        self.assertEqual(self.run_on_terminal(self.url, "-q", "-o", "out"), "")
+
+    def test_is_not_shown_when_the_body_is(self):
+        body = Terminal()
+        self.write("empty", b"")
+        self.assertEqual(self.run_on_terminal("empty", stdout=body.slave), "")
+        body.close_and_read()
+
+    def test_is_not_shown_on_a_file_or_a_pipe(self):
+        client = self.start(self.url, "-o", "out")
+        self.gate.wait_until_reached()
+        self.gate.open()
+        self.assert_succeeded(client.finish())
+
+
+class Log(ClientTest):
+    def test_is_shown_when_verbose(self):
+        url = self.serve("/a")
+        result = self.run_client("-v", url)
+        self.assertEqual(result.output, BODY)
+        self.assertRegex(result.errors, r"RequestTransfer\(\d+\) > Url: " + re.escape(url) + "\n")
+        self.assertIn("Requesting transfer for: %s handle: 0" % url, result.errors)
+
+    def test_is_not_shown_otherwise(self):
+        self.assert_succeeded(self.run_client(self.serve("/a"), "-o", "out"))
+
+    def test_goes_where_the_environment_says(self):
+        url = self.serve("/a")
+        for option in ((), ("-v",)):
+            log = self.path("log")
+            self.assert_succeeded(self.run_client(url, *option, "-o", "out",
+                                                  env=environment(VORTAN_DLOG="file:" + log)))
+            self.assertIn(b"Requesting transfer for: " + url.encode(), self.read("log"))
+            os.remove(log)
+            self.assert_succeeded(self.run_client(url, *option, "-o", "out",
+                                                  env=environment(VORTAN_DLOG="none")))
+
+    def test_is_filtered_as_the_environment_says(self):
+        url = self.server.url("/missing")
+        result = self.run_client(url, "-v", env=environment(VORTAN_DLOG_LEVEL="error"))
+        log, failure = result.errors.splitlines()
+        self.assertIn("curl_easy_perform() failed: 'HTTP response code said error'", log)
+        self.assertEqual(failure, "vortan-transfer: %s: HTTP status 404" % url)
+
+
+class CommandLine(ClientTest):
+    def test_help_and_version_go_to_standard_output(self):
+        help_result = self.run_client("--help")
+        self.assert_succeeded(help_result)
+        self.assertIn(b"vortan-transfer [OPTIONS] [SOURCE...]", help_result.output)
+        version_result = self.run_client("--version")
+        self.assert_succeeded(version_result)
+        self.assertRegex(version_result.output, rb"^vortan-transfer \d+\.\d+\.\d+\n$")
+
+    def test_wrong_arguments_are_one_line_and_touch_nothing(self):
+        self.write("out", b"before")
+        url = self.serve("/a")
+        for arguments in ((), ("--unknown", url), ("-H", "nocolon", url), ("ftp://localhost/a",),
+                          ("-X", "DELETE", url), ("-X", "POST", url), ("-d", "x", "-X", "GET", url),
+                          ("--random-delay", "2:1", url), ("--fixed-delay", "-1", url),
+                          ("--segmented", "--fixed-delay", "1", url), (url, url),
+                          ("-O", url + "/"), ("-d",), ("--handler", "none", url),
+                          ("file://elsewhere/a",), ("-d", "x", "/etc/passwd")):
+            result = self.run_client("-o", "out", *arguments)
+            self.assertEqual(result.status, WRONG_ARGUMENTS, arguments)
+            self.assertRegex(result.errors, r"^vortan-transfer: [^\n]+\n$")
+            self.assertEqual(result.output, b"")
+        self.assertTrue(self.server.requests.empty())
+        self.assertEqual(self.read("out"), b"before")
+        self.assert_files("out")
+
+
+if __name__ == "__main__":
+    main()

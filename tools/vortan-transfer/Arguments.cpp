@@ -1,0 +1,364 @@
+#include "Arguments.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <set>
+#include <string_view>
+
+#include "FileDescriptor.h"
+#include "Output.h"
+#include "Text.h"
+#include "UsageError.h"
+
+namespace VORTAN_TRANSFER {
+
+namespace {
+
+using Configuration = VORTAN_MW::ITransferHandler::Configuration;
+using HttpMethod = Configuration::HttpMethod;
+
+constexpr const char* Description =
+    "Fetches URLs and files, and sends data, with the Vortan transfer agent.";
+
+constexpr const char* Explanation =
+    "A SOURCE is an http: or https: URL, a file: URL or the path of a file. Up to 4 sources are\n"
+    "transferred at a time, the others wait their turn.\n"
+    "\n"
+    "A file is written beside its place under a name of its own, which ends in .part, and takes "
+    "its\n"
+    "place only when the transfer has succeeded. Until then an existing file stays as it is.\n"
+    "\n"
+    "Ctrl-C (SIGINT), SIGTERM and SIGHUP cancel what is running, wait for it to end and remove "
+    "the\n"
+    "partial files. A transfer whose server has fallen silent ends only when the server closes "
+    "the\n"
+    "connection: a second Ctrl-C removes the partial files and does not wait.\n"
+    "\n"
+    "The library's log goes where VORTAN_DLOG says (stderr, journal, file:PATH, none); without "
+    "it,\n"
+    "to standard error with -v and nowhere otherwise. VORTAN_DLOG_LEVEL filters it.\n"
+    "\n"
+    "Exit status:\n"
+    "  0    every transfer succeeded\n"
+    "  1    a transfer failed\n"
+    "  2    the arguments are wrong; nothing was transferred\n"
+    "  3    something could not be written (whether or not a transfer failed, too)\n"
+    "  130  interrupted\n";
+
+// The options as CLI11 has them. Their values are taken as raw text: CLI11's conversions give
+// brackets and braces a meaning of their own.
+class Options
+{
+public:
+    Options()
+    {
+        m_App.name("vortan-transfer");
+        m_App.footer(Explanation);
+        m_App.get_formatter()->column_width(32);
+        m_App.set_version_flag("--version", "vortan-transfer " VORTAN_TRANSFER_VERSION);
+        sources->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+        header->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    }
+
+    void Parse(int argc, const char* const* argv) { m_App.parse(argc, argv); }
+    std::string Help() const { return m_App.help(); }
+
+private:
+    CLI::App m_App{Description};
+
+    CLI::Option* m_Value(const std::string& name, const std::string& type,
+                         const std::string& description)
+    {
+        return m_App.add_option(name)->type_name(type)->description(description);
+    }
+
+    CLI::Option* m_Flag(const std::string& name, const std::string& description)
+    {
+        return m_App.add_flag(name, description);
+    }
+
+public:
+    CLI::Option* const sources = m_Value("SOURCE", "", "URL or path to fetch from or send to");
+    CLI::Option* const method =
+        m_Value("-X,--method", "METHOD",
+                "GET, HEAD, POST or PUT; otherwise POST if there is data, else GET");
+    CLI::Option* const header = m_Value("-H,--header", "'NAME: VALUE'",
+                                        "Send this header, too; may be given several times");
+    CLI::Option* const data = m_Value(
+        "-d,--data", "DATA", "Send this text, the bytes of a file (@FILE) or of stdin (@-)");
+    CLI::Option* const output = m_Value(
+        "-o,--output", "FILE", "Write to FILE, or to standard output: -, as without this option");
+    CLI::Option* const remoteName =
+        m_Flag("-O,--remote-name", "Write to the current folder, under the names in the sources");
+    CLI::Option* const include =
+        m_Flag("-i,--include", "Write the response headers before the body; always so with HEAD");
+    CLI::Option* const segmented =
+        m_Flag("--segmented", "Write the bytes as they arrive (the default)");
+    CLI::Option* const plain =
+        m_Flag("--plain", "Collect each response in memory and write it when it is complete");
+    CLI::Option* const randomDelay =
+        m_Value("--random-delay", "MIN:MAX",
+                "Wait a random number of seconds before each request; implies --plain");
+    CLI::Option* const fixedDelay =
+        m_Value("--fixed-delay", "MS", "Wait MS milliseconds before each request; implies --plain");
+    CLI::Option* const noFail =
+        m_Flag("--no-fail", "Take an HTTP status of 400 or above for a success and write the body");
+    CLI::Option* const handler =
+        m_Value("--handler", "NAME", "Use this handler for all sources: " + HandlerNames());
+    CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress");
+    CLI::Option* const verbose = m_Flag("-v,--verbose", "Show the library's log, and no progress");
+};
+
+bool IsSet(const CLI::Option* option)
+{
+    return option->count() > 0;
+}
+
+void RefuseTogether(const CLI::Option* one, const CLI::Option* other)
+{
+    if (IsSet(one) && IsSet(other)) {
+        throw UsageError(one->get_name() + ": cannot be combined with " + other->get_name());
+    }
+}
+
+// The value of an option that was given once.
+std::string ValueOf(const CLI::Option* option)
+{
+    return option->results().front();
+}
+
+template <typename Number>
+Number ParseNumber(std::string_view text, const std::string& what, Number max)
+{
+    Number number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (text.empty() || end != text.data() + text.size() || (error == std::errc() && number < 0)) {
+        throw UsageError(what + ": " + Quoted(text) + " is no whole number from 0 up");
+    }
+    if (error != std::errc() || number > max) {
+        throw UsageError(what + ": " + Quoted(text) + " is above " + std::to_string(max));
+    }
+    return number;
+}
+
+HttpMethod ParseMethod(const std::string& name)
+{
+    const std::pair<const char*, HttpMethod> methods[] = {{"get", HttpMethod::EhttpGet},
+                                                          {"head", HttpMethod::EhttpHead},
+                                                          {"post", HttpMethod::EhttpPost},
+                                                          {"put", HttpMethod::EhttpPut}};
+    for (const auto& [known, method] : methods) {
+        if (LowerCase(name) == known) {
+            return method;
+        }
+    }
+    throw UsageError("--method: " + Quoted(name) + " is none of GET, HEAD, POST, PUT");
+}
+
+std::pair<std::string, std::string> ParseHeader(std::string_view line)
+{
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) {
+        throw UsageError("--header: " + Quoted(line) + " has no colon");
+    }
+    const std::string name(line.substr(0, colon));
+    const std::string value(Trimmed(line.substr(colon + 1)));
+    const auto isControl = [](char c) { return IsControl(c) && c != '\t'; };
+    if (name.empty() || name.find_first_of(" \t") != std::string::npos ||
+        std::any_of(line.begin(), line.end(), isControl)) {
+        throw UsageError("--header: " + Quoted(line) + " is no 'NAME: VALUE'");
+    }
+    return {name, value};
+}
+
+// The library computes in milliseconds of 32 bits: more seconds would wrap around.
+constexpr std::uint32_t MaxDelaySeconds = 4294967;
+
+Configuration::RandomDelay ParseRandomDelay(std::string_view text)
+{
+    const std::string option = "--random-delay";
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos) {
+        throw UsageError(option + ": " + Quoted(text) + " is no MIN:MAX");
+    }
+    Configuration::RandomDelay delay;
+    delay.min = ParseNumber(text.substr(0, colon), option, MaxDelaySeconds);
+    delay.max = ParseNumber(text.substr(colon + 1), option, MaxDelaySeconds);
+    if (delay.min > delay.max) {
+        throw UsageError(option + ": " + Quoted(text) + " has MIN above MAX");
+    }
+    return delay;
+}
+
+std::string ReadToEnd(int descriptor)
+{
+    std::string data;
+    char buffer[65536];
+    while (const std::size_t count = ReadSome(descriptor, buffer, sizeof buffer)) {
+        data.append(buffer, count);
+    }
+    return data;
+}
+
+std::string ReadData(const std::string& argument)
+{
+    if (argument.substr(0, 1) != "@") {
+        return argument;
+    }
+    const std::string path = argument.substr(1);
+    try {
+        return path == "-" ? ReadToEnd(STDIN_FILENO) : ReadToEnd(OpenFile(path, O_RDONLY).Get());
+    } catch (const std::system_error& error) {
+        throw UsageError("--data: " + Quoted(argument) + ": " + ErrorText(error.code().value()));
+    }
+}
+
+void SetMethodAndData(Configuration& request, const Options& options)
+{
+    const bool hasData = IsSet(options.data);
+    request.method = IsSet(options.method) ? ParseMethod(ValueOf(options.method))
+                     : hasData             ? HttpMethod::EhttpPost
+                                           : HttpMethod::EhttpGet;
+    const bool sends =
+        request.method == HttpMethod::EhttpPost || request.method == HttpMethod::EhttpPut;
+    if (hasData && !sends) {
+        throw UsageError("--data: only POST and PUT send data");
+    }
+    if (sends && !hasData) {
+        throw UsageError("--method: POST and PUT need data to send, give it with --data");
+    }
+    if (hasData) {
+        request.requestBody = ReadData(ValueOf(options.data));
+    }
+    if (request.method == HttpMethod::EhttpPost && request.requestBody.empty()) {
+        throw UsageError("--data: is empty, and POST cannot send nothing");
+    }
+}
+
+void SetDelays(Configuration& request, const Options& options)
+{
+    RefuseTogether(options.randomDelay, options.fixedDelay);
+    RefuseTogether(options.segmented, options.randomDelay);
+    RefuseTogether(options.segmented, options.fixedDelay);
+    if (IsSet(options.randomDelay)) {
+        request.randomDelay = ParseRandomDelay(ValueOf(options.randomDelay));
+    }
+    if (IsSet(options.fixedDelay)) {
+        request.fixedDelay = ParseNumber(ValueOf(options.fixedDelay), "--fixed-delay",
+                                         std::numeric_limits<std::int64_t>::max());
+    }
+}
+
+Configuration MakeRequest(const Options& options)
+{
+    Configuration request;
+    for (const std::string& line : options.header->results()) {
+        request.headers.push_back(ParseHeader(line));
+    }
+    request.failOnError = !IsSet(options.noFail);
+    SetDelays(request, options);
+    SetMethodAndData(request, options);  // last: it may read much
+    return request;
+}
+
+std::vector<Source> MakeSources(const Options& options, int argc, const char* const* argv)
+{
+    const Handler* const handler =
+        IsSet(options.handler) ? &HandlerByName(ValueOf(options.handler)) : nullptr;
+    std::vector<Source> sources;
+    for (const std::string& text : options.sources->results()) {
+        // CLI11 takes an argument in brackets for a list of arguments.
+        if (std::find(argv, argv + argc, text) == argv + argc) {
+            throw UsageError("begin a name in brackets with ./");
+        }
+        sources.push_back(MakeSource(text, handler));
+    }
+    if (sources.empty()) {
+        throw UsageError("no source is given");
+    }
+    return sources;
+}
+
+std::vector<Job> NamedAfterSources(std::vector<Source> sources)
+{
+    std::vector<Job> jobs;
+    std::set<std::string> names;
+    for (Source& source : sources) {
+        std::string name = FileNameFor(source);
+        if (!names.insert(name).second) {
+            throw UsageError(Quoted(source.text) + ": another source is to be written to " +
+                             Quoted(name) + " already");
+        }
+        if (Output::IsStandardOutput(name)) {
+            name.insert(0, "./");
+        }
+        jobs.push_back({std::move(source), std::move(name)});
+    }
+    return jobs;
+}
+
+std::vector<Job> MakeJobs(std::vector<Source> sources, const Options& options)
+{
+    RefuseTogether(options.output, options.remoteName);
+    if (IsSet(options.remoteName)) {
+        return NamedAfterSources(std::move(sources));
+    }
+    if (sources.size() > 1) {
+        throw UsageError(
+            "several sources cannot share one output, use -O to name files after them");
+    }
+    const std::string target =
+        IsSet(options.output) ? ValueOf(options.output) : Output::StandardOutput;
+    if (target.empty()) {
+        throw UsageError("--output: is empty");
+    }
+    return {{std::move(sources.front()), target}};
+}
+
+void RefuseMethodsForFiles(const std::vector<Job>& jobs, HttpMethod method)
+{
+    for (const Job& job : jobs) {
+        if (!job.source.handler->speaksHttp && method != HttpMethod::EhttpGet) {
+            throw UsageError(Quoted(job.source.text) + ": a file can only be fetched");
+        }
+    }
+}
+
+Arguments Checked(const Options& options, int argc, const char* const* argv)
+{
+    RefuseTogether(options.segmented, options.plain);
+    Arguments arguments;
+    arguments.jobs = MakeJobs(MakeSources(options, argc, argv), options);
+    arguments.request = MakeRequest(options);
+    RefuseMethodsForFiles(arguments.jobs, arguments.request.method);
+    arguments.segmented =
+        !IsSet(options.plain) && !arguments.request.randomDelay && !arguments.request.fixedDelay;
+    arguments.includeHeader =
+        IsSet(options.include) || arguments.request.method == HttpMethod::EhttpHead;
+    arguments.quiet = IsSet(options.quiet);
+    arguments.verbose = IsSet(options.verbose);
+    return arguments;
+}
+
+}  // namespace
+
+std::variant<Arguments, Information> ParseArguments(int argc, const char* const* argv)
+{
+    Options options;
+    try {
+        options.Parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        return options.Help();
+    } catch (const CLI::CallForVersion& version) {
+        return version.what() + std::string("\n");
+    } catch (const CLI::ParseError& error) {
+        throw UsageError(Printable(error.what()));
+    }
+    return Checked(options, argc, argv);
+}
+
+}  // namespace VORTAN_TRANSFER

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+namespace VORTAN_TRANSFER {
+
+// Standard error, as a person reads it. Used by one thread.
+class Console
+{
+public:
+    ~Console() { ClearProgress(); }
+
+    // Writes one line. The progress, if it is shown, makes room for it.
+    void Line(const std::string& text);
+
+    // Shows this in the terminal's last line, instead of what was shown before.
+    void ShowProgress(const std::string& text);
+    void ClearProgress();
+
+private:
+    std::size_t m_Shown = 0;
+};
+
+// Whether progress shown on standard error would reach a person.
+bool CanShowProgress();
+
+// Whether what is written to standard output appears on a terminal.
+bool IsStandardOutputTerminal();
+
+}  // namespace VORTAN_TRANSFER

@@ -1,0 +1,68 @@
+#include "FailureCause.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <string_view>
+#include <system_error>
+
+#include "FileDescriptor.h"
+#include "Text.h"
+
+namespace VORTAN_TRANSFER {
+
+namespace {
+
+constexpr long FirstErrorStatus = 400;
+
+// libcurl's words, out of the line that the handler logs about it; or else the whole line.
+std::string_view ReasonIn(std::string_view libraryError)
+{
+    constexpr std::string_view before = "curl_easy_perform() failed: '";
+    constexpr std::string_view after = "', http-code: ";
+    if (libraryError.substr(0, before.size()) != before) {
+        return libraryError;
+    }
+    libraryError.remove_prefix(before.size());
+    return libraryError.substr(0, libraryError.find(after));
+}
+
+std::string CauseOverHttp(long status, std::string_view reason)
+{
+    const std::string statusText = "HTTP status " + std::to_string(status);
+    if (status >= FirstErrorStatus && reason == "HTTP response code said error") {
+        return statusText;
+    }
+    const std::string cause = reason.empty() ? "the transfer failed" : Printable(reason);
+    return status > 0 ? cause + " (" + statusText + ")" : cause;
+}
+
+// The library does not tell why it could not read a file: tries what it tried.
+std::string CauseOfReading(const std::string& path)
+{
+    try {
+        const FileDescriptor file = OpenFile(path, O_RDONLY | O_NONBLOCK);
+        struct stat status = {};
+        if (fstat(file.Get(), &status) == 0 && !S_ISREG(status.st_mode)) {
+            return S_ISDIR(status.st_mode) ? "Is a directory" : "Is not a regular file";
+        }
+        char byte = 0;
+        ReadSome(file.Get(), &byte, sizeof byte);
+        return "Cannot be read as a whole";
+    } catch (const std::system_error& error) {
+        return ErrorText(error.code().value());
+    }
+}
+
+}  // namespace
+
+std::string FailureCause(const Source& source, const VORTAN_MW::ITransferHandler::Result& result,
+                         const std::string& libraryError)
+{
+    if (!source.handler->speaksHttp) {
+        return CauseOfReading(source.url);
+    }
+    return CauseOverHttp(result.httpCode ? *result.httpCode : 0, ReasonIn(libraryError));
+}
+
+}  // namespace VORTAN_TRANSFER

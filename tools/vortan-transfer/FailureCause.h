@@ -1,0 +1,16 @@
+#pragma once
+
+#include <ITransferHandler.h>
+
+#include <string>
+
+#include "Source.h"
+
+namespace VORTAN_TRANSFER {
+
+// Why a transfer failed, in a few words, with the HTTP status if there is one. libraryError is what
+// the library logged about it.
+std::string FailureCause(const Source& source, const VORTAN_MW::ITransferHandler::Result& result,
+                         const std::string& libraryError);
+
+}  // namespace VORTAN_TRANSFER

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <ITransferHandler.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace VORTAN_TRANSFER {
+
+// One way to fetch a source.
+struct Handler
+{
+    // As --handler calls it.
+    std::string name;
+    // The schemes that choose it, in lower case; an empty one stands for a path.
+    std::vector<std::string> schemes;
+    // It has methods, sends data and receives header lines.
+    bool speaksHttp;
+    std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> (*makeFactory)();
+};
+
+// Every handler that there is.
+const std::vector<Handler>& Handlers();
+
+// Their names, for a person to read.
+std::string HandlerNames();
+
+// Throw UsageError, with all that are known, if there is none.
+const Handler& HandlerByName(std::string_view name);
+const Handler& HandlerByScheme(std::string_view scheme);
+
+}  // namespace VORTAN_TRANSFER

@@ -1,0 +1,98 @@
+#include "LibraryLog.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <string_view>
+
+namespace VORTAN_TRANSFER {
+
+namespace {
+
+using PrintFunction = int (*)(int, int, const char*, const char*, ...);
+
+constexpr int ErrorPriority = 6;
+
+std::atomic<bool> s_Through = false;
+thread_local std::string s_LastError;
+
+PrintFunction PlatformLog()
+{
+    static const auto function = reinterpret_cast<PrintFunction>(dlsym(RTLD_NEXT, "__dlog_print"));
+    return function;
+}
+
+std::string Formatted(const char* format, va_list arguments)
+{
+    va_list again;
+    va_copy(again, arguments);
+    const int size = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (size < 0) {
+        return "";
+    }
+    std::string text(static_cast<std::size_t>(size) + 1, '\0');
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    text.pop_back();
+    return text;
+}
+
+// The message in a line of the form "file: function(line) > message", the message being between
+// two colour sequences.
+std::string MessageOf(std::string_view line)
+{
+    constexpr std::string_view before = " > ";
+    line.remove_prefix(
+        line.find(before) == std::string_view::npos ? 0 : line.find(before) + before.size());
+    if (line.substr(0, 2) == "\033[") {
+        line.remove_prefix(line.find('m') + 1);
+        line = line.substr(0, line.rfind("\033["));
+    }
+    return std::string(line);
+}
+
+int Take(int buffer, int priority, const char* tag, const std::string& line)
+{
+    if (priority >= ErrorPriority) {
+        s_LastError = MessageOf(line);
+    }
+    return s_Through && PlatformLog() ? PlatformLog()(buffer, priority, tag, "%s", line.c_str())
+                                      : 0;
+}
+
+}  // namespace
+
+void LetLibraryLogThrough(bool through)
+{
+    s_Through = through;
+}
+
+std::string LastLibraryError()
+{
+    return s_LastError;
+}
+
+void ForgetLibraryError()
+{
+    s_LastError.clear();
+}
+
+}  // namespace VORTAN_TRANSFER
+
+// The name is the platform log's: the library's calls come here instead.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" [[gnu::visibility("default"), gnu::format(printf, 4, 5)]] int __dlog_print(
+    int buffer, int priority, const char* tag, const char* format, ...)
+{
+    using namespace VORTAN_TRANSFER;
+    if (priority < ErrorPriority && !s_Through) {
+        return 0;  // most lines: they need not be composed
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string line = Formatted(format, arguments);
+    va_end(arguments);
+    return Take(buffer, priority, tag, line);
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+// The library tells a client no more of a failure than that there was one; the reason goes to its
+// log. This program therefore stands between the two.
+namespace VORTAN_TRANSFER {
+
+// Whether the log's lines go on to the platform's log. Off at first.
+void LetLibraryLogThrough(bool through);
+
+// The last error that the library logged on the calling thread; empty if there was none.
+std::string LastLibraryError();
+void ForgetLibraryError();
+
+}  // namespace VORTAN_TRANSFER

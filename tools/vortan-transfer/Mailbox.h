@@ -1,0 +1,58 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ExitStatus.h"
+
+namespace VORTAN_TRANSFER {
+
+// What became of one source.
+struct Outcome
+{
+    ExitStatus status = AllSucceeded;
+    std::string cause;  // if it failed
+};
+
+// Something that the transfer queue has to hear of.
+struct Event
+{
+    enum class Kind
+    {
+        TransferEnded,  // job and outcome tell of it
+        WorkerEnded,    // one more transfer may be requested
+        Interrupted,
+    };
+
+    Kind kind;
+    std::size_t job = 0;
+    Outcome outcome;
+};
+
+// Carries events from the workers, and the thread that waits for signals, to the queue's thread.
+class Mailbox
+{
+public:
+    void Post(Event event);
+
+    // Blocks until there is something, or until the time is over if there is one given.
+    std::vector<Event> Receive(const std::chrono::milliseconds* timeout);
+
+    // What is there.
+    std::vector<Event> ReceiveAtOnce();
+
+    // Posts WorkerEnded, once, when the calling thread ends.
+    static void PostAtThreadEnd(const std::shared_ptr<Mailbox>& mailbox);
+
+private:
+    std::mutex m_Mutex;
+    std::condition_variable m_Posted;
+    std::vector<Event> m_Events;  // guarded by m_Mutex
+};
+
+}  // namespace VORTAN_TRANSFER

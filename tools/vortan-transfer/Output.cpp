@@ -1,0 +1,104 @@
+#include "Output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "Text.h"
+
+namespace VORTAN_TRANSFER {
+
+namespace {
+
+constexpr int MaxLinks = 40;  // as the kernel has it
+
+// Where a chain of symbolic links ends: its last link's target is replaced, not a link itself.
+std::string FollowLinks(std::filesystem::path path)
+{
+    std::error_code none;
+    for (int links = 0; std::filesystem::is_symlink(path, none); ++links) {
+        if (links == MaxLinks) {
+            throw std::system_error(ELOOP, std::system_category());
+        }
+        path = path.parent_path() / std::filesystem::read_symlink(path);
+    }
+    return path;
+}
+
+// Whether the target is to be written to as it is, because it is no file that could be replaced.
+bool IsStream(const std::string& target)
+{
+    struct stat status = {};
+    if (stat(target.c_str(), &status) != 0) {
+        return false;
+    }
+    if (S_ISDIR(status.st_mode)) {
+        throw std::system_error(EISDIR, std::system_category());
+    }
+    return !S_ISREG(status.st_mode);
+}
+
+// A file that may not be written to may not be replaced either, though the folder would allow it.
+void RefuseReadOnly(const std::string& target)
+{
+    if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0 && errno != ENOENT) {
+        ThrowErrno();
+    }
+}
+
+}  // namespace
+
+bool Output::IsStandardOutput(const std::string& target)
+{
+    return target == StandardOutput || target == "/dev/stdout";
+}
+
+Output::Output(const std::string& target)
+    : m_Name(IsStandardOutput(target) ? "standard output" : Quoted(target))
+{
+    m_Do([&] {
+        if (IsStandardOutput(target)) {
+            m_Stream = Duplicate(STDOUT_FILENO);
+        } else if (IsStream(target)) {
+            m_Stream = OpenFile(target, O_WRONLY);
+        } else {
+            RefuseReadOnly(target);
+            m_Temporary = std::make_unique<TemporaryFile>(FollowLinks(target));
+        }
+    });
+}
+
+void Output::Write(const std::vector<std::uint8_t>& bytes)
+{
+    m_Do([&] {
+        const int descriptor = m_Temporary ? m_Temporary->Descriptor() : m_Stream.Get();
+        WriteAll(descriptor, bytes.data(), bytes.size());
+    });
+}
+
+void Output::Commit()
+{
+    m_Do([this] {
+        if (m_Temporary) {
+            m_Temporary->TakePlace();
+        } else {
+            m_Stream.Close();
+        }
+    });
+}
+
+template <typename Action>
+void Output::m_Do(Action action)
+{
+    try {
+        action();
+    } catch (const std::system_error& error) {
+        throw OutputError("cannot write " + m_Name + ": " + ErrorText(error.code().value()));
+    }
+}
+
+}  // namespace VORTAN_TRANSFER

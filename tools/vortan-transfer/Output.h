@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "FileDescriptor.h"
+#include "TemporaryFile.h"
+
+namespace VORTAN_TRANSFER {
+
+// Something could not be written. The text names it and says why.
+class OutputError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Where the bytes of one transfer go.
+//
+// A regular file appears under its name only when it is complete. A device, a pipe and standard
+// output get each byte at once. All throw OutputError.
+class Output
+{
+public:
+    // The target that stands for standard output.
+    static constexpr const char* StandardOutput = "-";
+
+    static bool IsStandardOutput(const std::string& target);
+
+    // Blocks when the target is a named pipe that nobody reads yet.
+    explicit Output(const std::string& target);
+
+    void Write(const std::vector<std::uint8_t>& bytes);
+
+    // Everything is written: the file takes its name. Without this, a file is gone on destruction.
+    void Commit();
+
+private:
+    template <typename Action>
+    void m_Do(Action action);
+
+    std::string m_Name;  // for messages
+    std::unique_ptr<TemporaryFile> m_Temporary;
+    FileDescriptor m_Stream;  // used if there is no temporary file
+};
+
+}  // namespace VORTAN_TRANSFER

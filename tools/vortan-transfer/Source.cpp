@@ -1,0 +1,112 @@
+#include "Source.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "Text.h"
+#include "UsageError.h"
+
+namespace VORTAN_TRANSFER {
+
+namespace {
+
+constexpr std::string_view Letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+constexpr std::string_view SchemeCharacters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.";
+
+// In lower case; empty if the text begins with none.
+std::string SchemeOf(std::string_view text)
+{
+    const std::size_t end = text.find_first_not_of(SchemeCharacters);
+    if (end == std::string_view::npos || text[end] != ':' ||
+        Letters.find(text[0]) == std::string_view::npos) {
+        return "";
+    }
+    return LowerCase(text.substr(0, end));
+}
+
+// Takes "//host" off the front and returns the host.
+std::string_view TakeHost(std::string_view& rest)
+{
+    if (rest.substr(0, 2) != "//") {
+        return {};
+    }
+    rest.remove_prefix(2);
+    const std::string_view host = rest.substr(0, rest.find('/'));
+    rest.remove_prefix(host.size());
+    return host;
+}
+
+// url begins with "file:", in any case.
+std::string PathOfFileUrl(std::string_view url)
+{
+    std::string_view rest = url.substr(url.find(':') + 1);
+    const std::string_view host = TakeHost(rest);
+    if (!host.empty() && LowerCase(host) != "localhost") {
+        throw UsageError(Quoted(url) + ": the files of another host (" + Printable(host) +
+                         ") are out of reach");
+    }
+    if (rest.substr(0, 1) != "/") {
+        throw UsageError(Quoted(url) + ": a file URL needs an absolute path");
+    }
+    if (rest.find_first_of("?#") != std::string_view::npos) {
+        throw UsageError(Quoted(url) + ": write %3F for ? and %23 for # in a file URL");
+    }
+    std::optional<std::string> path = PercentDecoded(rest);
+    if (!path || path->find('\0') != std::string::npos) {
+        throw UsageError(Quoted(url) + ": invalid percent encoding");
+    }
+    return *std::move(path);
+}
+
+std::string_view LastSegment(std::string_view path)
+{
+    return path.substr(path.rfind('/') + 1);  // from 0 if there is no slash
+}
+
+std::string LastSegmentOfUrl(std::string_view url)
+{
+    url = url.substr(0, url.find_first_of("?#"));
+    const std::size_t separator = url.find("://");
+    if (separator != std::string_view::npos) {
+        url.remove_prefix(separator + 3);
+    }
+    const std::size_t path = url.find('/');
+    if (path == std::string_view::npos) {
+        return "";
+    }
+    const std::string_view segment = LastSegment(url.substr(path));
+    return PercentDecoded(segment).value_or(std::string(segment));
+}
+
+bool IsFileName(const std::string& name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+           std::none_of(name.begin(), name.end(), IsControl);
+}
+
+}  // namespace
+
+Source MakeSource(const std::string& text, const Handler* given)
+{
+    if (text.empty()) {
+        throw UsageError("a source is empty");
+    }
+    const std::string scheme = SchemeOf(text);
+    const Handler& handler = given ? *given : HandlerByScheme(scheme);
+    const bool isFileUrl = !handler.speaksHttp && scheme == "file";
+    return {text, &handler, isFileUrl ? PathOfFileUrl(text) : text};
+}
+
+std::string FileNameFor(const Source& source)
+{
+    std::string name = source.handler->speaksHttp ? LastSegmentOfUrl(source.url)
+                                                  : std::string(LastSegment(source.url));
+    if (!IsFileName(name)) {
+        throw UsageError(Quoted(source.text) +
+                         ": has no name that a file can take, say where to write with -o");
+    }
+    return name;
+}
+
+}  // namespace VORTAN_TRANSFER

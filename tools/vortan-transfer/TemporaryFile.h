@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+#include "FileDescriptor.h"
+
+namespace VORTAN_TRANSFER {
+
+// A file beside a target that is to take its place. It is removed on destruction unless it did.
+// What fails throws std::system_error.
+class TemporaryFile
+{
+public:
+    // Has the permissions (and, as far as allowed, the owner) of the target if there is one, else
+    // those of any file that is made.
+    explicit TemporaryFile(const std::string& target);
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile();
+
+    int Descriptor() const { return m_File.Get(); }
+
+    // Closes the file and gives it the target's name.
+    void TakePlace();
+
+    // Removes every such file there is. From then on none can be made and none can take its place:
+    // whoever tries waits for the end of the program, which the caller is to bring about.
+    static void RemoveAllForGood();
+
+private:
+    TemporaryFile() = default;
+
+    std::string m_Target;
+    std::string m_Path;  // empty when there is nothing to remove
+    FileDescriptor m_File;
+};
+
+}  // namespace VORTAN_TRANSFER

@@ -1,0 +1,122 @@
+#include "Transfer.h"
+
+#include <string_view>
+#include <utility>
+
+#include "FailureCause.h"
+#include "LibraryLog.h"
+
+namespace VORTAN_TRANSFER {
+
+using Manager = VORTAN_MW::ITransferAgentManager;
+
+Transfer::Transfer(std::size_t job, const Source& source, Output output, Delivery delivery,
+                   Manager& manager, std::shared_ptr<Mailbox> mailbox)
+    : m_Job(job),
+      m_Source(source),
+      m_Delivery(delivery),
+      m_Manager(manager),
+      m_Mailbox(std::move(mailbox)),
+      m_Output(std::move(output))
+{}
+
+bool Transfer::Start(const std::shared_ptr<Transfer>& transfer,
+                     const VORTAN_MW::ITransferHandler::Configuration& request)
+{
+    auto configuration = std::make_unique<Manager::TransferConfiguration>();
+    static_cast<VORTAN_MW::ITransferHandler::Configuration&>(*configuration) = request;
+    configuration->url = transfer->m_Source.url;
+    configuration->handlerFactory = transfer->m_Source.handler->makeFactory();
+    configuration->segmented = transfer->m_Delivery.segmented;
+    // A plain transfer keeps the header in memory: it is asked for only when it is wanted.
+    if (transfer->m_Delivery.writeHeader || transfer->m_Delivery.watchHeader) {
+        configuration->headerCallback = [transfer](std::unique_ptr<Bytes> bytes, void*) {
+            transfer->m_OnHeader(bytes.get());
+        };
+    }
+    configuration->dataCallback = [transfer](std::unique_ptr<Bytes> bytes, void*) {
+        transfer->m_OnBody(bytes.get());
+    };
+    configuration->completeCallback = [transfer](VORTAN_MW::ITransferHandler::Result result,
+                                                 void*) { transfer->m_OnComplete(result); };
+    const std::uint64_t handle = transfer->m_Manager.RequestTransfer(std::move(configuration));
+    transfer->m_HandlePromise.set_value(handle);
+    return handle != Manager::InvalidHandle;
+}
+
+void Transfer::Cancel()
+{
+    m_Manager.CancelTransfer(m_Handle.get());
+}
+
+Transfer::Progress Transfer::CurrentProgress() const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return m_Progress;
+}
+
+// Null stands for a chunk of the other kind.
+void Transfer::m_OnHeader(const Bytes* bytes)
+{
+    Mailbox::PostAtThreadEnd(m_Mailbox);
+    // What comes after the body has begun are trailers, which would pass for a part of it.
+    if (!bytes || CurrentProgress().received > 0) {
+        return;
+    }
+    if (m_Delivery.watchHeader) {
+        m_Length.Add({reinterpret_cast<const char*>(bytes->data()), bytes->size()});
+    }
+    if (m_Delivery.writeHeader) {
+        m_Write(*bytes);
+    }
+}
+
+void Transfer::m_OnBody(const Bytes* bytes)
+{
+    Mailbox::PostAtThreadEnd(m_Mailbox);
+    if (!bytes) {
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Progress.received += bytes->size();
+        m_Progress.total = m_Length.Bytes();
+    }
+    m_Write(*bytes);
+}
+
+void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
+{
+    Mailbox::PostAtThreadEnd(m_Mailbox);
+    if (!result.success) {
+        m_End(TransferFailed, FailureCause(m_Source, result, LastLibraryError()));
+        return;
+    }
+    try {
+        m_Output->Commit();
+        m_End(AllSucceeded);
+    } catch (const OutputError& error) {
+        m_End(CannotWrite, error.what());
+    }
+}
+
+void Transfer::m_Write(const Bytes& bytes)
+{
+    if (!m_Output) {
+        return;  // it failed before, and the transfer is about to stop
+    }
+    try {
+        m_Output->Write(bytes);
+    } catch (const OutputError& error) {
+        m_End(CannotWrite, error.what());
+        Cancel();
+    }
+}
+
+void Transfer::m_End(ExitStatus status, const std::string& cause)
+{
+    m_Output.reset();
+    m_Mailbox->Post({Event::Kind::TransferEnded, m_Job, {status, cause}});
+}
+
+}  // namespace VORTAN_TRANSFER

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <ITransferAgentManager.h>
+
+#include <cstddef>
+#include <map>
+#include <memory>
+
+#include "Arguments.h"
+#include "Console.h"
+#include "ExitStatus.h"
+#include "Mailbox.h"
+#include "Progress.h"
+#include "Transfer.h"
+
+namespace VORTAN_TRANSFER {
+
+// Runs all transfers of a command line, as many side by side as the library takes.
+class TransferQueue
+{
+public:
+    // An Interrupted event in the mailbox ends the queue early.
+    TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox);
+
+    // Returns when all has ended, with a line on standard error for each failure.
+    ExitStatus Run();
+
+private:
+    void m_StartNext();
+    void m_Start(std::size_t job);
+    void m_Handle(const Event& event);
+    void m_TakeOutcome(std::size_t job, const Outcome& outcome);
+    void m_ShowProgress();
+    Progress m_Progress() const;
+    void m_CancelRunning();
+    void m_WaitForWorkers();
+
+    const Arguments m_Arguments;
+    const std::shared_ptr<Mailbox> m_Mailbox;
+    const bool m_ShowsProgress;
+    Console m_Console;
+    std::unique_ptr<VORTAN_MW::ITransferAgentManager> m_Manager;
+
+    std::size_t m_Next = 0;  // the first job that has not been started
+    std::size_t m_Ended = 0;
+    std::size_t m_FreeWorkers;
+    std::map<std::size_t, std::shared_ptr<Transfer>> m_Running;
+    std::uint64_t m_ReceivedByEnded = 0;
+    RateMeter m_Rate;
+    bool m_Interrupted = false;
+    ExitStatus m_Status = AllSucceeded;
+};
+
+}  // namespace VORTAN_TRANSFER

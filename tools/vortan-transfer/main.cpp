@@ -1,0 +1,107 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <variant>
+
+#include "Arguments.h"
+#include "Console.h"
+#include "ExitStatus.h"
+#include "LibraryLog.h"
+#include "Mailbox.h"
+#include "Output.h"
+#include "Signals.h"
+#include "TemporaryFile.h"
+#include "Text.h"
+#include "TransferQueue.h"
+#include "UsageError.h"
+
+using namespace VORTAN_TRANSFER;
+
+namespace {
+
+// A program may be started without them; then the first files that it opens would take their place.
+void OccupyStandardDescriptors()
+{
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) < 0) {
+            // The lowest free number is this one. Writing to it fails, as it should.
+            [[maybe_unused]] const int opened = open("/dev/null", O_RDONLY);
+        }
+    }
+}
+
+// Broken pipes and files above the size limit are then errors of write().
+void IgnoreSignalsOfWriting()
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+std::string CurrentExceptionText()
+try {
+    const std::exception_ptr exception = std::current_exception();
+    if (exception) {
+        std::rethrow_exception(exception);
+    }
+    return "the program was ended";
+} catch (const std::exception& exception) {
+    return exception.what();
+} catch (...) {
+    return "something was thrown";
+}
+
+// The library ends the program when a worker is left by an exception, for want of memory above all.
+[[noreturn]] void EndWithoutPartialFiles()
+{
+    TemporaryFile::RemoveAllForGood();
+    Console().Line("unexpected failure: " + Printable(CurrentExceptionText()));
+    _exit(TransferFailed);
+}
+
+ExitStatus Print(const std::string& text)
+{
+    try {
+        Output output(Output::StandardOutput);
+        output.Write({text.begin(), text.end()});
+        output.Commit();
+        return AllSucceeded;
+    } catch (const OutputError& error) {
+        Console().Line(error.what());
+        return CannotWrite;
+    }
+}
+
+ExitStatus RunTransfers(Arguments arguments, Signals& signals)
+{
+    LetLibraryLogThrough(arguments.verbose || std::getenv("VORTAN_DLOG"));
+    const auto mailbox = std::make_shared<Mailbox>();
+    TransferQueue queue(std::move(arguments), mailbox);
+    signals.OnFirst([mailbox] { mailbox->Post({Event::Kind::Interrupted, 0, {}}); });
+    return queue.Run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    OccupyStandardDescriptors();
+    IgnoreSignalsOfWriting();
+    std::set_terminate(EndWithoutPartialFiles);
+    try {
+        Signals signals;
+        const auto parsed = ParseArguments(argc, argv);
+        if (const auto* const information = std::get_if<Information>(&parsed)) {
+            return Print(*information);
+        }
+        return RunTransfers(std::get<Arguments>(parsed), signals);
+    } catch (const UsageError& error) {
+        Console().Line(std::string(error.what()) + " (--help tells more)");
+        return WrongArguments;
+    }
+}
