@@ -54,8 +54,7 @@ enum QXCURL_OPTION_TYPE
     // string; the URL of the request. Stand-in: http and https only.
     QXCURL_OPTION_URL = 50,
     // list of strings; further request headers, each a line "name: value" without its end.
-    // Stand-in:
-    // a line with nothing after the colon takes that header out of the request.
+    // Stand-in: a line with nothing after the colon takes that header out of the request.
     QXCURL_OPTION_HTTPHEADER = 75,
     // callback; receives the response body. Stand-in: without it the body is dropped.
     QXCURL_OPTION_WRITEFUNCTION = 78,
