@@ -74,6 +74,10 @@ class Request:
         if self.method != "HEAD":
             self.send(body)
 
+    def wait_until_closed(self):
+        """Waits for the client to hang up."""
+        self._handler.rfile.read()
+
     def reset(self):
         """Makes the connection end with a reset."""
         self._handler.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER,

@@ -56,6 +56,95 @@ TEST(Arguments, ASourceAloneIsFetchedSegmentedToStandardOutput)
     EXPECT_FALSE(arguments.verbose);
 }
 
+TEST(Arguments, VendorOptionsReachTheRequest)
+{
+    const auto request = Parse({"--handler",
+                                "vendor",
+                                "--http-version",
+                                "2",
+                                "--self-signed",
+                                "--timeout",
+                                "7:8",
+                                "--verbose-wrapper",
+                                "--option20",
+                                "0",
+                                "--option21",
+                                "-1",
+                                "--option27",
+                                "27",
+                                "--option30",
+                                "3",
+                                "--option31",
+                                "31",
+                                "--option32",
+                                "32",
+                                Url})
+                             .request;
+    EXPECT_EQ(request.httpVersion,
+              VORTAN_MW::ITransferHandler::Configuration::HttpVersion::Eversion20);
+    EXPECT_TRUE(request.allowSelfSignedCertificates);
+    EXPECT_EQ(request.timeoutArg1, 7);
+    EXPECT_EQ(request.timeoutArg2, 8);
+    EXPECT_TRUE(request.verbose);
+    EXPECT_EQ(request.wrapperOption20, 0);
+    EXPECT_EQ(request.wrapperOption21, -1);
+    EXPECT_EQ(request.wrapperOption27, 27);
+    EXPECT_EQ(request.wrapperOption30, 3);
+    EXPECT_EQ(request.wrapperOption31, 31);
+    EXPECT_EQ(request.wrapperOption32, 32);
+    EXPECT_FALSE(request.halvordConfig);
+}
+
+TEST(Arguments, WithoutVendorOptionsTheRequestKeepsItsDefaults)
+{
+    const auto request = Parse({"--handler", "vendor", Url}).request;
+    const VORTAN_MW::ITransferHandler::Configuration defaults;
+    EXPECT_EQ(request.httpVersion, defaults.httpVersion);
+    EXPECT_EQ(request.timeoutArg1, defaults.timeoutArg1);
+    EXPECT_EQ(request.timeoutArg2, defaults.timeoutArg2);
+    EXPECT_EQ(request.wrapperOption27, defaults.wrapperOption27);
+    EXPECT_FALSE(request.allowSelfSignedCertificates);
+    EXPECT_FALSE(request.verbose);
+}
+
+TEST(Arguments, AResourceTakesThePlaceOfTheSource)
+{
+    const Arguments arguments = Parse({"--handler", "vendor", "--resource", "/a/b", "--query",
+                                       "k=v=w", "--query", "empty=", "-O"});
+    ASSERT_EQ(arguments.jobs.size(), 1U);
+    EXPECT_EQ(arguments.jobs[0].source.text, "/a/b");
+    EXPECT_EQ(arguments.jobs[0].target, "b");
+    ASSERT_TRUE(arguments.request.halvordConfig);
+    EXPECT_EQ(arguments.request.halvordConfig->resource, "/a/b");
+    const std::vector<std::pair<std::string, std::string>> expected = {{"k", "v=w"}, {"empty", ""}};
+    EXPECT_EQ(arguments.request.halvordConfig->queryParameters, expected);
+}
+
+TEST(Arguments, VendorOptionsThatMakeNoSenseAreRefused)
+{
+    EXPECT_EQ(RefusalOf({"--resource", "/a"}), "--resource: only with --handler vendor");
+    EXPECT_EQ(RefusalOf({"--handler", "curl", "--resource", "/a"}),
+              "--resource: only with --handler vendor");
+    EXPECT_EQ(RefusalOf({"--option30", "1", Url}), "--option30: only with --handler vendor");
+    EXPECT_EQ(RefusalOf({"--self-signed", Url}), "--self-signed: only with --handler vendor");
+    EXPECT_EQ(RefusalOf({"--handler", "vendor", "--query", "a=b", Url}),
+              "--query: needs a --resource to be a part of");
+    const auto refusalOf = [](std::vector<const char*> options) {
+        options.insert(options.begin(), {"--handler", "vendor"});
+        return RefusalOf(options);
+    };
+    EXPECT_EQ(refusalOf({"--resource", "/a", "--query", "a"}), "--query: 'a' is no KEY=VALUE");
+    EXPECT_EQ(refusalOf({"--resource", "/a", "--query", "=b"}), "--query: '=b' is no KEY=VALUE");
+    EXPECT_EQ(refusalOf({"--resource", ""}), "--resource: is empty");
+    EXPECT_EQ(refusalOf({"--resource", "/a", Url}),
+              "--resource: takes the place of a source, 'http://localhost/a' cannot be asked, too");
+    EXPECT_EQ(refusalOf({"--http-version", "3", Url}),
+              "--http-version: '3' is none of 1.0, 1.1, 2");
+    EXPECT_EQ(refusalOf({"--timeout", "3", Url}), "--timeout: '3' is no A:B");
+    EXPECT_EQ(refusalOf({"--timeout", "3:x", Url}), "--timeout: 'x' is no whole number from 0 up");
+    EXPECT_EQ(refusalOf({"--option27", "x", Url}), "--option27: 'x' is no whole number");
+}
+
 TEST(Arguments, EachFlagIsTaken)
 {
     EXPECT_FALSE(Parse({"--plain", Url}).segmented);
@@ -284,7 +373,7 @@ TEST(Arguments, TheHandlerCanBeGiven)
     EXPECT_EQ(Parse({"--handler", "file", Url}).jobs.at(0).source.handler->name, "file");
     EXPECT_EQ(Parse({"--handler", "curl", "a"}).jobs.at(0).source.handler->name, "curl");
     const std::string refusal = RefusalOf({"--handler", "ftp", Url});
-    EXPECT_NE(refusal.find("'ftp' is none of curl, file"), std::string::npos) << refusal;
+    EXPECT_NE(refusal.find("'ftp' is none of curl, file, vendor"), std::string::npos) << refusal;
 }
 
 TEST(Arguments, HelpNamesEveryExitStatus)

@@ -5,14 +5,16 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
+#include <limits>
 #include <set>
 #include <string_view>
 
 #include "FileDescriptor.h"
+#include "OptionValues.h"
 #include "Output.h"
 #include "Text.h"
 #include "UsageError.h"
+#include "VendorOptions.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -111,38 +113,14 @@ public:
         m_Value("--handler", "NAME", "Use this handler for all sources: " + HandlerNames());
     CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress");
     CLI::Option* const verbose = m_Flag("-v,--verbose", "Show the library's log, and no progress");
+    const VendorOptions vendor{m_App};
 };
-
-bool IsSet(const CLI::Option* option)
-{
-    return option->count() > 0;
-}
 
 void RefuseTogether(const CLI::Option* one, const CLI::Option* other)
 {
     if (IsSet(one) && IsSet(other)) {
         throw UsageError(one->get_name() + ": cannot be combined with " + other->get_name());
     }
-}
-
-// The value of an option that was given once.
-std::string ValueOf(const CLI::Option* option)
-{
-    return option->results().front();
-}
-
-template <typename Number>
-Number ParseNumber(std::string_view text, const std::string& what, Number max)
-{
-    Number number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (text.empty() || end != text.data() + text.size() || (error == std::errc() && number < 0)) {
-        throw UsageError(what + ": " + Quoted(text) + " is no whole number from 0 up");
-    }
-    if (error != std::errc() || number > max) {
-        throw UsageError(what + ": " + Quoted(text) + " is above " + std::to_string(max));
-    }
-    return number;
 }
 
 HttpMethod ParseMethod(const std::string& name)
@@ -181,13 +159,10 @@ constexpr std::uint32_t MaxDelaySeconds = 4294967;
 Configuration::RandomDelay ParseRandomDelay(std::string_view text)
 {
     const std::string option = "--random-delay";
-    const std::size_t colon = text.find(':');
-    if (colon == std::string_view::npos) {
-        throw UsageError(option + ": " + Quoted(text) + " is no MIN:MAX");
-    }
+    const auto [min, max] = SplitAtColon(text, option, "MIN:MAX");
     Configuration::RandomDelay delay;
-    delay.min = ParseNumber(text.substr(0, colon), option, MaxDelaySeconds);
-    delay.max = ParseNumber(text.substr(colon + 1), option, MaxDelaySeconds);
+    delay.min = ParseNumber(min, option, MaxDelaySeconds);
+    delay.max = ParseNumber(max, option, MaxDelaySeconds);
     if (delay.min > delay.max) {
         throw UsageError(option + ": " + Quoted(text) + " has MIN above MAX");
     }
@@ -253,23 +228,33 @@ void SetDelays(Configuration& request, const Options& options)
     }
 }
 
-Configuration MakeRequest(const Options& options)
+// The handler that the user has named, or null.
+const Handler* NamedHandler(const Options& options)
 {
-    Configuration request;
+    return IsSet(options.handler) ? &HandlerByName(ValueOf(options.handler)) : nullptr;
+}
+
+void SetRequest(Configuration& request, const Options& options)
+{
     for (const std::string& line : options.header->results()) {
         request.headers.push_back(ParseHeader(line));
     }
     request.failOnError = !IsSet(options.noFail);
     SetDelays(request, options);
     SetMethodAndData(request, options);  // last: it may read much
-    return request;
 }
 
 std::vector<Source> MakeSources(const Options& options, int argc, const char* const* argv)
 {
-    const Handler* const handler =
-        IsSet(options.handler) ? &HandlerByName(ValueOf(options.handler)) : nullptr;
+    const Handler* const handler = NamedHandler(options);
     std::vector<Source> sources;
+    if (const auto resource = options.vendor.Resource()) {
+        if (IsSet(options.sources)) {
+            throw UsageError("--resource: takes the place of a source, " +
+                             Quoted(options.sources->results().front()) + " cannot be asked, too");
+        }
+        return {{*resource, handler, *resource}};
+    }
     for (const std::string& text : options.sources->results()) {
         // CLI11 takes an argument in brackets for a list of arguments.
         if (std::find(argv, argv + argc, text) == argv + argc) {
@@ -332,8 +317,9 @@ Arguments Checked(const Options& options, int argc, const char* const* argv)
 {
     RefuseTogether(options.segmented, options.plain);
     Arguments arguments;
+    options.vendor.Apply(arguments.request, NamedHandler(options));
     arguments.jobs = MakeJobs(MakeSources(options, argc, argv), options);
-    arguments.request = MakeRequest(options);
+    SetRequest(arguments.request, options);
     RefuseMethodsForFiles(arguments.jobs, arguments.request.method);
     arguments.segmented =
         !IsSet(options.plain) && !arguments.request.randomDelay && !arguments.request.fixedDelay;

@@ -13,11 +13,14 @@ namespace VORTAN_TRANSFER {
 
 namespace {
 
-constexpr long FirstErrorStatus = 400;
-
-// libcurl's words, out of the line that the handler logs about it; or else the whole line.
+// The words of libcurl or of the wrapper, out of the line that the handler logs about it; or else
+// the whole line.
 std::string_view ReasonIn(std::string_view libraryError)
 {
+    constexpr std::string_view beforeWrappers = "Failed to send using QXCurl ";
+    if (libraryError.substr(0, beforeWrappers.size()) == beforeWrappers) {
+        return libraryError.substr(beforeWrappers.size());
+    }
     constexpr std::string_view before = "curl_easy_perform() failed: '";
     constexpr std::string_view after = "', http-code: ";
     if (libraryError.substr(0, before.size()) != before) {
@@ -30,7 +33,7 @@ std::string_view ReasonIn(std::string_view libraryError)
 std::string CauseOverHttp(long status, std::string_view reason)
 {
     const std::string statusText = "HTTP status " + std::to_string(status);
-    if (status >= FirstErrorStatus && reason == "HTTP response code said error") {
+    if (IsErrorStatus(status) && (reason.empty() || reason == "HTTP response code said error")) {
         return statusText;
     }
     const std::string cause = reason.empty() ? "the transfer failed" : Printable(reason);
@@ -55,6 +58,11 @@ std::string CauseOfReading(const std::string& path)
 }
 
 }  // namespace
+
+bool IsErrorStatus(long status)
+{
+    return status >= 400;
+}
 
 std::string FailureCause(const Source& source, const VORTAN_MW::ITransferHandler::Result& result,
                          const std::string& libraryError)

@@ -2,6 +2,7 @@
 
 #include <CurlEasyHandlerFactory.h>
 #include <FileReaderFactory.h>
+#include <QXCurlEasyHandlerFactory.h>
 
 #include <algorithm>
 
@@ -43,6 +44,7 @@ const std::vector<Handler>& Handlers()
     static const std::vector<Handler> handlers = {
         {"curl", {"http", "https"}, true, &MakeFactory<VORTAN_MW::CurlEasyHandlerFactory>},
         {"file", {"file", ""}, false, &MakeFactory<VORTAN_MW::FileReaderFactory>},
+        {"vendor", {}, true, &MakeFactory<VORTAN_MW::QXCurlEasyHandlerFactory>},
     };
     return handlers;
 }

@@ -14,7 +14,8 @@ struct Handler
 {
     // As --handler calls it.
     std::string name;
-    // The schemes that choose it, in lower case; an empty one stands for a path.
+    // The schemes that choose it, in lower case; an empty one stands for a path. With none, only
+    // --handler does.
     std::vector<std::string> schemes;
     // It has methods, sends data and receives header lines.
     bool speaksHttp;

@@ -26,6 +26,7 @@ bool Transfer::Start(const std::shared_ptr<Transfer>& transfer,
     auto configuration = std::make_unique<Manager::TransferConfiguration>();
     static_cast<VORTAN_MW::ITransferHandler::Configuration&>(*configuration) = request;
     configuration->url = transfer->m_Source.url;
+    transfer->m_FailOnError = request.failOnError;
     configuration->handlerFactory = transfer->m_Source.handler->makeFactory();
     configuration->segmented = transfer->m_Delivery.segmented;
     // A plain transfer keeps the header in memory: it is asked for only when it is wanted.
@@ -88,7 +89,9 @@ void Transfer::m_OnBody(const Bytes* bytes)
 void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
 {
     Mailbox::PostAtThreadEnd(m_Mailbox);
-    if (!result.success) {
+    // Not every handler fails by itself on an HTTP status that tells of an error.
+    const bool isError = m_FailOnError && result.httpCode && IsErrorStatus(*result.httpCode);
+    if (!result.success || isError) {
         m_End(TransferFailed, FailureCause(m_Source, result, LastLibraryError()));
         return;
     }

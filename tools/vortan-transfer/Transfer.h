@@ -68,6 +68,7 @@ private:
 
     // The worker's alone. The output is closed when the outcome is known.
     std::optional<Output> m_Output;
+    bool m_FailOnError = true;
     ResponseLength m_Length;
 
     mutable std::mutex m_Mutex;
