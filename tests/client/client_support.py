@@ -7,6 +7,7 @@ import queue
 import shutil
 import signal
 import socket
+import stat
 import struct
 import subprocess
 import tempfile
@@ -238,6 +239,18 @@ class ClientTest(unittest.TestCase):
     def read(self, name):
         with open(self.path(name), "rb") as file:
             return file.read()
+
+    def device(self, name):
+        """A device such as /dev/full. Root gets one to itself: a wrong program could replace it."""
+        if os.geteuid() != 0:
+            return "/dev/" + name
+        path = self.path(name)
+        os.mknod(path, stat.S_IFCHR | 0o666, os.stat("/dev/" + name).st_rdev)
+        try:
+            os.close(os.open(path, os.O_WRONLY))
+        except OSError:
+            self.skipTest("no device can be opened in " + self.folder)
+        return path
 
     def serve(self, path, body=BODY, **options):
         self.server.answers[path] = lambda request: request.reply(body, **options)

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Arguments.h"
+#include "Output.h"
 #include "UsageError.h"
 
 using namespace VORTAN_TRANSFER;
@@ -341,6 +342,9 @@ TEST(Arguments, TheOutputIsTheTarget)
     EXPECT_EQ(Parse({"-o", "-", Url}).jobs.at(0).target, "-");
     EXPECT_EQ(Parse({"--output=x", Url}).jobs.at(0).target, "x");
     EXPECT_EQ(RefusalOf({"-o", "", Url}), "--output: is empty");
+    EXPECT_TRUE(Output::IsStandardOutput("-"));
+    EXPECT_TRUE(Output::IsStandardOutput("/dev/stdout"));
+    EXPECT_FALSE(Output::IsStandardOutput("./-"));
 }
 
 TEST(Arguments, SeveralSourcesNeedNamesOfTheirOwn)

@@ -78,8 +78,9 @@ class Targets(ClientTest):
             os.remove(self.path(name))
 
     def test_a_device_is_written_to_and_stays(self):
-        self.assert_succeeded(self.run_client(self.url, "-o", "/dev/null"))
-        self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
+        null = self.device("null")
+        self.assert_succeeded(self.run_client(self.url, "-o", null))
+        self.assertTrue(stat.S_ISCHR(os.stat(null).st_mode))
 
     def test_a_named_pipe_is_written_to_and_stays(self):
         os.mkfifo(self.path("pipe"))
@@ -89,15 +90,15 @@ class Targets(ClientTest):
         self.assert_succeeded(client.finish())
         self.assert_files("pipe")
 
-    def test_the_name_of_standard_output_means_standard_output(self):
-        for name in ("-", "/dev/stdout"):
-            with open(self.path("log"), "wb") as log:
-                log.write(b"before ")
-                log.flush()
-                self.assert_succeeded(self.run_client(self.url, "-o", name, stdout=log))
-                log.seek(0, os.SEEK_END)
-                log.write(b" after")
-            self.assertEqual(self.read("log"), b"before " + BODY + b" after")
+    def test_a_dash_means_standard_output(self):
+        with open(self.path("log"), "wb") as log:
+            log.write(b"before ")
+            log.flush()
+            self.assert_succeeded(self.run_client(self.url, "-o", "-", stdout=log))
+            log.seek(0, os.SEEK_END)
+            log.write(b" after")
+        self.assertEqual(self.read("log"), b"before " + BODY + b" after")
+        self.assert_files("log")
 
     def test_standard_output_gets_the_bytes_as_they_arrive(self):
         gate = Gate(BODY, 1000)
@@ -174,8 +175,10 @@ class Unwritable(ClientTest):
         self.assertEqual(os.listdir(self.path("folder")), [])
 
     def test_a_full_device_stops_the_transfer(self):
-        self.assert_cannot_write(self.run_client(self.url, "-o", "/dev/full"), "'/dev/full'",
-                                 "No space left on device")
+        full = self.device("full")
+        for mode in ("--segmented", "--plain"):
+            self.assert_cannot_write(self.run_client(self.url, mode, "-o", full), "'%s'" % full,
+                                     "No space left on device")
 
     def test_a_full_standard_output_stops_the_transfer(self):
         with open("/dev/full", "wb") as full:
@@ -197,9 +200,11 @@ class Unwritable(ClientTest):
     def test_a_reader_that_has_gone_is_told(self):
         reader, writer = os.pipe()
         os.close(reader)
-        result = self.run_client(self.url, stdout=writer)
+        path = self.write("file", BODY)
+        for source in (self.url, path):
+            self.assert_failed(self.run_client(source, stdout=writer), CANNOT_WRITE,
+                               source + ": cannot write standard output: Broken pipe")
         os.close(writer)
-        self.assert_cannot_write(result, "standard output", "Broken pipe")
 
     def test_a_reader_that_goes_in_the_middle_is_told(self):
         gate = Gate(BODY, 1000)
@@ -291,7 +296,8 @@ class Unwritable(ClientTest):
                 rest_was_taken.append(False)
 
         self.server.answers["/a"] = answer
-        self.assertEqual(self.run_client(self.url, "-o", "/dev/full").status, CANNOT_WRITE)
+        with open("/dev/full", "wb") as full:
+            self.assertEqual(self.run_client(self.url, stdout=full).status, CANNOT_WRITE)
         self.server.close()
         self.assertNotIn(True, rest_was_taken)
 
