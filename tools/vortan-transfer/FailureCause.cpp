@@ -32,7 +32,7 @@ std::string_view ReasonIn(std::string_view libraryError)
 
 std::string CauseOverHttp(long status, std::string_view reason)
 {
-    const std::string statusText = "HTTP status " + std::to_string(status);
+    std::string statusText = "HTTP status " + std::to_string(status);
     if (IsErrorStatus(status) && (reason.empty() || reason == "HTTP response code said error")) {
         return statusText;
     }

@@ -14,16 +14,12 @@ namespace VORTAN_TRANSFER {
 
 namespace {
 
-constexpr int MaxLinks = 40;  // as the kernel has it
-
-// Where a chain of symbolic links ends: its last link's target is replaced, not a link itself.
+// Where a chain of symbolic links ends: its last link's target is replaced, not a link itself. The
+// chain is one that the system could follow.
 std::string FollowLinks(std::filesystem::path path)
 {
     std::error_code none;
-    for (int links = 0; std::filesystem::is_symlink(path, none); ++links) {
-        if (links == MaxLinks) {
-            throw std::system_error(ELOOP, std::system_category());
-        }
+    while (std::filesystem::is_symlink(path, none)) {
         path = path.parent_path() / std::filesystem::read_symlink(path);
     }
     return path;
@@ -43,6 +39,7 @@ bool IsStream(const std::string& target)
 }
 
 // A file that may not be written to may not be replaced either, though the folder would allow it.
+// Nor may one behind links that lead nowhere.
 void RefuseReadOnly(const std::string& target)
 {
     if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0 && errno != ENOENT) {

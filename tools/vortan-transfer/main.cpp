@@ -79,6 +79,7 @@ ExitStatus Print(const std::string& text)
 
 ExitStatus RunTransfers(Arguments arguments, Signals& signals)
 {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment.
     LetLibraryLogThrough(arguments.verbose || std::getenv("VORTAN_DLOG"));
     const auto mailbox = std::make_shared<Mailbox>();
     TransferQueue queue(std::move(arguments), mailbox);
