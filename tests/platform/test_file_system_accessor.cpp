@@ -10,14 +10,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "IndexedBytes.h"
+#include "TemporaryFolder.h"
 
 namespace {
 
@@ -27,42 +28,20 @@ using Accessor = VORTAN_MW::ThreadSafeFileSystemAccessor;
 // What read(2) does while it is set: it gets the place and the room for bytes.
 std::function<ssize_t(void*, std::size_t)> readInPlaceOfTheSystem;
 
-Bytes SomeBytes(std::size_t length)
-{
-    Bytes bytes(length);
-    for (std::size_t i = 0; i < length; ++i) {
-        bytes[i] = static_cast<std::uint8_t>(i * 31 + i / 256);
-    }
-    return bytes;
-}
-
 class FileSystemAccessor : public testing::Test
 {
 protected:
-    FileSystemAccessor()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "filesXXXXXX").string();
-        m_Folder = mkdtemp(pattern.data());
-    }
+    ~FileSystemAccessor() override { readInPlaceOfTheSystem = nullptr; }
 
-    ~FileSystemAccessor() override
-    {
-        readInPlaceOfTheSystem = nullptr;
-        std::filesystem::remove_all(m_Folder);
-    }
-
-    std::string Path(const std::string& name) const { return (m_Folder / name).string(); }
+    std::string Path(const std::string& name) const { return m_Folder.Path(name); }
 
     std::string FileWith(const Bytes& contents, const std::string& name = "file") const
     {
-        std::ofstream file(Path(name), std::ios::binary);
-        file.write(reinterpret_cast<const char*>(contents.data()),
-                   static_cast<std::streamsize>(contents.size()));
-        return Path(name);
+        return m_Folder.FileWith(contents, name);
     }
 
 private:
-    std::filesystem::path m_Folder;
+    TemporaryFolder m_Folder;
 };
 
 // A file in memory that only says that it is so large.
@@ -107,7 +86,7 @@ extern "C" ssize_t read(int descriptor, void* to, std::size_t size)
 
 TEST_F(FileSystemAccessor, AWholeFileIsRead)
 {
-    const Bytes bytes = SomeBytes(1234567);
+    const Bytes bytes = IndexedBytes(1234567);
     const std::string path = FileWith(bytes);
     EXPECT_TRUE(Accessor::FileExists(path));
     Bytes contents;
@@ -118,7 +97,7 @@ TEST_F(FileSystemAccessor, AWholeFileIsRead)
 TEST_F(FileSystemAccessor, FilesOfEveryLengthAroundTheFirstReadAreWhole)
 {
     for (const std::size_t length : {1U, 4095U, 4096U, 4097U, 8191U, 8192U, 8193U}) {
-        const Bytes bytes = SomeBytes(length);
+        const Bytes bytes = IndexedBytes(length);
         Bytes contents;
         EXPECT_TRUE(Accessor::ReadFile(FileWith(bytes), contents)) << length;
         EXPECT_TRUE(contents == bytes) << length;
@@ -136,7 +115,7 @@ TEST_F(FileSystemAccessor, AnEmptyFileIsAFileWithoutBytes)
 
 TEST_F(FileSystemAccessor, WhatTheVectorHeldIsReplaced)
 {
-    Bytes contents = SomeBytes(100);
+    Bytes contents = IndexedBytes(100);
     EXPECT_TRUE(Accessor::ReadFile(FileWith({7}), contents));
     EXPECT_EQ(contents, Bytes({7}));
 }
@@ -209,7 +188,7 @@ TEST_F(FileSystemAccessor, AReadErrorIsAFailure)
 
 TEST_F(FileSystemAccessor, AReadErrorHalfWayLeavesNothing)
 {
-    const std::string path = FileWith(SomeBytes(100));
+    const std::string path = FileWith(IndexedBytes(100));
     int calls = 0;
     readInPlaceOfTheSystem = [&](void* to, std::size_t) -> ssize_t {
         if (++calls == 2) {
@@ -225,7 +204,7 @@ TEST_F(FileSystemAccessor, AReadErrorHalfWayLeavesNothing)
 
 TEST_F(FileSystemAccessor, AnInterruptedReadGoesOn)
 {
-    const Bytes bytes = SomeBytes(1000);
+    const Bytes bytes = IndexedBytes(1000);
     const std::string path = FileWith(bytes);
     std::size_t done = 0;
     bool interrupted = false;
@@ -247,7 +226,7 @@ TEST_F(FileSystemAccessor, AnInterruptedReadGoesOn)
 
 TEST_F(FileSystemAccessor, AFileThatHoldsMoreThanItReportsIsReadToItsEnd)
 {
-    const Bytes bytes = SomeBytes(1234567);
+    const Bytes bytes = IndexedBytes(1234567);
     const std::string path = FileWith({1});
     std::size_t done = 0;
     readInPlaceOfTheSystem = [&](void* to, std::size_t room) {
@@ -279,17 +258,17 @@ TEST_F(FileSystemAccessor, AFileLargerThanTheMemoryIsNotRead)
 
 TEST_F(FileSystemAccessor, ManyThreadsReadAtOnce)
 {
-    const std::string shared = FileWith(SomeBytes(1234567), "shared");
+    const std::string shared = FileWith(IndexedBytes(1234567), "shared");
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < 8; ++i) {
-        const std::string own = FileWith(SomeBytes(1000 + i), std::to_string(i));
+        const std::string own = FileWith(IndexedBytes(1000 + i), std::to_string(i));
         threads.emplace_back([=] {
             for (int round = 0; round < 10; ++round) {
                 Bytes contents;
                 EXPECT_TRUE(Accessor::FileExists(own) && Accessor::ReadFile(own, contents));
-                EXPECT_TRUE(contents == SomeBytes(1000 + i));
+                EXPECT_TRUE(contents == IndexedBytes(1000 + i));
                 EXPECT_TRUE(Accessor::ReadFile(shared, contents));
-                EXPECT_TRUE(contents == SomeBytes(1234567));
+                EXPECT_TRUE(contents == IndexedBytes(1234567));
             }
         });
     }

@@ -81,19 +81,6 @@ std::string TextOf(std::thread::id id)
     return stream.str();
 }
 
-void Gate::Open()
-{
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Open = true;
-    m_Opened.notify_all();
-}
-
-bool Gate::Wait()
-{
-    std::unique_lock<std::mutex> lock(m_Mutex);
-    return m_Opened.wait_for(lock, std::chrono::minutes(2), [&] { return m_Open; });
-}
-
 ITransferHandler::Result MakeResult(bool success, long httpCode)
 {
     ITransferHandler::Result result;

@@ -11,6 +11,7 @@
 
 #include "AsyncTransferAgentManager.h"
 #include "AsyncTransferAgentManagerState.h"
+#include "Gate.h"
 
 // As the log prints a thread's identifier.
 std::string TextOf(std::thread::id id);
@@ -92,20 +93,6 @@ private:
 };
 
 }  // namespace VORTAN_MW
-
-// A point that threads wait at until another opens it. A wait ends by itself only to report a hang.
-class Gate
-{
-public:
-    void Open();
-    // False after a time that no healthy run needs.
-    bool Wait();
-
-private:
-    std::mutex m_Mutex;
-    std::condition_variable m_Opened;
-    bool m_Open = false;
-};
 
 // What a handler does in place of a transfer.
 using HandlerScript = std::function<VORTAN_MW::ITransferHandler::Result(

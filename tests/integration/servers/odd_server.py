@@ -1,0 +1,270 @@
+"""An HTTP/1.1 server that does, as the URL says, what other servers refuse to do.
+
+    /bytes/N            N bytes that depend on their index
+    /chunked/N          the same in chunks
+    /drip/N             the same, one byte for each write
+    /gzip/N             the same, compressed
+    /length/L/N         the same with "Content-Length: L", then the connection is closed
+    /truncate/N         all but the last byte of the same, then the connection is closed
+    /reset/N            the first N bytes of an endless body, then the connection is reset
+    /until-closed       an endless body, until the peer closes the connection
+    /stall/KEY          one byte of two, then silence until /release/KEY is asked for
+    /await-stall/KEY    answers when /stall/KEY has been asked for
+    /release/KEY        ends the silence of /stall/KEY, which closes its connection
+    /garbage            no HTTP at all
+    /status/CODE        that status with the body "status CODE"
+    /redirect/CODE/N    N redirects with that status, then /echo
+    /redirect-forever   a redirect to itself
+    /big-header/N       a header line with a value of N bytes
+    /echo               the head of the request, as it came, is the body
+    /mirror             the body of the request is the body
+    /silent-mirror      the same, but "Expect: 100-continue" is not answered
+
+The request's body is read before the answer. Every response tells the request's line, and its
+values of Expect, Content-Length and Transfer-Encoding ("-" for none), in headers of its own.
+
+On SIGTERM the server waits until its peers have closed every connection, and exits with 0; with 1
+if one is left open.
+"""
+
+import gzip
+import signal
+import socket
+import struct
+import sys
+import threading
+
+# Only reached when a connection was leaked.
+PATIENCE_SECONDS = 60
+ENDLESS = 1 << 40
+
+
+def indexed_bytes(count):
+    """The byte at each index is the exclusive or of the index's three lowest bytes."""
+    blocks = [bytes(low ^ high for low in range(256)) for high in range(256)]
+    used = (blocks[(block ^ block >> 8) & 0xFF] for block in range(count // 256 + 1))
+    return b''.join(used)[:count]
+
+
+class Closed(Exception):
+    """The connection is over."""
+
+
+class Request:
+    def __init__(self, head):
+        self.head = head
+        lines = head.decode('latin-1').split('\r\n')
+        self.line = lines[0]
+        self.method, target, _ = self.line.split(' ')
+        self.headers = {}
+        for line in filter(None, lines[1:]):
+            name, _, value = line.partition(':')
+            self.headers[name.lower()] = value.strip()
+        # A proxy is asked for a whole URL.
+        self.path = target.split('://', 1)[-1].partition('/')[2]
+        self.body = b''
+
+    def seen(self):
+        names = ('Expect', 'Content-Length', 'Transfer-Encoding')
+        return [('X-Seen-Request', self.line)] + [
+            ('X-Seen-' + name, self.headers.get(name.lower(), '-')) for name in names]
+
+
+class Gates:
+    """Events by key."""
+
+    def __init__(self):
+        self.lock = threading.Lock()
+        self.events = {}
+
+    def __getitem__(self, key):
+        with self.lock:
+            return self.events.setdefault(key, threading.Event())
+
+
+class Connection:
+    gates = Gates()
+
+    def __init__(self, peer):
+        self.peer = peer
+        self.input = peer.makefile('rb')
+        self.request = None
+
+    def serve(self):
+        try:
+            while True:
+                self.request = Request(self.read_head())
+                self.answer(self.request.path.split('/'))
+        except (Closed, ConnectionError):
+            pass
+        finally:
+            self.input.close()
+            self.peer.close()
+
+    def answer(self, parts):
+        self.read_body(answer_expect=parts[0] != 'silent-mirror')
+        behaviour = getattr(self, 'do_' + parts[0].replace('-', '_'), None)
+        if behaviour:
+            behaviour(*parts[1:])
+        else:
+            self.send(b'no such behaviour', status=404)
+
+    # Reading
+
+    def read_line(self):
+        line = self.input.readline()
+        if not line.endswith(b'\n'):
+            raise Closed
+        return line
+
+    def read_head(self):
+        head = b''
+        while not head.endswith(b'\r\n\r\n'):
+            head += self.read_line()
+        return head
+
+    def read_exactly(self, count):
+        data = self.input.read(count)
+        if len(data) < count:
+            raise Closed
+        return data
+
+    def read_body(self, answer_expect):
+        headers = self.request.headers
+        if answer_expect and headers.get('expect') == '100-continue':
+            self.peer.sendall(b'HTTP/1.1 100 Continue\r\n\r\n')
+        if headers.get('transfer-encoding') == 'chunked':
+            self.request.body = self.read_chunks()
+        else:
+            self.request.body = self.read_exactly(int(headers.get('content-length', 0)))
+
+    def read_chunks(self):
+        body = b''
+        while True:
+            size = int(self.read_line(), 16)
+            body += self.read_exactly(size)
+            self.read_line()
+            if size == 0:
+                return body
+
+    # Writing
+
+    def head(self, status, headers):
+        lines = ['HTTP/1.1 %d Status' % status]
+        lines += ['%s: %s' % header for header in self.request.seen() + headers]
+        self.peer.sendall(('\r\n'.join(lines) + '\r\n\r\n').encode('latin-1'))
+
+    def write(self, body):
+        if self.request.method != 'HEAD':
+            self.peer.sendall(body)
+
+    def send(self, body, status=200, headers=(), length=None):
+        length = len(body) if length is None else length
+        self.head(status, [('Content-Length', length), *headers])
+        self.write(body)
+
+    def do_bytes(self, count):
+        self.send(indexed_bytes(int(count)))
+
+    def do_chunked(self, count):
+        body = indexed_bytes(int(count))
+        self.head(200, [('Transfer-Encoding', 'chunked')])
+        size = 1000
+        for start in range(0, len(body), size):
+            piece = body[start:start + size]
+            self.write(b'%x\r\n%s\r\n' % (len(piece), piece))
+        self.write(b'0\r\n\r\n')
+
+    def do_drip(self, count):
+        self.peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        self.head(200, [('Content-Length', count)])
+        for byte in indexed_bytes(int(count)):
+            self.write(bytes([byte]))
+
+    def do_gzip(self, count):
+        self.send(gzip.compress(indexed_bytes(int(count))), headers=[('Content-Encoding', 'gzip')])
+
+    def do_length(self, length, count):
+        self.send(indexed_bytes(int(count)), length=length)
+        raise Closed
+
+    def do_truncate(self, count):
+        self.do_length(count, int(count) - 1)
+
+    def do_reset(self, count):
+        self.send(indexed_bytes(int(count)), length=ENDLESS)
+        self.peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+        raise Closed
+
+    def do_until_closed(self):
+        self.send(b'', length=ENDLESS)
+        piece = indexed_bytes(10000)
+        while self.request.method != 'HEAD':
+            self.write(piece)
+
+    def do_stall(self, key):
+        self.gates['asked ' + key].set()
+        self.send(b'1', length=2)
+        self.gates['released ' + key].wait()
+        raise Closed
+
+    def do_await_stall(self, key):
+        self.gates['asked ' + key].wait()
+        self.send(b'asked')
+
+    def do_release(self, key):
+        self.gates['released ' + key].set()
+        self.send(b'released')
+
+    def do_garbage(self):
+        self.peer.sendall(b'\x00\x01\x02 this is not HTTP\r\n\r\n')
+        raise Closed
+
+    def do_status(self, code):
+        self.send(b'status ' + code.encode(), status=int(code))
+
+    def do_redirect(self, code, count):
+        left = int(count) - 1
+        to = '/redirect/%s/%d' % (code, left) if left > 0 else '/echo'
+        self.send(b'moved', status=int(code), headers=[('Location', to)])
+
+    def do_redirect_forever(self):
+        self.send(b'moved', status=302, headers=[('Location', '/redirect-forever')])
+
+    def do_big_header(self, count):
+        self.send(b'', headers=[('X-Big', 'x' * int(count))])
+
+    def do_echo(self):
+        self.send(self.request.head)
+
+    def do_mirror(self):
+        self.send(self.request.body)
+
+    do_silent_mirror = do_mirror
+
+
+def accept_until_shut(listener, threads):
+    while True:
+        try:
+            peer, _ = listener.accept()
+        except OSError:
+            return
+        thread = threading.Thread(target=Connection(peer).serve, daemon=True)
+        threads.append(thread)
+        thread.start()
+
+
+def serve(listener):
+    """Serves on a listening socket until SIGTERM, which is blocked; returns the exit code."""
+    threads = []
+    acceptor = threading.Thread(target=accept_until_shut, args=(listener, threads))
+    acceptor.start()
+    signal.sigwait([signal.SIGTERM])
+    listener.shutdown(socket.SHUT_RDWR)
+    acceptor.join()
+    for thread in threads:
+        thread.join(PATIENCE_SECONDS)
+    left = sum(thread.is_alive() for thread in threads)
+    if left:
+        print('%d connections were left open' % left, file=sys.stderr)
+    return 1 if left else 0
