@@ -40,12 +40,30 @@ std::size_t Append(char* data, std::size_t size, std::size_t nmemb, void* body)
     return size * nmemb;
 }
 
-bool Get(const std::string& url, curl_write_callback onHeader, curl_write_callback onBody,
-         void* userData)
+CURL* MakeGet(const std::string& url)
 {
     CURL* const handle = curl_easy_init();
     curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
+    return handle;
+}
+
+bool Perform(CURL* handle, const char* headerLine)
+{
+    curl_slist* const headers = curl_slist_append(nullptr, headerLine);
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
+    const CURLcode code = curl_easy_perform(handle);
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    curl_slist_free_all(headers);
+    curl_easy_cleanup(handle);
+    return code == CURLE_OK;
+}
+
+bool Get(const std::string& url, curl_write_callback onHeader, curl_write_callback onBody,
+         void* userData)
+{
+    CURL* const handle = MakeGet(url);
     if (onHeader) {
         curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, onHeader);
         curl_easy_setopt(handle, CURLOPT_HEADERDATA, userData);
@@ -56,14 +74,7 @@ bool Get(const std::string& url, curl_write_callback onHeader, curl_write_callba
     curl_easy_setopt(handle, CURLOPT_FAILONERROR, 1L);
     curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
-    curl_slist* const headers = curl_slist_append(nullptr, "Cache-control: no-cache");
-    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
-    const CURLcode code = curl_easy_perform(handle);
-    long status = 0;
-    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-    curl_slist_free_all(headers);
-    curl_easy_cleanup(handle);
-    return code == CURLE_OK;
+    return Perform(handle, "Cache-control: no-cache");
 }
 
 }  // namespace
@@ -84,6 +95,18 @@ std::size_t DownloadWithLibcurl(const std::string& url)
 {
     std::vector<std::uint8_t> body;
     return Get(url, nullptr, &Append, &body) ? body.size() : 0;
+}
+
+std::size_t StreamLikeTheWrapper(const std::string& url)
+{
+    std::size_t received = 0;
+    CURL* const handle = MakeGet(url);
+    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &Ignore);
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Count);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &received);
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, 10L);
+    return Perform(handle, "Content-Length:0") ? received : 0;
 }
 
 std::size_t ReadIntoVector(const std::string& path)

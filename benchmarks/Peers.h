@@ -15,5 +15,9 @@ std::size_t StreamWithLibcurlInVectors(const std::string& url);
 // The same as the first for a body that is wanted whole: chunks are appended to a vector.
 std::size_t DownloadWithLibcurl(const std::string& url);
 
+// libcurl with the options that the curl wrapper's stand-in sets for the vendor handler's streamed
+// GET: chunks are counted.
+std::size_t StreamLikeTheWrapper(const std::string& url);
+
 // read(2) of a file into a vector of the file's size.
 std::size_t ReadIntoVector(const std::string& path);

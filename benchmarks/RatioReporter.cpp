@@ -4,7 +4,7 @@
 #include <utility>
 
 RatioReporter::RatioReporter(std::vector<Comparison> comparisons)
-    : m_Comparisons(std::move(comparisons))
+    : ConsoleReporter(OO_Tabular), m_Comparisons(std::move(comparisons))
 {}
 
 void RatioReporter::ReportRuns(const std::vector<Run>& runs)

@@ -3,6 +3,7 @@
 
 #include <CurlEasyHandlerFactory.h>
 #include <FileReaderFactory.h>
+#include <QXCurlEasyHandlerFactory.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 #include <dlog.h>
@@ -43,9 +44,13 @@ constexpr std::size_t SmallBody = 1024;
 constexpr std::size_t SmallRequests = 64;
 
 const std::vector<Comparison> Comparisons = {
-    {"streamed", "libcurl", "<= 1.05", ">= 0.97"}, {"streamed", "libcurl-vectors", "-", "-"},
-    {"plain", "libcurl", "<= 1.05", ">= 0.97"},    {"small", "libcurl", "<= 1.05", "-"},
-    {"dispatch", "thread", "<= 1.5", "-"},         {"file", "read", "<= 1.1", "-"},
+    {"streamed", "libcurl", "<= 1.05", ">= 0.97"},
+    {"streamed", "libcurl-vectors", "-", "-"},
+    {"vendor", "libcurl", "-", ">= 0.97"},
+    {"plain", "libcurl", "<= 1.05", ">= 0.97"},
+    {"small", "libcurl", "<= 1.05", "-"},
+    {"dispatch", "thread", "<= 1.5", "-"},
+    {"file", "read", "<= 1.1", "-"},
 };
 
 // Succeeds at once, without a byte.
@@ -102,6 +107,13 @@ void Expect(benchmark::State& state, bool right)
     }
 }
 
+void CountBytes(benchmark::State& state, std::size_t size)
+{
+    if (size > 0) {
+        state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+    }
+}
+
 // One transfer of size bytes per iteration.
 void ThroughAgent(benchmark::State& state, const std::string& url, Factory (*makeFactory)(),
                   AgentClient::Mode mode, std::size_t size)
@@ -111,7 +123,7 @@ void ThroughAgent(benchmark::State& state, const std::string& url, Factory (*mak
         const bool success = client.Start(url, makeFactory(), mode).get();
         Expect(state, success && client.TakeReceived() == size);
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+    CountBytes(state, size);
 }
 
 // The same with the work done on a fresh thread, as the agent does it.
@@ -123,7 +135,7 @@ void OnThread(benchmark::State& state, const std::string& source,
         std::thread([&] { received = work(source); }).join();
         Expect(state, received == size);
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+    CountBytes(state, size);
 }
 
 void Finish(std::future<bool>& transfer)
@@ -198,6 +210,9 @@ void RegisterAll(const LoopbackServer& server, const TemporaryFile& file)
              LargeBody);
     Register("streamed/libcurl", OnThread, large, StreamWithLibcurl, LargeBody);
     Register("streamed/libcurl-vectors", OnThread, large, StreamWithLibcurlInVectors, LargeBody);
+    Register("vendor/agent", ThroughAgent, large, Make<VORTAN_MW::QXCurlEasyHandlerFactory>,
+             Mode::Segmented, LargeBody);
+    Register("vendor/libcurl", OnThread, large, StreamLikeTheWrapper, LargeBody);
     Register("plain/agent", ThroughAgent, large, Make<CurlEasyHandlerFactory>, Mode::Plain,
              LargeBody);
     Register("plain/libcurl", OnThread, large, DownloadWithLibcurl, LargeBody);
@@ -248,6 +263,9 @@ int main(int argc, char* argv[])
         return EXIT_FAILURE;
     }
 
+    benchmark::AddCustomContext("vortan_build_type", VORTAN_BUILD_TYPE);
+
+    setenv("no_proxy", "*", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread so far
     const LoopbackServer server;
     const double peakOf16MiB = PeakMemoryOfStreaming(server.Url(16 * MiB));
     const double peakOf1GiB = PeakMemoryOfStreaming(server.Url(1024 * MiB));
