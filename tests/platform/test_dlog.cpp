@@ -26,7 +26,17 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 using Environment = std::vector<std::pair<std::string, std::string>>;
-using Arguments = std::vector<std::string>;
+using Texts = std::vector<std::string>;
+
+Texts Words(const std::string& text, char end)
+{
+    std::istringstream stream(text);
+    Texts words;
+    for (std::string word; std::getline(stream, word, end);) {
+        words.push_back(word);
+    }
+    return words;
+}
 
 // A program whose standard error is one end of something that is read here to its end.
 class Probe
@@ -39,7 +49,7 @@ public:
         Terminal,
     };
 
-    explicit Probe(const Environment& environment, const Arguments& arguments,
+    explicit Probe(const Environment& environment, const Texts& arguments,
                    StandardError kind = StandardError::Pipe, const char* program = DLOG_PROBE)
     {
         Start(environment, arguments, Open(kind), program);
@@ -49,11 +59,11 @@ public:
     Probe& operator=(const Probe&) = delete;
     ~Probe() { Output(); }
 
-    // Waits for the program's end.
+    // Waits for the program's end. -1 if it did not end by itself.
     int ExitStatus()
     {
         Output();
-        return m_Status;
+        return WIFEXITED(m_Status) ? WEXITSTATUS(m_Status) : -1;
     }
 
     // All of it. Waits for the program's end.
@@ -68,15 +78,7 @@ public:
         return m_Output;
     }
 
-    Arguments Lines()
-    {
-        std::istringstream output(Output());
-        Arguments lines;
-        for (std::string line; std::getline(output, line);) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
+    Texts Lines() { return Words(Output(), '\n'); }
 
     pid_t Process() const { return m_Process; }
 
@@ -96,12 +98,15 @@ private:
         return ends[1];
     }
 
-    void Start(const Environment& environment, const Arguments& arguments, int standardError,
+    void Start(const Environment& environment, const Texts& arguments, int standardError,
                const char* program)
     {
-        std::vector<char*> argv = {const_cast<char*>(program)};
-        for (const std::string& argument : arguments) {
-            argv.push_back(const_cast<char*>(argument.c_str()));
+        Texts command = Words(EMULATOR, '|');
+        command.emplace_back(program);
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        std::vector<char*> argv;
+        for (std::string& word : command) {
+            argv.push_back(word.data());
         }
         argv.push_back(nullptr);
         m_Process = fork();
@@ -109,7 +114,7 @@ private:
         if (m_Process == 0) {
             dup2(standardError, STDERR_FILENO);
             SetEnvironment(environment);
-            execv(program, argv.data());
+            execv(argv.front(), argv.data());
             _exit(127);
         }
         close(standardError);
@@ -140,7 +145,7 @@ private:
     std::string m_Output;
 };
 
-Arguments Say(const std::string& text)
+Texts Say(const std::string& text)
 {
     return {"say", "4", "VORTAN", text};
 }
@@ -156,14 +161,14 @@ std::string BehindThread(std::string line)
 
 std::string SaidOnStandardError(const std::string& text)
 {
-    const Arguments lines = Probe({}, Say(text)).Lines();
+    const Texts lines = Probe({}, Say(text)).Lines();
     return lines.size() == 1 ? BehindThread(lines.front()) : "not one line";
 }
 
-Arguments LinesOfFile(const std::string& path)
+Texts LinesOfFile(const std::string& path)
 {
     std::ifstream file(path);
-    Arguments lines;
+    Texts lines;
     for (std::string line; std::getline(file, line);) {
         lines.push_back(BehindThread(line));
     }
@@ -183,7 +188,7 @@ std::multiset<std::string> Shouted(int threads, int lines, std::size_t length)
     return all;
 }
 
-std::multiset<std::string> BehindThreads(const Arguments& lines)
+std::multiset<std::string> BehindThreads(const Texts& lines)
 {
     std::multiset<std::string> all;
     for (const std::string& line : lines) {
@@ -197,7 +202,7 @@ std::string LettersWritten(const Environment& environment)
 {
     std::string letters;
     for (const char* priority : {"3", "4", "5", "6"}) {
-        const Arguments lines = Probe(environment, {"say", priority, "T", "text"}).Lines();
+        const Texts lines = Probe(environment, {"say", priority, "T", "text"}).Lines();
         for (const std::string& line : lines) {
             letters += BehindThread(line).substr(0, 1);
         }
@@ -313,13 +318,13 @@ TEST(PlatformLog, LinesOfManyProcessesInOneFileAreWrittenWhole)
     std::list<Probe> probes;
     std::multiset<std::string> expected;
     for (int i = 0; i < 4; ++i) {
-        probes.emplace_back(environment, Arguments{"shout", "2", "200", "5000"});
+        probes.emplace_back(environment, Texts{"shout", "2", "200", "5000"});
         expected.merge(Shouted(2, 200, 5000));
     }
     for (Probe& probe : probes) {
         EXPECT_EQ(probe.Output(), "");
     }
-    const Arguments lines = LinesOfFile(folder.Path("log"));
+    const Texts lines = LinesOfFile(folder.Path("log"));
     EXPECT_TRUE(std::multiset<std::string>(lines.begin(), lines.end()) == expected);
 }
 
@@ -436,8 +441,8 @@ TEST(PlatformLog, TheLevelHoldsForAFileToo)
 
 TEST(PlatformLog, ADroppedLineIsNotEvenFormatted)
 {
-    const Arguments count = {"count-formatting"};
-    EXPECT_EQ(WEXITSTATUS(Probe({}, count).ExitStatus()), 1);
+    const Texts count = {"count-formatting"};
+    EXPECT_EQ(Probe({}, count).ExitStatus(), 1);
     EXPECT_EQ(Probe({{"VORTAN_DLOG_LEVEL", "info"}}, count).ExitStatus(), 0);
     EXPECT_EQ(Probe({{"VORTAN_DLOG", "none"}}, count).ExitStatus(), 0);
 }
