@@ -78,7 +78,7 @@ void TransferQueue::m_Start(std::size_t job)
             --m_FreeWorkers;
             return;
         }
-        refusal = {TransferFailed, LastLibraryError()};
+        refusal = {TransferFailed, Printable(LastLibraryError())};
     } catch (const OutputError& error) {
         refusal = {CannotWrite, error.what()};
     } catch (const std::system_error& error) {
