@@ -33,9 +33,10 @@ import socket
 import struct
 import sys
 import threading
+import time
 
 # Only reached when a connection was leaked.
-PATIENCE_SECONDS = 60
+PATIENCE_SECONDS = 30
 ENDLESS = 1 << 40
 
 
@@ -262,8 +263,9 @@ def serve(listener):
     signal.sigwait([signal.SIGTERM])
     listener.shutdown(socket.SHUT_RDWR)
     acceptor.join()
+    deadline = time.monotonic() + PATIENCE_SECONDS
     for thread in threads:
-        thread.join(PATIENCE_SECONDS)
+        thread.join(max(0, deadline - time.monotonic()))
     left = sum(thread.is_alive() for thread in threads)
     if left:
         print('%d connections were left open' % left, file=sys.stderr)
