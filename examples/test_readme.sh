@@ -7,6 +7,7 @@ without_indentation() {
     sed 's/^ *//'
 }
 
+# shellcheck disable=SC2016  # the backquotes are Markdown's
 shown=$(sed -n '/^```cpp$/,/^```$/p' "$readme" | sed '1d;$d' | without_indentation)
 compiled=$(without_indentation <"$program")
 

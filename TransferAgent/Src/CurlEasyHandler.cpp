@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "CurlEasyHandlerFactory.h"
+#include "TransferDetailUtils.h"
 #include "Utils.h"
 
 namespace VORTAN_MW {
@@ -80,22 +81,6 @@ void SetOption(CURL* handle, CURLoption option, T value)
                       std::is_same_v<T, curl_write_callback>,
                   "not a type that libcurl reads");
     static_cast<void>(curl_easy_setopt(handle, option, value));
-}
-
-// libcurl's user pointers are not const; the detail changes only in its mutable member.
-void* UserPointer(const TransferDetail& detail)
-{
-    return const_cast<TransferDetail*>(&detail);
-}
-
-bool PrepareDelivery(ITransferHandler::Bytes* buffer,
-                     const ITransferHandler::ChunkCallback& callback)
-{
-    if (buffer) {
-        buffer->clear();
-        return true;
-    }
-    return static_cast<bool>(callback);
 }
 
 void SetUpload(CURL* handle, const TransferDetail& detail)

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "QXCurlEasyHandlerFactory.h"
+#include "TransferDetailUtils.h"
 #include "Utils.h"
 
 namespace VORTAN_MW {
@@ -24,22 +25,6 @@ using HalvordConfig = ITransferHandler::Configuration::HalvordConfig;
 // returns is ignored, as a request goes out with the options that the wrapper knows.
 //
 // The functions below set options. DoTransfer logs what they did, so that the lines bear its name.
-
-// The wrapper's user pointers are not const; the detail changes only in its mutable member.
-void* UserPointer(const TransferDetail& detail)
-{
-    return const_cast<TransferDetail*>(&detail);
-}
-
-bool PrepareDelivery(ITransferHandler::Bytes* buffer,
-                     const ITransferHandler::ChunkCallback& callback)
-{
-    if (buffer) {
-        buffer->clear();
-        return true;
-    }
-    return static_cast<bool>(callback);
-}
 
 std::string MakeQueryString(const HalvordConfig& halvord)
 {
