@@ -51,11 +51,11 @@ Configuration Request(const std::string& url, HttpMethod method, const std::stri
     return configuration;
 }
 
-Response Fetch(const Configuration& configuration)
+Response Fetch(VORTAN_MW::ITransferHandlerFactory&& factory, const Configuration& configuration)
 {
     ITransferHandler::Bytes header = {'o', 'l', 'd'};
     ITransferHandler::Bytes body = {'o', 'l', 'd'};
-    const auto handler = VORTAN_MW::CurlEasyHandlerFactory().Create();
+    const auto handler = factory.Create();
     const ITransferHandler::Result result =
         handler->GetTransfer(configuration, boost::optional<ITransferHandler::Bytes&>(header),
                              boost::optional<ITransferHandler::Bytes&>(body));
@@ -65,6 +65,11 @@ Response Fetch(const Configuration& configuration)
     response.header.assign(header.begin(), header.end());
     response.body.assign(body.begin(), body.end());
     return response;
+}
+
+Response Fetch(const Configuration& configuration)
+{
+    return Fetch(VORTAN_MW::CurlEasyHandlerFactory(), configuration);
 }
 
 Response Fetch(const std::string& url)

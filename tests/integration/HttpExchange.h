@@ -8,7 +8,7 @@
 using Configuration = VORTAN_MW::ITransferHandler::Configuration;
 using HttpMethod = Configuration::HttpMethod;
 
-// What a transfer through the libcurl handler yielded.
+// What a transfer yielded.
 struct Response
 {
     bool success = false;
@@ -25,6 +25,8 @@ struct Response
 Configuration Request(const std::string& url, HttpMethod method = HttpMethod::EhttpGet,
                       const std::string& body = "");
 
-// Transfers header and body into buffers that were not empty.
+// Transfers header and body into buffers that were not empty; through the libcurl handler where no
+// other is named.
+Response Fetch(VORTAN_MW::ITransferHandlerFactory&& factory, const Configuration& configuration);
 Response Fetch(const Configuration& configuration);
 Response Fetch(const std::string& url);

@@ -1,9 +1,6 @@
 // Transfers with the libcurl handler that the server, the network or the client's callback ends.
 
 #include <gmock/gmock.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
@@ -12,6 +9,7 @@
 #include "ErrorLine.h"
 #include "HttpExchange.h"
 #include "IndexedBytes.h"
+#include "LoopbackPort.h"
 #include "ServerTest.h"
 
 using ::testing::StartsWith;
@@ -36,33 +34,6 @@ protected:
     }
 
     CaughtLog log;
-};
-
-// A loopback port at which nobody listens while the object lives.
-class ClosedPort
-{
-public:
-    ClosedPort() : m_Socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        m_Address.sin_family = AF_INET;
-        m_Address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* const address = reinterpret_cast<sockaddr*>(&m_Address);
-        socklen_t length = sizeof m_Address;
-        EXPECT_EQ(bind(m_Socket, address, length), 0);
-        EXPECT_EQ(getsockname(m_Socket, address, &length), 0);
-    }
-    ClosedPort(const ClosedPort&) = delete;
-    ClosedPort& operator=(const ClosedPort&) = delete;
-    ~ClosedPort() { close(m_Socket); }
-
-    std::string Url() const
-    {
-        return "http://127.0.0.1:" + std::to_string(ntohs(m_Address.sin_port)) + "/";
-    }
-
-private:
-    int m_Socket;
-    sockaddr_in m_Address = {};
 };
 
 TEST_F(HttpFailure, APartOfABodyIsAFailureThatKeepsWhatArrived)
@@ -90,7 +61,7 @@ TEST_F(HttpFailure, AResetConnectionIsAFailure)
 
 TEST_F(HttpFailure, AClosedPortIsAFailureWithoutAStatus)
 {
-    const ClosedPort port;
+    const LoopbackPort port;
     const Response response = ExpectFailure(port.Url(), CURLE_COULDNT_CONNECT, 0);
     EXPECT_EQ(response.header, "");
     EXPECT_EQ(response.body, "");
@@ -198,7 +169,7 @@ TEST_F(HttpProxy, TheProxyOfTheEnvironmentIsAskedForTheWholeUrl)
 
 TEST_F(HttpProxy, AHostThatTheEnvironmentExemptsIsAskedItself)
 {
-    const ClosedPort port;
+    const LoopbackPort port;
     Set("http_proxy", port.Url());
     EXPECT_FALSE(Fetch(Url("/bytes/1")).success);
     Set("no_proxy", "127.0.0.1");

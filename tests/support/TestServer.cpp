@@ -87,7 +87,8 @@ TestServer::~TestServer()
     }
     kill(m_Process, SIGTERM);
     const int status = WaitFor(m_Process);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+    // The signal itself ends a server that was not yet ready for it.
+    EXPECT_TRUE(WIFEXITED(status) ? WEXITSTATUS(status) == 0 : WTERMSIG(status) == SIGTERM)
         << "the server ended with status " << status;
     // The group outlives its leader if a process stays behind.
     if (kill(-m_Process, 0) == 0) {

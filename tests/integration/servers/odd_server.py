@@ -20,8 +20,9 @@
     /mirror             the body of the request is the body
     /silent-mirror      the same, but "Expect: 100-continue" is not answered
 
-The request's body is read before the answer. Every response tells the request's line, and its
-values of Expect, Content-Length and Transfer-Encoding ("-" for none), in headers of its own.
+A query string is passed over, the request's body read before the answer. Every response tells the
+request's line, and its values of Expect, Content-Length and Transfer-Encoding ("-" for none), in
+headers of its own.
 
 On SIGTERM the server waits until its peers have closed every connection, and exits with 0; with 1
 if one is left open.
@@ -62,7 +63,7 @@ class Request:
             name, _, value = line.partition(':')
             self.headers[name.lower()] = value.strip()
         # A proxy is asked for a whole URL.
-        self.path = target.split('://', 1)[-1].partition('/')[2]
+        self.path = target.split('://', 1)[-1].partition('/')[2].partition('?')[0]
         self.body = b''
 
     def seen(self):
