@@ -73,6 +73,17 @@ std::vector<std::string> CaughtLog::Summaries() const
     return summaries;
 }
 
+std::vector<std::string> CaughtLog::SummariesOf(const std::string& function) const
+{
+    std::vector<std::string> summaries;
+    for (const LogLine& line : Lines()) {
+        if (line.function == function) {
+            summaries.push_back(line.Summary());
+        }
+    }
+    return summaries;
+}
+
 std::vector<std::string> CaughtLog::MessagesOf(const std::string& function) const
 {
     std::vector<std::string> messages;

@@ -33,7 +33,9 @@ public:
     std::vector<LogLine> Lines() const;
     // Summary() of each line, in order.
     std::vector<std::string> Summaries() const;
-    // Those of the lines whose function is the given one.
+    // The same of the lines whose function is the given one: other threads may log meanwhile.
+    std::vector<std::string> SummariesOf(const std::string& function) const;
+    // The messages of the lines whose function is the given one.
     std::vector<std::string> MessagesOf(const std::string& function) const;
     std::size_t Count(const std::string& message) const;
     // Blocks until a line with this message has been logged; false after a long time.

@@ -77,7 +77,7 @@ TEST_F(AgentRequests, TheFifthAtATimeIsRefusedAndLeavesNothingBehind)
     fifth->completeCallback = [owned = std::move(owned)](auto, void*) {};
     const CaughtLog log;
     EXPECT_EQ(Request(std::move(fifth)), ITransferAgentManager::InvalidHandle);
-    EXPECT_THAT(log.Summaries(),
+    EXPECT_THAT(log.SummariesOf("RequestTransfer"),
                 ElementsAre("D RequestTransfer: Url: fifth",
                             "E RequestTransfer: Maximum number of parallel transfers reached: 4"));
     EXPECT_TRUE(destroyed.expired());
@@ -219,9 +219,11 @@ TEST_F(AgentRequests, CancellingTwiceReturnsTrueThenFalse)
     const CaughtLog log;
     EXPECT_TRUE(m_Manager->CancelTransfer(handle));
     EXPECT_FALSE(m_Manager->CancelTransfer(handle));
-    EXPECT_EQ(log.Summaries()[0], "D CancelTransfer: handle: 0");
-    EXPECT_EQ(log.Summaries()[1], "D m_RemoveJob:  ");
-    EXPECT_EQ(log.Summaries()[2], "I m_RemoveJob: Cancelling transfer with handle: 0");
+    EXPECT_THAT(log.SummariesOf("CancelTransfer"),
+                ElementsAre("D CancelTransfer: handle: 0", "D CancelTransfer: handle: 0"));
+    EXPECT_THAT(log.SummariesOf("m_RemoveJob"),
+                ElementsAre("D m_RemoveJob:  ", "I m_RemoveJob: Cancelling transfer with handle: 0",
+                            "D m_RemoveJob:  "));
     EXPECT_EQ(m_Peer.JobCount(), 0U);
 }
 

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "CaughtLog.h"
+#include "Gate.h"
 #include "Utils.h"
 
 namespace {
@@ -137,17 +138,18 @@ TEST(ScopedExceptionSafeThread, AFunctionThatReturnsLogsNothing)
 // Would wait for ever if the destructor did.
 TEST(ScopedExceptionSafeThread, DestructionOfADetachedThreadsOwnerDoesNotBlock)
 {
-    const auto go = std::make_shared<std::promise<void>>();
-    const auto ended = std::make_shared<std::promise<void>>();
+    // Shared, as the detached thread may outlive the test.
+    const auto destroyed = std::make_shared<Gate>();
+    const auto ending = std::make_shared<Gate>();
     {
-        ScopedExceptionSafeThread thread([go, ended] {
-            go->get_future().wait();
-            ended->set_value_at_thread_exit();
+        ScopedExceptionSafeThread thread([destroyed, ending] {
+            destroyed->Wait();
+            ending->Open();
         });
         thread.Thread().detach();
     }
-    go->set_value();
-    ended->get_future().wait();
+    destroyed->Open();
+    EXPECT_TRUE(ending->Wait());
 }
 
 TEST(ScopedExceptionSafeThread, DestructionAfterAJoinDoesNothing)
