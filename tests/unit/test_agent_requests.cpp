@@ -10,7 +10,6 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 using VORTAN_MW::AsyncTransferAgentManager;
 using VORTAN_MW::AsyncTransferAgentManagerPeer;
 using VORTAN_MW::ITransferAgentManager;

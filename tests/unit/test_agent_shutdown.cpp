@@ -16,7 +16,6 @@ using testing::StartsWith;
 using VORTAN_MW::AsyncTransferAgentManager;
 using VORTAN_MW::AsyncTransferAgentManagerPeer;
 using VORTAN_MW::ITransferAgentManager;
-using VORTAN_MW::ITransferHandler;
 
 constexpr std::int64_t Forever = std::numeric_limits<std::int64_t>::max();
 
