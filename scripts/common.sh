@@ -26,7 +26,7 @@ packages_for() {
         echo "${build[@]}" libgtest-dev libgmock-dev \
             python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin openssl curl
         ;;
-    clang) echo clang-14 libclang-rt-14-dev libbenchmark-dev ;;
+    clang) echo clang-14 libclang-rt-14-dev llvm-14 libbenchmark-dev ;;
     armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
     static-checks) echo git clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
     esac

@@ -483,7 +483,7 @@ TEST(PlatformLog, TheLevelHoldsForTheJournalToo)
 
 TEST(PlatformLog, TheJournalMayBeMissing)
 {
-    Probe probe({{"VORTAN_DLOG", "journal"}}, {"shout", "1", "2", "10"});
+    Probe probe({{"VORTAN_DLOG", "journal"}}, {"shout", "2", "2", "10"});
     EXPECT_EQ(probe.Output(), "");
     EXPECT_EQ(probe.ExitStatus(), 0);
 }
