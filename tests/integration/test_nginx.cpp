@@ -20,7 +20,7 @@ protected:
     // Puts a file into nginx's folder and returns its name.
     static std::string FileOf(std::size_t length)
     {
-        const std::string name = std::to_string(length);
+        std::string name = std::to_string(length);
         TheServer().Folder().Write("files/" + name, IndexedBytes(length));
         return name;
     }
