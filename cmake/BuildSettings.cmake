@@ -26,6 +26,20 @@ target_compile_options(vortan_build_settings INTERFACE
     $<$<CXX_COMPILER_ID:Clang>:-Werror=thread-safety>
     $<$<BOOL:${VORTAN_WARNINGS_AS_ERRORS}>:-Werror>)
 
+# What is received comes from anywhere: a mistake in its treatment is to end the process rather than
+# be of use to the sender. Programs are placed at random addresses, function tables are read-only
+# once they are filled, no stack is executable, and overruns are noticed.
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+add_compile_options(-fstack-protector-strong)
+add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+if(NOT VORTAN_SANITIZE)
+    # A sanitizer looks closer, and the C library fortifies optimised code only.
+    add_compile_options(
+        $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+endif()
+
 if(VORTAN_SANITIZE)
     add_compile_options(-fsanitize=${VORTAN_SANITIZE} -fno-omit-frame-pointer
                         -fno-sanitize-recover=all)

@@ -26,7 +26,7 @@ protected:
     // Fetches, and expects failure, this status (0 for none) and this cause in the log.
     Response ExpectFailure(const std::string& url, CURLcode cause, long code)
     {
-        const Response response = Fetch(url);
+        Response response = Fetch(url);
         EXPECT_FALSE(response.success);
         EXPECT_EQ(response.code, code);
         EXPECT_EQ(log.Count(ErrorLine(cause, code, url)), 1U);
