@@ -41,6 +41,34 @@ TEST(Printable, EscapesControlCharacters)
               "a\\xc2\\x9bb\\xc2\\x80");
 }
 
+TEST(TerminalText, LeavesTextAndLinesAlone)
+{
+    const std::string text = "a\tb\n\r\nc\xC3\xA4\xE2\x82\xAC";
+    TerminalText terminal;
+    EXPECT_EQ(terminal.Next(text), text);
+    EXPECT_EQ(terminal.Rest(), "");
+}
+
+TEST(TerminalText, EscapesWhatWouldSteerTheTerminal)
+{
+    TerminalText terminal;
+    EXPECT_EQ(terminal.Next("\033[2J\b\x7F\0x\xC2\x9By\rz"s),
+              "\\x1b[2J\\x08\\x7f\\x00x\\xc2\\x9by\\rz");
+}
+
+TEST(TerminalText, WaitsForTheRestOfACharacterAndOfALineEnd)
+{
+    TerminalText terminal;
+    EXPECT_EQ(terminal.Next("a\xC2"), "a");
+    EXPECT_EQ(terminal.Next("\x9B\r"), "\\xc2\\x9b");
+    EXPECT_EQ(terminal.Next(""), "");
+    EXPECT_EQ(terminal.Next("\n\r"), "\r\n");
+    EXPECT_EQ(terminal.Next("b\xC2"), "\\rb");
+    EXPECT_EQ(terminal.Next("\xA0\r"), "\xC2\xA0");
+    EXPECT_EQ(terminal.Rest(), "\\r");
+    EXPECT_EQ(terminal.Rest(), "");
+}
+
 TEST(FailureCause, NamesTheStatusOfAnHttpError)
 {
     EXPECT_EQ(CauseOf(Url, 404,

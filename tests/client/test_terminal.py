@@ -117,6 +117,23 @@ class Progress(ClientTest):
         self.assert_succeeded(client.finish())
 
 
+class Body(ClientTest):
+    def test_reaches_a_terminal_without_control_characters(self):
+        terminal = Terminal()
+        self.write("body", b"one\x1b]0;title\x07\ttwo\r\n\xc2\x9b2Jthree\r")
+        self.assert_succeeded(self.run_client("body", stdout=terminal.slave))
+        shown = terminal.close_and_read()
+        self.assertEqual(shown.replace("\r\r\n", "\r\n"),
+                         "one\\x1b]0;title\\x07\ttwo\r\n\\xc2\\x9b2Jthree\\r")
+
+    def test_is_not_changed_on_its_way_to_a_file_or_a_pipe(self):
+        body = b"\x1b]0;title\x07\r\xc2\x9b"
+        self.write("body", body)
+        self.assertEqual(self.run_client("body").output, body)
+        self.assert_succeeded(self.run_client("body", "-o", "out"))
+        self.assertEqual(self.read("out"), body)
+
+
 class Log(ClientTest):
     def test_is_shown_when_verbose(self):
         url = self.serve("/a")

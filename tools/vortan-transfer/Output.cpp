@@ -8,8 +8,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "Text.h"
-
 namespace VORTAN_TRANSFER {
 
 namespace {
@@ -66,12 +64,20 @@ Output::Output(const std::string& target)
             RefuseReadOnly(target);
             m_Temporary = std::make_unique<TemporaryFile>(FollowLinks(target));
         }
+        if (!m_Temporary && isatty(m_Stream.Get()) == 1) {
+            m_Terminal = std::make_unique<TerminalText>();
+        }
     });
 }
 
 void Output::Write(const std::vector<std::uint8_t>& bytes)
 {
     m_Do([&] {
+        if (m_Terminal) {
+            m_WriteText(
+                m_Terminal->Next({reinterpret_cast<const char*>(bytes.data()), bytes.size()}));
+            return;
+        }
         const int descriptor = m_Temporary ? m_Temporary->Descriptor() : m_Stream.Get();
         WriteAll(descriptor, bytes.data(), bytes.size());
     });
@@ -83,9 +89,17 @@ void Output::Commit()
         if (m_Temporary) {
             m_Temporary->TakePlace();
         } else {
+            if (m_Terminal) {
+                m_WriteText(m_Terminal->Rest());
+            }
             m_Stream.Close();
         }
     });
+}
+
+void Output::m_WriteText(const std::string& text)
+{
+    WriteAll(m_Stream.Get(), text.data(), text.size());
 }
 
 template <typename Action>

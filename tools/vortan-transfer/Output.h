@@ -8,6 +8,7 @@
 
 #include "FileDescriptor.h"
 #include "TemporaryFile.h"
+#include "Text.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -21,7 +22,8 @@ public:
 // Where the bytes of one transfer go.
 //
 // A regular file appears under its name only when it is complete. A device, a pipe and standard
-// output get each byte at once. All throw OutputError.
+// output get each byte at once, but a terminal gets control characters as escapes: what a server
+// sends is not to steer it. All throw OutputError.
 class Output
 {
 public:
@@ -41,10 +43,12 @@ public:
 private:
     template <typename Action>
     void m_Do(Action action);
+    void m_WriteText(const std::string& text);
 
     std::string m_Name;  // for messages
     std::unique_ptr<TemporaryFile> m_Temporary;
-    FileDescriptor m_Stream;  // used if there is no temporary file
+    FileDescriptor m_Stream;                   // used if there is no temporary file
+    std::unique_ptr<TerminalText> m_Terminal;  // used if that is a terminal
 };
 
 }  // namespace VORTAN_TRANSFER

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 namespace VORTAN_TRANSFER {
 
@@ -61,6 +62,30 @@ std::string Printable(std::string_view text)
         }
     }
     return printable;
+}
+
+std::string TerminalText::Next(std::string_view piece)
+{
+    const std::string text = std::exchange(m_Held, "") + std::string(piece);
+    std::string shown;
+    for (std::string_view rest = text; !rest.empty();) {
+        if (rest == "\r" || rest == "\xC2") {
+            m_Held = rest;
+            break;
+        }
+        const bool isLineEnd = rest.substr(0, 2) == "\r\n";
+        const std::size_t length = isLineEnd || StartsLongControl(rest) ? 2 : 1;
+        const std::string_view next = rest.substr(0, length);
+        const bool staysAsItIs = isLineEnd || next == "\n" || next == "\t";
+        shown += staysAsItIs ? std::string(next) : Printable(next);
+        rest.remove_prefix(length);
+    }
+    return shown;
+}
+
+std::string TerminalText::Rest()
+{
+    return Printable(std::exchange(m_Held, ""));
 }
 
 std::string Quoted(std::string_view text)

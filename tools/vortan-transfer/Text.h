@@ -13,6 +13,22 @@ std::string Printable(std::string_view text);
 // The same between single quotes.
 std::string Quoted(std::string_view text);
 
+// Makes what a server sent safe to be shown on a terminal, piece by piece: lines and tabs stay,
+// every other control character becomes an escape.
+class TerminalText
+{
+public:
+    // What can be shown of the text so far. A piece may end inside a character or a line's end: the
+    // rest of it is shown with the next piece.
+    std::string Next(std::string_view piece);
+
+    // What is still held back when the text is at its end.
+    std::string Rest();
+
+private:
+    std::string m_Held;
+};
+
 // ASCII only, whatever the locale.
 std::string LowerCase(std::string_view text);
 
