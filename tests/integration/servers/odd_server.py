@@ -4,6 +4,7 @@
     /chunked/N          the same in chunks
     /drip/N             the same, one byte for each write
     /gzip/N             the same, compressed
+    /gzip-bomb/N        N MiB of zero bytes, compressed a thousandfold, of which nothing is stored
     /length/L/N         the same with "Content-Length: L", then the connection is closed
     /truncate/N         all but the last byte of the same, then the connection is closed
     /reset/N            the first N bytes of an endless body, then the connection is reset
@@ -16,6 +17,7 @@
     /redirect/CODE/N    N redirects with that status, then /echo
     /redirect-forever   a redirect to itself
     /big-header/N       a header line with a value of N bytes
+    /headers/N          N header lines of 1000 bytes
     /echo               the head of the request, as it came, is the body
     /mirror             the body of the request is the body
     /silent-mirror      the same, but "Expect: 100-continue" is not answered
@@ -35,6 +37,7 @@ import struct
 import sys
 import threading
 import time
+import zlib
 
 # Only reached when a connection was leaked.
 PATIENCE_SECONDS = 30
@@ -186,6 +189,25 @@ class Connection:
     def do_gzip(self, count):
         self.send(gzip.compress(indexed_bytes(int(count))), headers=[('Content-Encoding', 'gzip')])
 
+    def do_gzip_bomb(self, mebibytes):
+        block = bytes(1 << 20)
+        # What ends in a full flush refers to nothing before it, and can be repeated.
+        compressor = zlib.compressobj(wbits=-zlib.MAX_WBITS)
+        piece = compressor.compress(block) + compressor.flush(zlib.Z_FULL_FLUSH)
+        checksum = 0
+        for _ in range(int(mebibytes)):
+            checksum = zlib.crc32(block, checksum)
+        end = zlib.compressobj(wbits=-zlib.MAX_WBITS).flush()
+        length = int(mebibytes) << 20
+        trailer = end + struct.pack('<II', checksum, length & 0xffffffff)
+        start = b'\x1f\x8b\x08' + bytes(6) + b'\xff'
+        self.head(200, [('Content-Encoding', 'gzip'),
+                        ('Content-Length', len(start) + int(mebibytes) * len(piece) + len(trailer))])
+        self.write(start)
+        for _ in range(int(mebibytes)):
+            self.write(piece)
+        self.write(trailer)
+
     def do_length(self, length, count):
         self.send(indexed_bytes(int(count)), length=length)
         raise Closed
@@ -235,6 +257,9 @@ class Connection:
 
     def do_big_header(self, count):
         self.send(b'', headers=[('X-Big', 'x' * int(count))])
+
+    def do_headers(self, count):
+        self.send(b'', headers=[('X-Many', 'x' * 990)] * int(count))
 
     def do_echo(self):
         self.send(self.request.head)
