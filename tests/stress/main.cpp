@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "Load.h"
+#include "Sampler.h"
 #include "TestServer.h"
 
 namespace {
@@ -21,6 +22,7 @@ struct Options
     double seconds = 0;
     std::uint64_t requests = 0;
     bool memoryOnly = false;
+    std::string samples;
 };
 
 std::vector<Source> MemorySources()
@@ -68,6 +70,8 @@ int main(int argc, char* argv[])
     app.add_option("--seconds", options.seconds, "How long to go on at least");
     app.add_option("--requests", options.requests, "How many requests to make at least");
     app.add_flag("--memory-only", options.memoryOnly, "Without files and without a server");
+    app.add_option("--samples", options.samples,
+                   "File for memory, descriptors and threads, once a second");
     CLI11_PARSE(app, argc, argv);
     std::printf("%s --seed %" PRIu64 "\n", argv[0], options.seed);
 
@@ -81,6 +85,10 @@ int main(int argc, char* argv[])
         }
         sources.clear();
         AddRealSources(*server, sources);
+    }
+    std::unique_ptr<Sampler> sampler;
+    if (!options.samples.empty()) {
+        sampler = std::make_unique<Sampler>(options.samples);
     }
     Journal journal;
     Run(options, sources, journal);
