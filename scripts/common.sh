@@ -29,6 +29,7 @@ packages_for() {
     clang) echo clang-14 libclang-rt-14-dev llvm-14 libbenchmark-dev ;;
     armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
     soak) echo gnuplot-nox ;;
+    abi) echo abigail-tools python3 ;;
     static-checks) echo git clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
     esac
 }
