@@ -11,6 +11,9 @@
 #include <iostream>
 #include <iterator>
 
+// own_handler.cpp
+bool TransfersThroughAnOwnHandler();
+
 using VORTAN_MW::ITransferAgentManager;
 using VORTAN_MW::ITransferHandler;
 using Bytes = ITransferHandler::Bytes;
@@ -73,5 +76,7 @@ int main(int argc, char** argv)
     const bool hasHandlers = VORTAN_MW::CurlEasyHandlerFactory().Create() != nullptr &&
                              VORTAN_MW::QXCurlEasyHandlerFactory().Create() != nullptr;
     std::cout << "received " << transfer.body.size() << " of " << expected.size() << " bytes\n";
-    return succeeded && agrees && hasHandlers ? 0 : 1;
+    const bool hasOwnHandler = TransfersThroughAnOwnHandler();
+    std::cout << "an own handler " << (hasOwnHandler ? "works" : "fails") << '\n';
+    return succeeded && agrees && hasHandlers && hasOwnHandler ? 0 : 1;
 }
