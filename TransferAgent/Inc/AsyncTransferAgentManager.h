@@ -8,12 +8,12 @@
 
 namespace VORTAN_MW {
 
-// The transfer agent of this library. Clients call Create() and use the interface.
+/// The transfer agent of this library. Clients call Create() and use the interface.
 class [[gnu::visibility("default")]] AsyncTransferAgentManager : public ITransferAgentManager
 {
 public:
-    // Returns an agent that accepts requests at once. The caller owns it. Throws
-    // std::bad_alloc.
+    /// Returns an agent that accepts requests at once. The caller owns it. Throws
+    /// std::bad_alloc.
     static std::unique_ptr<ITransferAgentManager> Create();
 
     AsyncTransferAgentManager(const AsyncTransferAgentManager&) = delete;

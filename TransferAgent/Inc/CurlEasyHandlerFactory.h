@@ -6,15 +6,15 @@
 
 namespace VORTAN_MW {
 
-// Makes handlers that transfer over HTTP and HTTPS with libcurl. Redirects are followed, content
-// encodings decoded, certificates verified. No time-out is set: a transfer lasts as long as its
-// server keeps the connection. Header bytes are the raw header lines of every response, those of
-// redirects included.
+/// Makes handlers that transfer over HTTP and HTTPS with libcurl. Redirects are followed, content
+/// encodings decoded, certificates verified. No time-out is set: a transfer lasts as long as its
+/// server keeps the connection. Header bytes are the raw header lines of every response, those of
+/// redirects included.
 class [[gnu::visibility("default")]] CurlEasyHandlerFactory : public ITransferHandlerFactory
 {
 public:
-    // The first call in the process initialises libcurl, which is cleaned up at process exit.
-    // Thread-safe.
+    /// The first call in the process initialises libcurl, which is cleaned up at process exit.
+    /// Thread-safe.
     std::unique_ptr<ITransferHandler> Create() override;
 
     ~CurlEasyHandlerFactory() override;

@@ -8,95 +8,97 @@
 
 namespace VORTAN_MW {
 
-// Runs transfers, each on a worker thread of its own, and reports them through callbacks.
-//
-// All operations may be called from any thread, also from inside a callback. Only the destructor
-// must not run on a worker of the same manager, be it inside a callback or inside the destructor of
-// something that a request owns: it would wait for its own thread, which ends the process.
-//
-// At most 4 transfers are in progress at a time; a fifth request is refused, not queued. A place is
-// free again shortly after the complete callback has returned, not yet inside it.
-//
-// Callbacks, what they captured, and the factory are destroyed without the agent's lock: normally
-// on the worker, after a cancellation on the thread that cancelled or on the worker, after a
-// refusal on the thread that requested.
+/// Runs transfers, each on a worker thread of its own, and reports them through callbacks.
+///
+/// All operations may be called from any thread, also from inside a callback. Only the destructor
+/// must not run on a worker of the same manager, be it inside a callback or inside the destructor
+/// of something that a request owns: it would wait for its own thread, which ends the process.
+///
+/// At most 4 transfers are in progress at a time; a fifth request is refused, not queued. A place
+/// is free again shortly after the complete callback has returned, not yet inside it.
+///
+/// Callbacks, what they captured, and the factory are destroyed without the agent's lock: normally
+/// on the worker, after a cancellation on the thread that cancelled or on the worker, after a
+/// refusal on the thread that requested.
 class [[gnu::visibility("default")]] ITransferAgentManager
 {
 public:
-    // Names no transfer; returned by every refused request. A handle is 64 bits wide, yet the
-    // invalid one is 4294967295, and after 4294967294 handles start again at 0.
+    /// Names no transfer; returned by every refused request. A handle is 64 bits wide, yet the
+    /// invalid one is 4294967295, and after 4294967294 handles start again at 0.
     static constexpr std::uint64_t InvalidHandle = 4294967295;
 
-    // Received bytes, which the callback owns, or null, and the request's userContext.
-    //
-    // In a segmented transfer each chunk, of the header or of the body, calls both headerCallback
-    // and dataCallback, as far as they are set and in this order: the one of its kind with the
-    // chunk, the other with null. In a plain transfer each is called at most once, after the
-    // transfer, with all bytes of its kind. If that fails, a client that has set one of them gets
-    // null, and a client that has set both is not called. So null must always be expected.
+    /// Received bytes, which the callback owns, or null, and the request's userContext.
+    ///
+    /// In a segmented transfer each chunk, of the header or of the body, calls both headerCallback
+    /// and dataCallback, as far as they are set and in this order: the one of its kind with the
+    /// chunk, the other with null. In a plain transfer each is called at most once, after the
+    /// transfer, with all bytes of its kind. If that fails, a client that has set one of them gets
+    /// null, and a client that has set both is not called. So null must always be expected.
     using DataCallback =
         std::function<void(std::unique_ptr<ITransferHandler::Bytes>, void* userContext)>;
 
-    // How the transfer ended, and the request's userContext. The last call for a transfer; a
-    // cancelled one gets none.
+    /// How the transfer ended, and the request's userContext. The last call for a transfer; a
+    /// cancelled one gets none.
     using CompleteCallback = std::function<void(ITransferHandler::Result, void* userContext)>;
 
-    // A request. The agent takes it over whole, together with the factory and the callbacks.
-    //
-    // Callbacks are copied while the agent holds its lock, so the copy constructor of a callable
-    // must not call the agent; its destructor may. What a callback, a factory or a handler throws
-    // on a worker is logged and ends the process.
+    /// A request. The agent takes it over whole, together with the factory and the callbacks.
+    ///
+    /// Callbacks are copied while the agent holds its lock, so the copy constructor of a callable
+    /// must not call the agent; its destructor may. What a callback, a factory or a handler throws
+    /// on a worker is logged and ends the process.
     struct TransferConfiguration : ITransferHandler::Configuration
     {
-        // Required.
+        /// Required.
         std::unique_ptr<ITransferHandlerFactory> handlerFactory;
-        // False (plain): the agent collects header and body and hands each over whole, once, after
-        // the transfer. True (segmented): chunks are handed over as they arrive, nothing is
-        // collected, and there is no pacing.
+        /// False (plain): the agent collects header and body and hands each over whole, once, after
+        /// the transfer. True (segmented): chunks are handed over as they arrive, nothing is
+        /// collected, and there is no pacing.
         bool segmented = false;
-        // Called on the worker thread, with no lock held. Empty: not wanted. At least one of the
-        // two is required. A plain transfer fetches only what is wanted.
+        /// Called on the worker thread, with no lock held. Empty: not wanted. At least one of this
+        /// and dataCallback is required. A plain transfer fetches only what is wanted.
         DataCallback headerCallback;
+        /// The same for the body.
         DataCallback dataCallback;
-        // Called on the worker thread, with no lock held, once.
+        /// Called on the worker thread, with no lock held, once.
         CompleteCallback completeCallback;
-        // Handed to every callback unchanged; never dereferenced by the agent. What it points to
-        // must outlive the last callback: see CancelTransfer.
+        /// Handed to every callback unchanged; never dereferenced by the agent. What it points to
+        /// must outlive the last callback: see CancelTransfer.
         void* userContext = nullptr;
     };
 
-    // An accepted request under its handle, as the agent files it.
+    /// An accepted request under its handle, as the agent files it.
     struct TransferJob : TransferConfiguration
     {
+        /// Names the transfer, to its client too.
         std::uint64_t handle = InvalidHandle;
     };
 
-    // Starts a transfer and returns its handle at once, or InvalidHandle if the request is refused:
-    // it is null or contradicts itself, the agent is being destroyed, or 4 transfers are in
-    // progress. The log tells which. A refused request is destroyed, and none of its callbacks is
-    // called.
-    //
-    // The worker may be ahead of the caller: callbacks may run before the caller has seen the
-    // handle. Throws std::system_error if no thread can be started, and std::bad_alloc; the request
-    // is then gone without a trace.
+    /// Starts a transfer and returns its handle at once, or InvalidHandle if the request is
+    /// refused: it is null or contradicts itself, the agent is being destroyed, or 4 transfers are
+    /// in progress. The log tells which. A refused request is destroyed, and none of its callbacks
+    /// is called.
+    ///
+    /// The worker may be ahead of the caller: callbacks may run before the caller has seen the
+    /// handle. Throws std::system_error if no thread can be started, and std::bad_alloc; the
+    /// request is then gone without a trace.
     virtual std::uint64_t RequestTransfer(std::unique_ptr<TransferConfiguration> configuration) = 0;
 
-    // Cancels a transfer. Returns true if it was waiting or in progress, false if the handle names
-    // none (any more).
-    //
-    // No notification begins afterwards. One that is under way already is delivered whole: both
-    // data callbacks, or the complete callback, may still be running when this returns, or start
-    // then. What they use must be owned by them or outlive the manager.
-    //
-    // The worker itself goes on until its handler notices at the next chunk, and takes one of the 4
-    // places until then. A transfer that waits to be sent (randomDelay, fixedDelay) stops waiting;
-    // it is then still sent, and its response dropped. Throws std::bad_alloc, in which case the
-    // transfer may go on.
+    /// Cancels a transfer. Returns true if it was waiting or in progress, false if the handle names
+    /// none (any more).
+    ///
+    /// No notification begins afterwards. One that is under way already is delivered whole: both
+    /// data callbacks, or the complete callback, may still be running when this returns, or start
+    /// then. What they use must be owned by them or outlive the manager.
+    ///
+    /// The worker itself goes on until its handler notices at the next chunk, and takes one of the
+    /// 4 places until then. A transfer that waits to be sent (randomDelay, fixedDelay) stops
+    /// waiting; it is then still sent, and its response dropped. Throws std::bad_alloc, in which
+    /// case the transfer may go on.
     virtual bool CancelTransfer(std::uint64_t handle) = 0;
 
-    // Refuses further requests, wakes the transfers that wait, which are then sent, and blocks
-    // until every transfer in progress has ended, callbacks included; none runs afterwards. A
-    // transfer whose server is silent keeps it waiting.
+    /// Refuses further requests, wakes the transfers that wait, which are then sent, and blocks
+    /// until every transfer in progress has ended, callbacks included; none runs afterwards. A
+    /// transfer whose server is silent keeps it waiting.
     virtual ~ITransferAgentManager();
 };
 
