@@ -30,6 +30,7 @@ packages_for() {
     armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
     soak) echo gnuplot-nox ;;
     abi) echo abigail-tools python3 ;;
+    reference) echo doxygen graphviz libxml2-utils ;;
     static-checks) echo git clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
     esac
 }
