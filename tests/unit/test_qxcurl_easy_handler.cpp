@@ -9,6 +9,7 @@
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
@@ -19,6 +20,7 @@ using VORTAN_MW::QXCurlEasyHandler;
 using VORTAN_MW::QXCurlEasyHandlerFactory;
 using Bytes = ITransferHandler::Bytes;
 using Configuration = ITransferHandler::Configuration;
+using HalvordConfig = Configuration::HalvordConfig;
 using HttpMethod = Configuration::HttpMethod;
 using HttpVersion = Configuration::HttpVersion;
 using Events = std::vector<std::string>;
@@ -197,7 +199,7 @@ TEST_F(QXCurlEasyHandlerTest, APlainDownloadIsTheseCallsAndLinesInThisOrder)
 TEST_F(QXCurlEasyHandlerTest, AnUploadToTheMakersServerIsTheseCallsAndLinesInThisOrder)
 {
     wrapper.scheme = "https";
-    detail.halvordConfig = Configuration::HalvordConfig{"res", {{"a", "1"}, {"b", ""}}};
+    detail.halvordConfig = HalvordConfig{"res", {{"a", "1"}, {"b", ""}}};
     detail.method = HttpMethod::EhttpPost;
     detail.httpVersion = HttpVersion::Eversion20;
     detail.requestBody = "abc";
@@ -319,6 +321,17 @@ TEST_F(QXCurlEasyHandlerTest, APostRegistersItsSourceAndDeclaresItsSize)
     expected.lines = {"I DoTransfer: Request body size is: 3",
                       "setOption(75, list Content-Length:3)"};
     ExpectSuccess();
+}
+
+TEST_F(QXCurlEasyHandlerTest, TheDeclaredSizeIsThatOfTheWholeBodyWhateverWasHandedOver)
+{
+    detail.method = HttpMethod::EhttpPost;
+    detail.requestBody = "abc";
+    detail.bodyOffset = 1;
+    Transfer();
+    EXPECT_THAT(wrapper.events, Contains("setOption(43, long long 3)"));
+    EXPECT_THAT(wrapper.events, Contains("setOption(75, list Content-Length:3)"));
+    EXPECT_EQ(detail.bodyOffset, 1U);
 }
 
 TEST_F(QXCurlEasyHandlerTest, APostOfNothingRegistersItsSourceAndDeclaresNoBytes)
@@ -528,9 +541,111 @@ TEST_F(QXCurlEasyHandlerTest, WithoutAnSslContextTheRequestFailsBeforeTheLock)
     ExpectFailure();
 }
 
+// Each way to ask, with what it adds to the course of a request.
+const std::pair<HttpMethod, Events> Methods[] = {
+    {HttpMethod::Default, {"I DoTransfer: Default"}},
+    {HttpMethod::EhttpGet, {"setOption(17, long 1)", "I DoTransfer: EhttpGet"}},
+    {HttpMethod::EhttpHead, {"setOption(24, int 1)", "I DoTransfer: EhttpHead"}},
+    {HttpMethod::EhttpPost,
+     {"setOption(16, long 1)", "setOption(79, callback s_ReadBodyCallback)",
+      "setOption(87, pointer detail)", "setOption(43, long long 2)", "I DoTransfer: EhttpPost"}},
+    {HttpMethod::EhttpPut,
+     {"setOption(26, int 1)", "setOption(15, int 1)", "setOption(79, callback s_ReadBodyCallback)",
+      "setOption(87, pointer detail)", "setOption(43, long long 2)", "I DoTransfer: EhttpPut"}},
+    {static_cast<HttpMethod>(5), {}},
+};
+const std::pair<HttpVersion, Events> Versions[] = {
+    {HttpVersion::EversionUnspecified, {"I DoTransfer: Version unspecified"}},
+    {HttpVersion::Eversion10, {"setOption(18, int 1)", "I DoTransfer: HTTP version 1.0"}},
+    {HttpVersion::Eversion11, {"setOption(18, int 2)", "I DoTransfer: HTTP version 1.1"}},
+    {HttpVersion::Eversion20, {"setOption(18, int 3)", "I DoTransfer: HTTP version 2.0"}},
+    {static_cast<HttpVersion>(4), {}},
+};
+
+// Expects the sum of the choices that are made for a request.
+class QXCurlEasyHandlerCombinations : public QXCurlEasyHandlerDeliveryTest
+{
+protected:
+    QXCurlEasyHandlerCombinations()
+    {
+        detail.requestBody = "ab";
+        expected.lines = {"I DoTransfer: Request body size is: 2",
+                          "setOption(75, list Content-Length:2)"};
+    }
+
+    // The server is the maker's or "host".
+    void Choose(bool isHttps, bool isMakers)
+    {
+        wrapper.scheme = isHttps ? "https" : "http";
+        const std::string url = wrapper.scheme + (isMakers ? "://maker/res?[k=v]" : "://host/");
+        const HalvordConfig makers{"res", {{"k", "v"}}};
+        detail.url = isMakers ? "https://elsewhere/" : url;
+        detail.halvordConfig = boost::make_optional(isMakers, makers);
+        const Events connecting = {"makeQueryString(, k, v)", "makeUri(res, [k=v])",
+                                   "I DoTransfer: Connecting to a Halvord server, with a URL: " +
+                                       url + " resource: res queryStr: [k=v]",
+                                   "setVistrelClient(dorix-cloud)", "setVistrelHeader(1)"};
+        expected.maker = isMakers ? connecting : Events();
+        expected.security = isHttps ? HttpsWith(url, {}) : Events{"checkIsHttps(" + url + ")"};
+        expected.guard = isHttps ? UnlockAtTheEnd : Course().guard;
+        expected.url = {"D DoTransfer: Setting final URL to " + url,
+                        "setOption(50, string " + url + ")"};
+    }
+
+    void ChooseDelivery(bool wantHeader, bool wantBody)
+    {
+        detail.headerCallback = wantHeader ? accept : nullptr;
+        detail.dataCallback = wantBody ? accept : nullptr;
+        expected.header.clear();
+        expected.body = Course().body;
+        if (wantHeader) {
+            ExpectHeaderSink();
+        }
+        if (wantBody && detail.method != HttpMethod::EhttpHead) {
+            ExpectBodySink();
+        }
+    }
+
+    void Expect(bool isSent)
+    {
+        wrapper.onSend = [isSent] { return isSent; };
+        wrapper.events.clear();
+        expected.sending = isSent ? Course().sending
+                                  : Events{"setOption(3, long 0)", "send()", "getLastError()",
+                                           "E DoTransfer: Failed to send using QXCurl "};
+        isSent ? ExpectSuccess() : ExpectFailure();
+    }
+
+    // For every server, delivery and outcome.
+    void ExpectAll()
+    {
+        for (unsigned int bits = 0; bits < 32; ++bits) {
+            SCOPED_TRACE(bits);
+            Choose((bits & 1) != 0, (bits & 2) != 0);
+            ChooseDelivery((bits & 4) != 0, (bits & 8) != 0);
+            Expect((bits & 16) != 0);
+        }
+    }
+};
+
+TEST_F(QXCurlEasyHandlerCombinations, OfAllChoicesAreTheSumOfWhatEachAdds)
+{
+    for (const auto& [method, methodEvents] : Methods) {
+        for (const auto& [version, versionEvents] : Versions) {
+            SCOPED_TRACE(testing::PrintToString(methodEvents) +
+                         testing::PrintToString(versionEvents));
+            detail.method = method;
+            detail.httpVersion = version;
+            expected.method = methodEvents;
+            expected.version = versionEvents;
+            ExpectAll();
+        }
+    }
+}
+
 TEST_F(QXCurlEasyHandlerTest, AResourceOfTheMakersTakesThePlaceOfTheUrl)
 {
-    detail.halvordConfig = Configuration::HalvordConfig{"res", {}};
+    detail.halvordConfig = HalvordConfig{"res", {}};
     expected.maker = {"makeUri(res, )",
                       "I DoTransfer: Connecting to a Halvord server, with a URL: http://maker/res? "
                       "resource: res queryStr: ",
@@ -546,7 +661,7 @@ class QXCurlEasyHandlerMakerTest : public QXCurlEasyHandlerTest
 protected:
     QXCurlEasyHandlerMakerTest()
     {
-        detail.halvordConfig = Configuration::HalvordConfig{"res", {{"k", "v"}}};
+        detail.halvordConfig = HalvordConfig{"res", {{"k", "v"}}};
         detail.headerBuffer = &header;
         detail.dataBuffer = &body;
         expected.maker = {"makeQueryString(, k, v)", "makeUri(res, [k=v])",
@@ -583,6 +698,23 @@ TEST_F(QXCurlEasyHandlerMakerTest, ARefusedClientHeaderFailsTheRequestWithBuffer
     ExpectEmptyBuffers();
 }
 
+TEST_F(QXCurlEasyHandlerMakerTest, WithoutAnSslContextTheRequestFailsWithBuffersEmptied)
+{
+    wrapper.uri = "https://maker/";
+    wrapper.acceptSslContext = false;
+    expected.maker = {"makeQueryString(, k, v)", "makeUri(res, [k=v])",
+                      "I DoTransfer: Connecting to a Halvord server, with a URL: https://maker/ "
+                      "resource: res queryStr: [k=v]",
+                      "setVistrelClient(dorix-cloud)", "setVistrelHeader(1)"};
+    expected.security = {"checkIsHttps(https://maker/)",
+                         "I DoTransfer: Doing a HTTPS request, configuring SSL stack",
+                         "setHalvordPormelSSLContext()",
+                         "E DoTransfer: Failed to set the Halvord SSL context"};
+    expected.guard = Course().guard;
+    ExpectFailure();
+    ExpectEmptyBuffers();
+}
+
 TEST_F(QXCurlEasyHandlerTest, AnEmptyUrlFailsTheRequest)
 {
     detail.url.clear();
@@ -605,7 +737,7 @@ TEST_F(QXCurlEasyHandlerTest, AnEmptyUrlThatCountsAsHttpsStillReleasesTheLockAtT
 
 TEST_F(QXCurlEasyHandlerTest, AResourceWithoutAUrlFailsTheRequest)
 {
-    detail.halvordConfig = Configuration::HalvordConfig{"res", {}};
+    detail.halvordConfig = HalvordConfig{"res", {}};
     wrapper.uri = "";
     expected.EndBeforeUrl();
     expected.maker = {"makeUri(res, )",
@@ -648,15 +780,15 @@ TEST_F(QXCurlEasyHandlerTest, TheWrappersValuesAreForwardedUnderTheirNumbers)
 {
     detail.timeoutArg1 = -1;
     detail.timeoutArg2 = 2147483647;
-    detail.wrapperOption20 = 201;
+    detail.wrapperOption20 = -201;
     detail.wrapperOption21 = 211;
     detail.wrapperOption27 = 271;
     detail.wrapperOption30 = 301;
     detail.wrapperOption31 = 311;
     detail.wrapperOption32 = -2147483647;
-    expected.forwarded = {"setOption(30, long 301)", "setTimeout(-1, 2147483647)",
-                          "setOption(20, long 201)", "setOption(21, long 211)",
-                          "setOption(31, long 311)", "setOption(32, long -2147483647)",
+    expected.forwarded = {"setOption(30, long 301)",  "setTimeout(-1, 2147483647)",
+                          "setOption(20, long -201)", "setOption(21, long 211)",
+                          "setOption(31, long 311)",  "setOption(32, long -2147483647)",
                           "setOption(27, long 271)"};
     ExpectSuccess();
 }

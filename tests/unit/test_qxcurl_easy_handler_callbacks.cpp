@@ -101,6 +101,15 @@ TEST_F(QXCurlEasyHandlerCallbacks, TheSizeOfTheUploadBufferWrapsAt32Bits)
                 ElementsAre(" ", "remain: 3 buffer-size: 0", " ", "remain: 3 buffer-size: 2"));
 }
 
+TEST_F(QXCurlEasyHandlerCallbacks, WhatRemainsOfTheUploadWrapsAt32Bits)
+{
+    detail.requestBody = "abc";
+    detail.bodyOffset = 4;
+    EXPECT_EQ(Read(1, 0), "");
+    EXPECT_THAT(log.MessagesOf("s_ReadBodyCallback"),
+                ElementsAre(" ", "remain: 4294967295 buffer-size: 0"));
+}
+
 TEST_F(QXCurlEasyHandlerCallbacks, AnUploadWithoutADetailIsAnErrorAndEnds)
 {
     char buffer = '.';
@@ -178,6 +187,27 @@ TEST_F(QXCurlEasyHandlerCallbacks, ARefusedChunkStaysInTheBufferAndAbortsTheTran
                 ElementsAre("D s_WriteCallback: callback failed processing: http://host/"));
 }
 
+TEST_F(QXCurlEasyHandlerCallbacks, ARefusedHeaderChunkStaysInTheBufferAndAbortsTheTransfer)
+{
+    Bytes header;
+    detail.url = "http://host/";
+    detail.headerBuffer = &header;
+    detail.headerCallback = KeepAndReturn(false);
+    EXPECT_EQ(WriteHeader("A: b"), 0U);
+    EXPECT_THAT(header, ElementsAre('A', ':', ' ', 'b'));
+    EXPECT_THAT(log.Summaries(),
+                ElementsAre("D s_WriteCallback: callback failed processing: http://host/"));
+}
+
+TEST_F(QXCurlEasyHandlerCallbacks, AnEmptyChunkIsRefusedLikeAnyOther)
+{
+    detail.url = "http://host/";
+    detail.dataCallback = KeepAndReturn(false);
+    EXPECT_EQ(WriteBody(""), 0U);
+    EXPECT_THAT(log.Summaries(),
+                ElementsAre("D s_WriteCallback: callback failed processing: http://host/"));
+}
+
 TEST_F(QXCurlEasyHandlerCallbacks, AnEmptyChunkStillReachesTheCallback)
 {
     Bytes body;
@@ -186,6 +216,7 @@ TEST_F(QXCurlEasyHandlerCallbacks, AnEmptyChunkStillReachesTheCallback)
     EXPECT_EQ(QXCurlEasyHandler::s_WriteBodyCallback(nullptr, 1, 0, &detail), 0U);
     EXPECT_THAT(body, IsEmpty());
     EXPECT_THAT(chunks, ElementsAre(Bytes{}));
+    EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
 TEST_F(QXCurlEasyHandlerCallbacks, TheSizeOfAChunkWrapsAt32Bits)
