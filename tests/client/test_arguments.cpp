@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -96,6 +97,40 @@ TEST(Arguments, VendorOptionsReachTheRequest)
     EXPECT_FALSE(request.halvordConfig);
 }
 
+TEST(Arguments, EachHttpVersionHasItsName)
+{
+    using HttpVersion = VORTAN_MW::ITransferHandler::Configuration::HttpVersion;
+    const auto versionOf = [](const char* name) {
+        return Parse({"--handler", "vendor", "--http-version", name, Url}).request.httpVersion;
+    };
+    EXPECT_EQ(versionOf("1.0"), HttpVersion::Eversion10);
+    EXPECT_EQ(versionOf("1.1"), HttpVersion::Eversion11);
+    EXPECT_EQ(versionOf("2"), HttpVersion::Eversion20);
+}
+
+TEST(Arguments, AVendorFlagIsNotTakenForAnother)
+{
+    const auto selfSigned = Parse({"--handler", "vendor", "--self-signed", Url}).request;
+    EXPECT_TRUE(selfSigned.allowSelfSignedCertificates);
+    EXPECT_FALSE(selfSigned.verbose);
+    const auto verbose = Parse({"--handler", "vendor", "--verbose-wrapper", Url}).request;
+    EXPECT_FALSE(verbose.allowSelfSignedCertificates);
+    EXPECT_TRUE(verbose.verbose);
+}
+
+TEST(Arguments, AVendorValueMayBeAnyNumberOfItsType)
+{
+    const std::string least = std::to_string(std::numeric_limits<long>::min());
+    const std::string greatest = std::to_string(std::numeric_limits<long>::max());
+    const auto request = Parse({"--handler", "vendor", "--option20", least.c_str(), "--option21",
+                                greatest.c_str(), "--timeout", "0:2147483647", Url})
+                             .request;
+    EXPECT_EQ(request.wrapperOption20, std::numeric_limits<long>::min());
+    EXPECT_EQ(request.wrapperOption21, std::numeric_limits<long>::max());
+    EXPECT_EQ(request.timeoutArg1, 0);
+    EXPECT_EQ(request.timeoutArg2, 2147483647);
+}
+
 TEST(Arguments, WithoutVendorOptionsTheRequestKeepsItsDefaults)
 {
     const auto request = Parse({"--handler", "vendor", Url}).request;
@@ -103,7 +138,12 @@ TEST(Arguments, WithoutVendorOptionsTheRequestKeepsItsDefaults)
     EXPECT_EQ(request.httpVersion, defaults.httpVersion);
     EXPECT_EQ(request.timeoutArg1, defaults.timeoutArg1);
     EXPECT_EQ(request.timeoutArg2, defaults.timeoutArg2);
+    EXPECT_EQ(request.wrapperOption20, defaults.wrapperOption20);
+    EXPECT_EQ(request.wrapperOption21, defaults.wrapperOption21);
     EXPECT_EQ(request.wrapperOption27, defaults.wrapperOption27);
+    EXPECT_EQ(request.wrapperOption30, defaults.wrapperOption30);
+    EXPECT_EQ(request.wrapperOption31, defaults.wrapperOption31);
+    EXPECT_EQ(request.wrapperOption32, defaults.wrapperOption32);
     EXPECT_FALSE(request.allowSelfSignedCertificates);
     EXPECT_FALSE(request.verbose);
 }
@@ -126,6 +166,8 @@ TEST(Arguments, VendorOptionsThatMakeNoSenseAreRefused)
     EXPECT_EQ(RefusalOf({"--resource", "/a"}), "--resource: only with --handler vendor");
     EXPECT_EQ(RefusalOf({"--handler", "curl", "--resource", "/a"}),
               "--resource: only with --handler vendor");
+    EXPECT_EQ(RefusalOf({"--handler", "file", "--resource", "/a"}),
+              "--resource: only with --handler vendor");
     EXPECT_EQ(RefusalOf({"--option30", "1", Url}), "--option30: only with --handler vendor");
     EXPECT_EQ(RefusalOf({"--self-signed", Url}), "--self-signed: only with --handler vendor");
     EXPECT_EQ(RefusalOf({"--handler", "vendor", "--query", "a=b", Url}),
@@ -142,8 +184,38 @@ TEST(Arguments, VendorOptionsThatMakeNoSenseAreRefused)
     EXPECT_EQ(refusalOf({"--http-version", "3", Url}),
               "--http-version: '3' is none of 1.0, 1.1, 2");
     EXPECT_EQ(refusalOf({"--timeout", "3", Url}), "--timeout: '3' is no A:B");
+    EXPECT_EQ(refusalOf({"--timeout", "-1:3", Url}),
+              "--timeout: '-1' is no whole number from 0 up");
+    EXPECT_EQ(refusalOf({"--timeout", "3:2147483648", Url}),
+              "--timeout: '2147483648' is above 2147483647");
     EXPECT_EQ(refusalOf({"--timeout", "3:x", Url}), "--timeout: 'x' is no whole number from 0 up");
     EXPECT_EQ(refusalOf({"--option27", "x", Url}), "--option27: 'x' is no whole number");
+    EXPECT_EQ(refusalOf({"--option27", "", Url}), "--option27: '' is no whole number");
+}
+
+TEST(Arguments, ANumberThatFitsNoTypeIsOutOfItsBoundsOnItsOwnSide)
+{
+    const std::string huge(30, '9');
+    const std::string least = std::to_string(std::numeric_limits<long>::min());
+    const std::string greatest = std::to_string(std::numeric_limits<long>::max());
+    const auto refusalOf = [](const char* option, const std::string& value) {
+        return RefusalOf({"--handler", "vendor", option, value.c_str(), Url});
+    };
+    EXPECT_EQ(refusalOf("--option30", huge), "--option30: '" + huge + "' is above " + greatest);
+    EXPECT_EQ(refusalOf("--option30", "-" + huge),
+              "--option30: '-" + huge + "' is no whole number from " + least + " up");
+    EXPECT_EQ(refusalOf("--timeout", "-" + huge + ":1"),
+              "--timeout: '-" + huge + "' is no whole number from 0 up");
+    EXPECT_EQ(refusalOf("--fixed-delay", "-" + huge),
+              "--fixed-delay: '-" + huge + "' is no whole number from 0 up");
+}
+
+TEST(Arguments, AFlagIsNotSetByBeingDenied)
+{
+    for (const char* const flag :
+         {"--quiet=false", "--no-fail=0", "--self-signed=false", "--verbose-wrapper=no"}) {
+        EXPECT_NE(RefusalOf({"--handler", "vendor", flag, Url}), "accepted") << flag;
+    }
 }
 
 TEST(Arguments, EachFlagIsTaken)

@@ -51,6 +51,10 @@ class Vendor(ClientTest):
         self.assertIn(url + ": Timeout was reached", result.errors)
         self.assert_files()
 
+    def test_a_query_without_a_value_is_refused(self):
+        self.assert_failed(self.run_vendor("--resource", "/r", "--query", "a"), WRONG_ARGUMENTS,
+                           "--query: 'a' is no KEY=VALUE (--help tells more)")
+
     def test_its_options_are_refused_for_another_handler(self):
         self.assert_failed(self.run_client("--resource", "/r"), WRONG_ARGUMENTS,
                            "--resource: only with --handler vendor (--help tells more)")

@@ -80,7 +80,7 @@ private:
 
     CLI::Option* m_Flag(const std::string& name, const std::string& description)
     {
-        return m_App.add_flag(name, description);
+        return AddFlag(m_App, name)->description(description);
     }
 
 public:

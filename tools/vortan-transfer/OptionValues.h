@@ -12,6 +12,12 @@
 
 namespace VORTAN_TRANSFER {
 
+// Adds a flag. "--flag=false" is refused: it would count as the flag being set.
+inline CLI::Option* AddFlag(CLI::App& app, const std::string& name)
+{
+    return app.add_flag(name)->disable_flag_override();
+}
+
 inline bool IsSet(const CLI::Option* option)
 {
     return option->count() > 0;
@@ -30,8 +36,10 @@ Number ParseNumber(std::string_view text, const std::string& what, Number min, N
     Number number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool isNumber = !text.empty() && end == text.data() + text.size();
-    if (!isNumber || (error == std::errc() && number < min)) {
-        const std::string least = min < 0 ? "" : " from " + std::to_string(min) + " up";
+    const bool isBelow = isNumber && (error == std::errc() ? number < min : text.front() == '-');
+    if (!isNumber || isBelow) {
+        const bool saysLeast = isBelow || min >= 0;
+        const std::string least = saysLeast ? " from " + std::to_string(min) + " up" : "";
         throw UsageError(what + ": " + Quoted(text) + " is no whole number" + least);
     }
     if (error != std::errc() || number > max) {

@@ -56,11 +56,11 @@ VendorOptions::VendorOptions(CLI::App& app)
                     "Add this to the resource's query string; may be given several times")),
       m_HttpVersion(m_Add(app.add_option("--http-version")->type_name("VERSION"),
                           "1.0, 1.1 (the default) or 2")),
-      m_SelfSigned(m_Add(app.add_flag("--self-signed"),
+      m_SelfSigned(m_Add(AddFlag(app, "--self-signed"),
                          "Do not verify the server's certificate; for testing")),
       m_Timeout(m_Add(app.add_option("--timeout")->type_name("A:B"),
                       "The two values of the wrapper's time-out, in its units")),
-      m_Verbose(m_Add(app.add_flag("--verbose-wrapper"), "Let the wrapper tell what it does"))
+      m_Verbose(m_Add(AddFlag(app, "--verbose-wrapper"), "Let the wrapper tell what it does"))
 {
     m_Query->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     const std::pair<const char*, long Configuration::*> forwarded[] = {
