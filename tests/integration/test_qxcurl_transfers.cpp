@@ -22,6 +22,11 @@ unsigned int Append(char* data, unsigned int size, unsigned int count, void* tex
     return size * count;
 }
 
+unsigned int ClaimMore(char* /*data*/, unsigned int size, unsigned int count, void* /*text*/)
+{
+    return size * count + 1;
+}
+
 unsigned int TakeLess(char* /*data*/, unsigned int size, unsigned int count, void* /*text*/)
 {
     return size * count - 1;
@@ -39,11 +44,6 @@ unsigned int TakeFrom(char* data, unsigned int size, unsigned int count, void* t
     const std::size_t given = left.copy(data, std::size_t{size} * count);
     left.erase(0, given);
     return static_cast<unsigned int>(given);
-}
-
-unsigned int ClaimMore(char* /*data*/, unsigned int size, unsigned int count, void* /*text*/)
-{
-    return size * count + 1;
 }
 
 class QXCurlTransfer : public ServerTest<OddServer>
@@ -187,6 +187,26 @@ TEST_F(QXCurlTransfer, EndsWhenASinkTakesLessThanItIsOffered)
     SetBodySink(&TakeLess);
     EXPECT_FALSE(easy->send());
     EXPECT_THAT(easy->getLastError(), StartsWith("Failed writing received data"));
+}
+
+TEST_F(QXCurlTransfer, EndsWhenASinkClaimsToTakeMoreThanItIsOffered)
+{
+    SetUrl("/until-closed");
+    SetBodySink(&ClaimMore);
+    EXPECT_FALSE(easy->send());
+    EXPECT_THAT(easy->getLastError(), StartsWith("Failed writing received data"));
+}
+
+TEST_F(QXCurlTransfer, DropsTheBodyOfAPostsResponseWhenNoneIsWanted)
+{
+    SetUrl("/mirror");
+    easy->setOption(QXCURL_OPTION_POST, 1L);
+    easy->setOption(QXCURL_OPTION_INFILESIZE, 3LL);
+    easy->setOption(QXCURL_OPTION_NOBODY, 1);
+    SetSource(&TakeFrom);
+    upload = "abc";
+    EXPECT_EQ(Send(), "");
+    EXPECT_EQ(upload, "");
 }
 
 TEST_F(QXCurlTransfer, EndsWhenASourceClaimsToGiveMoreThanItWasAskedFor)

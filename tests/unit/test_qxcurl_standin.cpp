@@ -81,6 +81,7 @@ TEST(QXCurlHttpsCheck, GoesByTheSchemeInAnyLetterCase)
 {
     EXPECT_TRUE(QXCurlUtility::checkIsHttps("https://h"));
     EXPECT_TRUE(QXCurlUtility::checkIsHttps("HttpS://h"));
+    EXPECT_TRUE(QXCurlUtility::checkIsHttps("https:/h"));  // which libcurl takes for https, too
     EXPECT_FALSE(QXCurlUtility::checkIsHttps("http://h/https://"));
     EXPECT_FALSE(QXCurlUtility::checkIsHttps("https"));
     EXPECT_FALSE(QXCurlUtility::checkIsHttps("https:443/a"));
@@ -134,6 +135,13 @@ TEST(QXCurlSslLock, LetsAReleasePassThatNobodyIsOwed)
     EXPECT_FALSE(QXCurlUtility::deinit_ssl_lock());
 }
 
+TEST(QXCurlSslLock, IsOneForAllThreads)
+{
+    std::thread([] { QXCurlUtility::init_ssl_lock(); }).join();
+    EXPECT_TRUE(QXCurlUtility::deinit_ssl_lock());
+    EXPECT_FALSE(QXCurlUtility::deinit_ssl_lock());
+}
+
 TEST(QXCurlSslContext, NeedsNoBundleOfItsOwn)
 {
     QXCurlEasy easy;
@@ -173,8 +181,10 @@ TEST(QXCurlClient, CannotSmuggleInAnotherHeader)
     QXCurlEasy easy;
     EXPECT_FALSE(easy.setVistrelClient(""));
     EXPECT_FALSE(easy.setVistrelClient("a\r\nX-Other: b"));
+    EXPECT_FALSE(easy.setVistrelClient("a\x7f"));
     EXPECT_FALSE(easy.setVistrelClient(std::string("a\0b", 3)));
     EXPECT_THAT(easy.getLastError(), HasSubstr("client name"));
+    EXPECT_TRUE(easy.setVistrelClient("\xc3\xa9 ~"));
 }
 
 TEST(QXCurlEasy, FailsWhenItHasNotBeenInitialised)
