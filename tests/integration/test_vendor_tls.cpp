@@ -1,5 +1,6 @@
 // The vendor handler over the wrapper library's stand-in, to nginx with TLS.
 
+#include <QXCurl.h>
 #include <gmock/gmock.h>
 
 #include <deque>
@@ -113,6 +114,21 @@ TEST_F(VendorTls, AnAuthorityThatIsNoneFailsTheRequest)
     const ScopedVariable authority("QXCURL_CA_FILE", file.c_str());
     EXPECT_FALSE(VendorFetch(Request("/seen")).success);
     EXPECT_THAT(LastMessageOf("DoTransfer"), HasSubstr("Problem with the SSL CA cert"));
+}
+
+TEST_F(VendorTls, TheSystemsAuthoritiesAreUsedAgainWhenNoneIsNamed)
+{
+    QXCurl::QXCurlEasy easy;
+    ASSERT_TRUE(easy.Initialize());
+    easy.setOption(QXCurl::QXCURL_OPTION_URL, TheServer().TlsUrl("/seen"));
+    {
+        const std::string file = TheServer().Folder().Path("ca.pem");
+        const ScopedVariable authority("QXCURL_CA_FILE", file.c_str());
+        EXPECT_TRUE(easy.setHalvordPormelSSLContext());
+    }
+    EXPECT_TRUE(easy.send());
+    EXPECT_TRUE(easy.setHalvordPormelSSLContext());
+    EXPECT_FALSE(easy.send());
 }
 
 TEST_F(VendorTlsTrusting, Http2IsSpokenWhereItIsAskedFor)

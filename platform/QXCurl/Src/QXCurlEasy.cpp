@@ -17,6 +17,14 @@ bool IsControl(char character)
     return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
 }
 
+// The CA bundle that the user has named, if any.
+std::string CaFile()
+{
+    // Nothing here changes the environment, so that threads may read it.
+    const char* const path = std::getenv("QXCURL_CA_FILE");  // NOLINT(concurrency-mt-unsafe)
+    return path ? path : "";
+}
+
 // Returns why the file cannot be read, or nothing.
 std::string ReasonNotToRead(const std::string& path)
 {
@@ -117,14 +125,10 @@ bool QXCurlEasy::setVistrelHeader(t_HdrOption option)
 
 bool QXCurlEasy::setHalvordPormelSSLContext()
 {
-    // Nothing here changes the environment, so that threads may read it.
-    const char* const path = std::getenv("QXCURL_CA_FILE");  // NOLINT(concurrency-mt-unsafe)
-    if (!path || !*path) {
-        return true;
-    }
-    const std::string reason = ReasonNotToRead(path);
+    const std::string path = CaFile();
+    const std::string reason = path.empty() ? "" : ReasonNotToRead(path);
     if (!reason.empty()) {
-        return m_Impl->Fail(std::string("cannot read the CA bundle ") + path + ": " + reason);
+        return m_Impl->Fail("cannot read the CA bundle " + path + ": " + reason);
     }
     m_Impl->settings.caFile = path;
     return true;
