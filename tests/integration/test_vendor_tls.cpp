@@ -155,14 +155,30 @@ TEST_F(VendorTlsTrusting, AHeadHasAHeaderOnly)
     }
 }
 
-TEST_F(VendorTlsTrusting, APutBodyBecomesTheFileByteForByte)
+struct Upload
+{
+    const char* name;
+    HttpMethod method;
+    const char* folder;  // the server makes files of what is sent there
+};
+
+class VendorTlsUpload : public VendorTlsTrusting, public ::testing::WithParamInterface<Upload>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(By, VendorTlsUpload,
+                         ::testing::Values(Upload{"Put", HttpMethod::EhttpPut, "/upload/"},
+                                           Upload{"Post", HttpMethod::EhttpPost, "/post/"}),
+                         [](const auto& upload) { return upload.param.name; });
+
+TEST_P(VendorTlsUpload, ABodyArrivesByteForByteOverBothVersions)
 {
     for (const HttpVersion version : {HttpVersion::Eversion11, HttpVersion::Eversion20}) {
         for (const std::size_t length : {std::size_t{0}, std::size_t{3}, LongLength}) {
-            const std::string name =
-                "vendor" + std::to_string(length) + std::to_string(static_cast<int>(version));
+            const std::string name = GetParam().name + std::to_string(length) + "v" +
+                                     std::to_string(static_cast<int>(version));
             const Response response = VendorFetch(
-                Request("/upload/" + name, version, HttpMethod::EhttpPut, IndexedText(length)));
+                Request(GetParam().folder + name, version, GetParam().method, IndexedText(length)));
             EXPECT_TRUE(response.success);
             EXPECT_EQ(response.code, 201);
             EXPECT_TRUE(TheServer().Folder().Read("files/" + name) == IndexedBytes(length));
@@ -170,7 +186,7 @@ TEST_F(VendorTlsTrusting, APutBodyBecomesTheFileByteForByte)
     }
 }
 
-TEST_F(VendorTlsTrusting, APostIsSentOverBothVersions)
+TEST_F(VendorTlsTrusting, APostIsSeenAsOneOverBothVersions)
 {
     EXPECT_EQ(
         VendorFetch(Request("/seen", HttpVersion::Eversion11, HttpMethod::EhttpPost, "abc")).body,
