@@ -1,6 +1,7 @@
 // The wrapper library's stand-in on its own, to a server that does as the URL says.
 
 #include <QXCurl.h>
+#include <curl/curl.h>
 #include <gmock/gmock.h>
 
 #include <climits>
@@ -22,9 +23,12 @@ unsigned int Append(char* data, unsigned int size, unsigned int count, void* tex
     return size * count;
 }
 
-unsigned int ClaimMore(char* /*data*/, unsigned int size, unsigned int count, void* /*text*/)
+// More than any buffer holds, and a number that would pause libcurl.
+unsigned int ClaimMore(char* /*data*/, unsigned int /*size*/, unsigned int /*count*/,
+                       void* /*text*/)
 {
-    return size * count + 1;
+    static_assert(CURL_WRITEFUNC_PAUSE == CURL_READFUNC_PAUSE);
+    return CURL_WRITEFUNC_PAUSE;
 }
 
 unsigned int TakeLess(char* /*data*/, unsigned int size, unsigned int count, void* /*text*/)
@@ -173,6 +177,14 @@ TEST_F(QXCurlTransfer, ThatFailsHasNoResponseCodeAndSaysWhy)
     EXPECT_THAT(easy->getLastError(), EndsWith(", accessing " + Url("/garbage")));
 }
 
+TEST_F(QXCurlTransfer, ThatBreaksOffKeepsItsResponseCode)
+{
+    SetUrl("/truncate/100");
+    SetBodySink(&Append);
+    EXPECT_FALSE(easy->send());
+    EXPECT_EQ(ResponseCode(), 200);
+}
+
 TEST_F(QXCurlTransfer, DropsABodyThatNobodyTakes)
 {
     SetUrl("/bytes/1000");
@@ -236,6 +248,15 @@ TEST_F(QXCurlTransfer, IsLeftByWhatACallbackThrows)
     easy->reset();
     SetUrl("/echo");
     EXPECT_EQ(Send(), PlainRequest());
+}
+
+TEST_F(QXCurlTransfer, ThatIsLeftHasNoResponseCode)
+{
+    SetUrl("/echo");
+    Send();
+    SetBodySink(&Throw);
+    EXPECT_THROW(easy->send(), std::runtime_error);
+    EXPECT_EQ(ResponseCode(), 0);
 }
 
 TEST_F(QXCurlTransfer, IsAPutByEitherSwitch)
