@@ -283,10 +283,20 @@ TEST_F(QXCurlTransfer, IsSentInChunksWhenItsSizeIsNotDeclared)
 
 TEST_F(QXCurlTransfer, UploadsNothingWithoutASource)
 {
-    SetUrl("/mirror");
+    SetUrl("/echo");
     easy->setOption(QXCURL_OPTION_POST, 1L);
     easy->setOption(QXCURL_OPTION_INFILESIZE, 3LL);
-    EXPECT_EQ(Send(), "");
+    EXPECT_THAT(Send(), HasSubstr("\r\nContent-Length: 0\r\n"));
+}
+
+TEST_F(QXCurlTransfer, DoesNotPassForWholeWhenItsSourceThrows)
+{
+    SetUrl("/echo");
+    easy->setOption(QXCURL_OPTION_PUT, 1);
+    SetSource(&Throw);
+    SetBodySink(&Append);
+    EXPECT_THROW(easy->send(), std::runtime_error);
+    EXPECT_EQ(body, "");
 }
 
 TEST_F(QXCurlTransfer, NamesTheClientOnlyWhenItIsTold)

@@ -102,6 +102,15 @@ TEST_F(VendorHttp, TheVersionIsTheOneThatIsAskedFor)
     }
 }
 
+TEST_F(VendorHttp, Version20IsOfferedAsAnUpgrade)
+{
+    Configuration configuration = Request(Url("/echo"));
+    configuration.httpVersion = HttpVersion::Eversion20;
+    EXPECT_THAT(VendorFetch(configuration).body, HasSubstr("\r\nUpgrade: h2c\r\n"));
+    configuration.httpVersion = HttpVersion::EversionUnspecified;
+    EXPECT_THAT(VendorFetch(configuration).body, ::testing::Not(HasSubstr("Upgrade")));
+}
+
 TEST_F(VendorHttp, AnErrorStatusIsASuccess)
 {
     const Response response = VendorFetch(Request(Url("/status/404")));

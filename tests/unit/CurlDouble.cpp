@@ -82,6 +82,11 @@ std::string OptionName(CURLoption option)
         {CURLOPT_FOLLOWLOCATION, "FOLLOWLOCATION"},
         {CURLOPT_ACCEPT_ENCODING, "ACCEPT_ENCODING"},
         {CURLOPT_HTTPHEADER, "HTTPHEADER"},
+        {CURLOPT_NOSIGNAL, "NOSIGNAL"},
+        {CURLOPT_TIMEOUT, "TIMEOUT"},
+        {CURLOPT_CONNECTTIMEOUT, "CONNECTTIMEOUT"},
+        {CURLOPT_CAINFO, "CAINFO"},
+        {CURLOPT_CAPATH, "CAPATH"},
     };
     const auto found = names.find(option);
     return found == names.end() ? "option " + std::to_string(option) : found->second;
@@ -122,6 +127,7 @@ std::string TakePointer(EasyDouble& easy, CURLoption option, va_list arguments)
         case CURLOPT_URL:
         case CURLOPT_USERAGENT:
         case CURLOPT_ACCEPT_ENCODING:
+        case CURLOPT_CAINFO:
             return '"' + std::string(va_arg(arguments, const char*)) + '"';
         case CURLOPT_HTTPHEADER:
             return ListText(va_arg(arguments, const curl_slist*));
@@ -280,6 +286,12 @@ const char* curl_easy_strerror(CURLcode code)
 {
     Note("easy_strerror " + std::to_string(code));
     return "the double's text";
+}
+
+void curl_easy_reset(CURL* handle)
+{
+    Note("easy_reset");
+    Find(handle) = EasyDouble();
 }
 
 void curl_easy_cleanup(CURL* handle)
