@@ -31,6 +31,7 @@ packages_for() {
     soak) echo gnuplot-nox ;;
     abi) echo abigail-tools python3 ;;
     reference) echo doxygen graphviz libxml2-utils ;;
+    model) echo gcc libc6-dev spin ;;
     static-checks) echo git clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
     esac
 }
