@@ -25,6 +25,9 @@ target_compile_options(vortan_build_settings INTERFACE
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
     $<$<CXX_COMPILER_ID:Clang>:-Werror=thread-safety>
     $<$<BOOL:${VORTAN_WARNINGS_AS_ERRORS}>:-Werror>)
+# On 32 bits too, a file may be larger than 2 GiB and younger than 2038. Neither type is part of the
+# library's interface, and a C library that knows no wide times passes the second one over.
+target_compile_definitions(vortan_build_settings INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 # What is received comes from anywhere: a mistake in its treatment is to end the process rather than
 # be of use to the sender. Programs are placed at random addresses, function tables are read-only

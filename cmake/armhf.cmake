@@ -16,9 +16,8 @@ endif()
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
-# The emulator hands on the host's file sizes and inode numbers, which do not fit in 32 bits. And gcc
-# notes at every vector that its versions before 7.1 passed vectors differently.
-set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
+# gcc notes at every vector that its versions before 7.1 passed vectors differently.
+set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -54,6 +54,13 @@ class Targets(ClientTest):
             self.assertEqual(self.mode_of("out"), mode)
             self.assertEqual((after.st_uid, after.st_gid), (before.st_uid, before.st_gid))
 
+    def test_a_replaced_file_may_be_dated_beyond_32_bits_of_seconds(self):
+        self.write("out", b"before")
+        os.chmod(self.path("out"), 0o640)
+        os.utime(self.path("out"), (1 << 32, 1 << 32))
+        self.assert_succeeded(self.run_client(self.url, "-o", "out"))
+        self.assertEqual(self.mode_of("out"), 0o640)
+
     def test_a_link_stays_and_its_target_is_replaced(self):
         os.mkdir(self.path("folder"))
         os.symlink("folder/second", self.path("first"))
