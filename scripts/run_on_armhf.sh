@@ -11,7 +11,7 @@ if [[ ! -x $launcher ]]; then
     # Tests run side by side: what is under the launcher's name is always whole.
     draft=$(mktemp "$launcher.XXXXXX")
     printf '#!/bin/sh\nexec "%s" "%s" "%s" "$@"\n' "$(realpath "$0")" "$sysroot" "$program" >"$draft"
-    chmod +x "$draft"
+    chmod 755 "$draft"
     mv "$draft" "$launcher"
 fi
 exec qemu-arm-static -L "$sysroot" -0 "$launcher" "$program" "${@:3}"

@@ -14,7 +14,10 @@ import tempfile
 import threading
 import unittest
 
-PROGRAM = os.environ["VORTAN_TRANSFER"]
+# Runs the program where it was built for another machine.
+EMULATED = bool(os.environ.get("VORTAN_EMULATOR"))
+EMULATOR = os.environ["VORTAN_EMULATOR"].split("|") if EMULATED else []
+PROGRAM = [*EMULATOR, os.environ["VORTAN_TRANSFER"]]
 # A sanitizer's own memory and limits hide the program's.
 SANITIZED = bool(os.environ.get("VORTAN_SANITIZE"))
 
@@ -182,7 +185,7 @@ class Running:
     def __init__(self, arguments, **options):
         defaults = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
                     "stderr": subprocess.PIPE, "env": environment()}
-        self.process = subprocess.Popen([PROGRAM, *arguments], **{**defaults, **options})
+        self.process = subprocess.Popen([*PROGRAM, *arguments], **{**defaults, **options})
         self._read = b""
 
     def wait_for_line_with(self, text):
