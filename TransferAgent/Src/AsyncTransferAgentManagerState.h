@@ -87,22 +87,29 @@ struct AsyncTransferAgentManager::State
     SleeperTable& SleepersAtShutdown() VORTAN_NO_THREAD_ANALYSIS { return sleepers; }
     ThreadTable& ThreadsAtShutdown() VORTAN_NO_THREAD_ANALYSIS { return threads; }
 
-    // The wait that can be added to the clock's time without overflow of the clock, nor of the
-    // seconds that the system call takes, which have 32 bits on small systems. Never below 0.
+    // The wait as it can be added to the clock's time. Never below 0.
     static std::chrono::milliseconds ClampToClock(std::int64_t milliseconds)
     {
         using std::chrono::duration_cast;
         using std::chrono::seconds;
-        const seconds last =
-            std::min(duration_cast<seconds>(std::chrono::nanoseconds::max()),
-                     seconds(std::int64_t{std::numeric_limits<std::time_t>::max()}));
         // Where the system cannot wait by the steady clock, the library counts by the other one.
         const seconds now =
             std::max(duration_cast<seconds>(std::chrono::steady_clock::now().time_since_epoch()),
                      duration_cast<seconds>(std::chrono::system_clock::now().time_since_epoch()));
-        const std::chrono::milliseconds longest = last - now - seconds(1);
         return std::clamp(std::chrono::milliseconds(milliseconds), std::chrono::milliseconds(0),
-                          longest);
+                          LongestWait<std::time_t>(now));
+    }
+
+    // The wait that ends before the clock overflows, and before the seconds do that the system call
+    // takes: where the C library is old, theirs have 32 bits on 32-bit machines.
+    template <typename Seconds>
+    static std::chrono::milliseconds LongestWait(std::chrono::seconds now)
+    {
+        using std::chrono::seconds;
+        const seconds last =
+            std::min(std::chrono::duration_cast<seconds>(std::chrono::nanoseconds::max()),
+                     seconds(std::int64_t{std::numeric_limits<Seconds>::max()}));
+        return std::max(last - now - seconds(1), seconds(0));
     }
 
     // Holds the mutex for a scope.

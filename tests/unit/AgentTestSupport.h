@@ -24,6 +24,7 @@ class AsyncTransferAgentManagerPeer
 {
 public:
     using Manager = AsyncTransferAgentManager;
+    using ManagerState = Manager::State;
     using Lock = std::unique_lock<std::mutex>;
     using BytesPtr = std::unique_ptr<ITransferHandler::Bytes>;
     using Context = Manager::TransferCallbackContext;
