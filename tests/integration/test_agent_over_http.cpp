@@ -156,6 +156,28 @@ TEST_P(AgentModes, FourTransfersAtOnceKeepTheirBytesApart)
     ShutDown();
 }
 
+// To look at the ends of each chunk is enough to see that bytes were lost, doubled or moved.
+TEST_F(AgentOverHttp, AStreamOfFiveGiBArrivesWhole)
+{
+    constexpr std::uint64_t fiveGiB = std::uint64_t{5} << 30;
+    std::uint64_t received = 0;
+    bool inOrder = true;
+    auto request = client.MakeRequest(Request(Url("/bytes/" + std::to_string(fiveGiB))), true);
+    request->headerCallback = nullptr;
+    request->dataCallback = [&](const BytesPtr& chunk, void*) {
+        if (chunk) {
+            inOrder = inOrder && chunk->front() == IndexedByte(received);
+            received += chunk->size();
+            inOrder = inOrder && chunk->back() == IndexedByte(received - 1);
+        }
+    };
+    manager->RequestTransfer(std::move(request));
+    EXPECT_TRUE(client.over.Wait());
+    EXPECT_TRUE(client.response.success);
+    EXPECT_EQ(received, fiveGiB);
+    EXPECT_TRUE(inOrder);
+}
+
 TEST_F(AgentOverHttp, AStreamCancelledBetweenChunksStopsAtTheNextOne)
 {
     const std::string url = Url("/until-closed");

@@ -44,6 +44,10 @@ PATIENCE_SECONDS = 30
 ENDLESS = 1 << 40
 
 
+# After so many, the indexed bytes repeat themselves.
+PERIOD = 1 << 24
+
+
 def indexed_bytes(count):
     """The byte at each index is the exclusive or of the index's three lowest bytes."""
     blocks = [bytes(low ^ high for low in range(256)) for high in range(256)]
@@ -169,7 +173,12 @@ class Connection:
         self.write(body)
 
     def do_bytes(self, count):
-        self.send(indexed_bytes(int(count)))
+        left = int(count)
+        self.head(200, [('Content-Length', left)])
+        period = indexed_bytes(min(left, PERIOD))
+        while left > 0:
+            self.write(period[:left])
+            left -= len(period)
 
     def do_chunked(self, count):
         body = indexed_bytes(int(count))
