@@ -48,3 +48,14 @@ if(VORTAN_SANITIZE)
                         -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${VORTAN_SANITIZE})
 endif()
+
+option(VORTAN_BUILD_PACKAGES "Build what cpack makes packages of" OFF)
+if(VORTAN_BUILD_PACKAGES)
+    # The dynamic linker finds by itself what is in the system's folders.
+    set(CMAKE_SKIP_RPATH ON)
+    # One commit gives the same binaries in every folder: no path in them tells where they were built.
+    add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+    if(CMAKE_SYSROOT)
+        add_compile_options(-ffile-prefix-map=${CMAKE_SYSROOT}=)
+    endif()
+endif()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # armhf_sysroot.sh FOLDER: lays out Debian 12's libraries for 32-bit ARM in FOLDER, for the cross
-# compiler to link with and the emulator to run with. The packages and the package manager's
-# settings of this machine are not touched, and it does not matter which versions it has installed.
+# compiler to link with, for the emulator to run with, and for what packages depend on. The packages
+# and the package manager's settings of this machine are not touched, and it does not matter which
+# versions it has installed.
 set -euo pipefail
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -52,10 +53,25 @@ download() {
     unset APT_CONFIG
 }
 
+# What package managers ask: which packages are there (var/lib/dpkg/status), and which of them in
+# which version to depend on for a library (DEBIAN, where dpkg-shlibdeps looks for it).
+record() {
+    local package=$1 kind
+    {
+        dpkg-deb --field "$package"
+        printf 'Status: install ok installed\n\n'
+    } >>"$sysroot/var/lib/dpkg/status"
+    for kind in shlibs symbols; do
+        dpkg-deb --info "$package" $kind >>"$sysroot/DEBIAN/$kind" 2>/dev/null || true
+    done
+}
+
 unpack() {
     local package link
+    mkdir -p "$sysroot/var/lib/dpkg" "$sysroot/DEBIAN"
     for package in "$private"/archives/*.deb; do
         dpkg-deb --extract "$package" "$sysroot"
+        record "$package"
     done
     # A link to /lib means the one in the folder.
     find "$sysroot" -type l -lname '/*' -print0 | while IFS= read -r -d '' link; do
@@ -64,7 +80,8 @@ unpack() {
 }
 
 complete=$sysroot/.complete
-if [[ "${packages[*]}" != "$(cat "$complete" 2>/dev/null)" ]]; then
+wanted=$(cksum <"${BASH_SOURCE[0]}")
+if [[ "$wanted" != "$(cat "$complete" 2>/dev/null)" ]]; then
     say "Fetching the libraries for 32-bit ARM: ${packages[*]}"
     rm -rf "$sysroot" "$private"
     mkdir -p "$sysroot"
@@ -73,5 +90,5 @@ if [[ "${packages[*]}" != "$(cat "$complete" 2>/dev/null)" ]]; then
     download
     unpack
     rm -rf "$private"
-    echo "${packages[*]}" >"$complete"
+    echo "$wanted" >"$complete"
 fi
