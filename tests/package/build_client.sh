@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# build_client.sh cmake|pkg-config COMPILER STANDARD LIBRARIES SOURCES WORK: builds a client
-# of the package whose libraries are in the folder LIBRARIES, and has it transfer a file with nothing
-# in the environment to help.
+# build_client.sh cmake|pkg-config COMPILER STANDARD LIBRARIES SOURCES WORK [RUN...]: builds a client
+# of the package whose libraries are in the folder LIBRARIES, and has it transfer a file. RUN is what
+# runs it; otherwise there is nothing in the environment to help. CXXFLAGS and LDFLAGS are heeded.
 set -euo pipefail
 tool=$1 compiler=$2 standard=$3 libraries=$4 sources=$5 work=$6
+run=("${@:7}")
+((${#run[@]} > 0)) || run=(env -i)
 
 with_cmake() {
     cmake -S "$sources" -B "$work" -G Ninja \
@@ -16,7 +18,9 @@ with_cmake() {
 with_pkg_config() {
     export PKG_CONFIG_PATH="$libraries/pkgconfig"
     local flags
-    read -ra flags < <(pkg-config --cflags --libs vortantransferagent)
+    read -ra flags < <(
+        echo "${CXXFLAGS:-} $(pkg-config --cflags --libs vortantransferagent) ${LDFLAGS:-}"
+    )
     mkdir -p "$work"
     "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "$sources"/*.cpp \
         -o "$work/client" "${flags[@]}" \
@@ -31,4 +35,4 @@ esac
 
 # No multiple of any block.
 head -c 1234567 /dev/urandom >"$work/source"
-env -i "$work/client" "$work/source"
+"${run[@]}" "$work/client" "$work/source"

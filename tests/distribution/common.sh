@@ -1,0 +1,71 @@
+# shellcheck shell=bash
+# Shared by the tests of the packages. Each gets the folder with the packages and the machine that
+# they are for: this one (native) or 32-bit ARM (armhf), which is emulated.
+
+# shellcheck source=scripts/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/common.sh"
+tests=$project/tests
+sysroot=$project/build/armhf-sysroot
+
+machine=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+root=$work/root
+mkdir "$root"
+# Users other than root may lack the folder where a package manager looks for ldconfig.
+export PATH=$PATH:/usr/sbin:/sbin
+
+step() {
+    say "   $*"
+}
+
+wrong() {
+    fail "   WRONG: $*"
+}
+
+# run_with LIBRARIES: sets `run` to what runs a program that finds them in that folder.
+run_with() {
+    run=(env -i "LD_LIBRARY_PATH=$1")
+    if [[ $machine == armhf ]]; then
+        run+=("PATH=$PATH" "$project/scripts/run_on_armhf.sh" "$sysroot")
+    fi
+}
+
+# check_program LIBRARIES: the installed program runs.
+check_program() {
+    local run
+    run_with "$1"
+    "$tests/package/run_program.sh" "$root/usr/bin/vortan-transfer" "$work/program" "${run[@]}"
+    rm -f "$root/usr/bin/vortan-transfer.emulated"
+}
+
+# check_client LIBRARIES: a client is built with the installed files only, and runs.
+check_client() {
+    local run tool compiler=g++
+    run_with "$1"
+    if [[ $machine == armhf ]]; then
+        compiler=arm-linux-gnueabihf-g++
+        export CMAKE_TOOLCHAIN_FILE=$project/cmake/armhf.cmake CXXFLAGS=--sysroot=$sysroot
+        # A cross linker does not look beside the library for what the library needs.
+        export LDFLAGS=-Wl,-rpath-link,$1
+    fi
+    for tool in cmake pkg-config; do
+        "$tests/package/build_client.sh" "$tool" "$compiler" 17 "$1" "$tests/package/client" \
+            "$work/client-$tool" "${run[@]}" >"$work/log" 2>&1 || wrong "with $tool: $(<"$work/log")"
+        step "A client that finds the library through $tool transfers a file"
+    done
+}
+
+# Names what is in the root beside the package manager's own records.
+installed_files() {
+    (cd "$root" && find . -mindepth 1 -path ./var -prune -o -print | LC_ALL=C sort)
+}
+
+# check_nothing_is_left BEFORE: the root is as it was when installed_files said BEFORE.
+check_nothing_is_left() {
+    local after
+    after=$(installed_files)
+    diff --label before --label after <(echo "$1") <(echo "$after") >&2 ||
+        wrong "the packages leave something behind, or take it with them"
+    step "Removed, the packages leave nothing behind"
+}
