@@ -152,7 +152,8 @@ TEST(FileName, IsNeverEmptyAndNeverLeavesTheFolder)
          {"http://localhost", "http://localhost/", "http://localhost/a/", "http://localhost?a/b",
           "http://localhost/.", "http://localhost/..", "http://localhost/%2e%2E",
           "http://localhost/..%2Fa", "http://localhost/%2Fa", "http://localhost/a%00b",
-          "http://localhost/a%0Ab", "http://localhost/%1b", "/", "/a/", "..", "a/.."}) {
+          "http://localhost/a%0Ab", "http://localhost/%1b", "http://localhost/%C2%9b", "/", "/a/",
+          "..", "a/.."}) {
         EXPECT_THROW(NameFor(text), UsageError) << text;
     }
 }

@@ -1,6 +1,5 @@
 #include "Source.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "Text.h"
@@ -82,7 +81,7 @@ std::string LastSegmentOfUrl(std::string_view url)
 bool IsFileName(const std::string& name)
 {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-           std::none_of(name.begin(), name.end(), IsControl);
+           name == Printable(name);
 }
 
 }  // namespace
