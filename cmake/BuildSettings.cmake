@@ -13,6 +13,7 @@ endif()
 
 option(VORTAN_WARNINGS_AS_ERRORS "Stop at the first warning" OFF)
 set(VORTAN_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize=")
+option(VORTAN_FUZZ "Let libFuzzer drive the programs in tests/fuzz; needs clang and VORTAN_SANITIZE" OFF)
 
 find_package(Boost REQUIRED)
 find_package(CURL REQUIRED)
@@ -58,4 +59,13 @@ if(VORTAN_BUILD_PACKAGES)
     if(CMAKE_SYSROOT)
         add_compile_options(-ffile-prefix-map=${CMAKE_SYSROOT}=)
     endif()
+endif()
+
+if(VORTAN_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR NOT VORTAN_SANITIZE)
+        message(FATAL_ERROR "VORTAN_FUZZ needs clang, and VORTAN_SANITIZE to notice mistakes.")
+    endif()
+    # It follows which branches an input takes.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
 endif()
