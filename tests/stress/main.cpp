@@ -1,6 +1,7 @@
 // Makes random requests of random managers, cancels them from anywhere, and counts how each ended.
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
@@ -16,6 +17,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int Skipped = 77;
 
+template <std::size_t... each>
+constexpr std::array<std::size_t, sizeof...(each)> Lengths = {each...};
+
 struct Options
 {
     std::uint64_t seed = std::random_device()();
@@ -28,7 +32,7 @@ struct Options
 std::vector<Source> MemorySources()
 {
     std::vector<Source> sources;
-    for (const std::size_t length : {0, 1, 999, 5000}) {
+    for (const std::size_t length : Lengths<0, 1, 999, 5000>) {
         sources.push_back({Source::Kind::Memory, "memory", length});
     }
     return sources;
@@ -36,7 +40,7 @@ std::vector<Source> MemorySources()
 
 void AddRealSources(const TestServer& server, std::vector<Source>& sources)
 {
-    for (const std::size_t length : {0, 1, 999, 20000, 300000}) {
+    for (const std::size_t length : Lengths<0, 1, 999, 20000, 300000>) {
         const std::string name = std::to_string(length);
         server.Folder().Write("files/" + name, std::vector<std::uint8_t>(length, ByteOf(length)));
         sources.push_back({Source::Kind::File, server.Folder().Path("files/" + name), length});
