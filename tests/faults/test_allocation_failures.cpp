@@ -128,6 +128,7 @@ int CountThreads()
 {
     DIR* const threads = opendir("/proc/self/task");
     int count = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this folder
     while (const dirent* const entry = readdir(threads)) {
         count += entry->d_name[0] != '.';
     }

@@ -32,6 +32,7 @@ struct Options
 std::vector<Source> MemorySources()
 {
     std::vector<Source> sources;
+    sources.reserve(Lengths<0, 1, 999, 5000>.size());
     for (const std::size_t length : Lengths<0, 1, 999, 5000>) {
         sources.push_back({Source::Kind::Memory, "memory", length});
     }
@@ -60,6 +61,7 @@ void Run(const Options& options, const std::vector<Source>& sources, Journal& jo
 }  // namespace
 
 // The lines are composed, and dropped.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the device's.
 extern "C" __attribute__((visibility("default"))) int __dlog_print(int, int, const char*,
                                                                    const char*, ...)
 {

@@ -702,9 +702,10 @@ TEST_F(QXCurlEasyHandlerMakerTest, WithoutAnSslContextTheRequestFailsWithBuffers
 {
     wrapper.uri = "https://maker/";
     wrapper.acceptSslContext = false;
-    expected.maker = {"makeQueryString(, k, v)", "makeUri(res, [k=v])",
-                      "I DoTransfer: Connecting to a Halvord server, with a URL: https://maker/ "
-                      "resource: res queryStr: [k=v]",
+    const std::string connecting =
+        "I DoTransfer: Connecting to a Halvord server, with a URL: https://maker/ "
+        "resource: res queryStr: [k=v]";
+    expected.maker = {"makeQueryString(, k, v)", "makeUri(res, [k=v])", connecting,
                       "setVistrelClient(dorix-cloud)", "setVistrelHeader(1)"};
     expected.security = {"checkIsHttps(https://maker/)",
                          "I DoTransfer: Doing a HTTPS request, configuring SSL stack",
