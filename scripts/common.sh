@@ -33,6 +33,7 @@ packages_for() {
     reference) echo doxygen graphviz libxml2-utils ;;
     model) echo gcc libc6-dev spin ;;
     packages) echo git dpkg-dev rpm lintian man-db mandoc ;;
+    footprint) echo binutils ca-certificates valgrind ;;
     static-checks) echo git clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
     esac
 }
