@@ -126,6 +126,19 @@ use_ccache_if_present() {
     fi
 }
 
+# quietly COMMAND...: what it says is shown to a person who watches, and when it fails.
+quietly() {
+    if [[ -t 2 ]]; then
+        "$@" >&2
+        return
+    fi
+    local said
+    said=$("$@" 2>&1) || {
+        say "$said"
+        return 1
+    }
+}
+
 # configure PRESET OPTIONS...: unless that was done before, with the same presets and options.
 configure() {
     local preset=$1 stamp=$project/build/$1/.configured wanted
@@ -134,7 +147,7 @@ configure() {
     [[ ! -e $stamp || $(<"$stamp") != "$wanted" ]] || return 0
     use_ccache_if_present
     say "Configuring ($preset)"
-    (cd "$project" && cmake --preset "$preset" "$@") >&2
+    (cd "$project" && quietly cmake --preset "$preset" "$@")
     echo "$wanted" >"$stamp"
 }
 
@@ -146,6 +159,8 @@ build() {
         return
     fi
     say "Building"
+    # Where nobody watches, all that failed is of more use than where the build is.
+    [[ -t 2 ]] || set -- --quiet -k 0 "$@"
     ninja -C "$folder" "$@" >&2
 }
 

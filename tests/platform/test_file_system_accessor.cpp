@@ -77,8 +77,11 @@ void ExpectNoFile(const std::string& path)
 
 }  // namespace
 
-// Takes the place of the C library's for the whole program.
-extern "C" ssize_t read(int descriptor, void* to, std::size_t size)
+// Takes the place of the C library's read() for the whole program. It has that name for the linker
+// only: with _FORTIFY_SOURCE the headers define a read() themselves.
+extern "C" ssize_t ReadForTheProgram(int descriptor, void* to, std::size_t size) __asm__("read");
+
+extern "C" ssize_t ReadForTheProgram(int descriptor, void* to, std::size_t size)
 {
     return readInPlaceOfTheSystem ? readInPlaceOfTheSystem(to, size)
                                   : syscall(SYS_read, descriptor, to, size);
