@@ -1,6 +1,7 @@
 // Whole transfers through the agent and the libcurl handler.
 
 #include <gmock/gmock.h>
+#include <pthread.h>
 
 #include <array>
 #include <atomic>
@@ -153,6 +154,44 @@ TEST_P(AgentModes, FourTransfersAtOnceKeepTheirBytesApart)
         EXPECT_TRUE(clients[i].response.success);
         EXPECT_TRUE(clients[i].response.body == bodies[i]);
     }
+    ShutDown();
+}
+
+// While it lives, threads are started with stacks of this size.
+class StacksOf
+{
+public:
+    explicit StacksOf(std::size_t size) : m_Former(Exchange(size)) {}
+    ~StacksOf() { Exchange(m_Former); }
+    StacksOf(const StacksOf&) = delete;
+    StacksOf& operator=(const StacksOf&) = delete;
+
+private:
+    static std::size_t Exchange(std::size_t size)
+    {
+        std::size_t former = 0;
+        pthread_attr_t attributes;
+        pthread_getattr_default_np(&attributes);
+        pthread_attr_getstacksize(&attributes, &former);
+        EXPECT_EQ(pthread_attr_setstacksize(&attributes, size), 0);
+        EXPECT_EQ(pthread_setattr_default_np(&attributes), 0);
+        pthread_attr_destroy(&attributes);
+        return former;
+    }
+
+    std::size_t m_Former;
+};
+
+// The least that is recommended to devices with small stacks.
+TEST_P(AgentModes, AStackOf32KiBIsEnough)
+{
+    if (VORTAN_SANITIZED) {
+        GTEST_SKIP() << "a sanitizer needs more stack";
+    }
+    const StacksOf small(std::size_t{32} * 1024);
+    Configuration configuration = Request(Url("/bytes/" + std::to_string(LongLength)));
+    configuration.randomDelay.emplace();
+    EXPECT_TRUE(Transfer(configuration).success);
     ShutDown();
 }
 
