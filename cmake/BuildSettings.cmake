@@ -55,8 +55,11 @@ option(VORTAN_BUILD_PACKAGES "Build what cpack makes packages of" OFF)
 if(VORTAN_BUILD_PACKAGES)
     # The dynamic linker finds by itself what is in the system's folders.
     set(CMAKE_SKIP_RPATH ON)
-    # One commit gives the same binaries in every folder: no path in them tells where they were built.
-    add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+    # One commit gives the same binaries in every folder: no path in them tells where they were built,
+    # as a compiler cache might have it, and no build ID depends on debug information, which is not
+    # packed.
+    set(CMAKE_CXX_COMPILER_LAUNCHER "")
+    add_compile_options(-g0 -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
     if(CMAKE_SYSROOT)
         add_compile_options(-ffile-prefix-map=${CMAKE_SYSROOT}=)
     endif()

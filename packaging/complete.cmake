@@ -126,6 +126,10 @@ else()
     set(CPACK_RPM_CHANGELOG_FILE ${work}/changelog)
 endif()
 
-# Nothing depends on the umask.
+# Nothing depends on the umask, nor on when the sources were fetched.
 execute_process(
     COMMAND chmod --recursive u=rwX,go=rX ${CPACK_TEMPORARY_DIRECTORY} COMMAND_ERROR_IS_FATAL ANY)
+execute_process(
+    COMMAND find ${CPACK_TEMPORARY_DIRECTORY}
+        -exec touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} {} +
+    COMMAND_ERROR_IS_FATAL ANY)
