@@ -185,9 +185,9 @@ private:
 // The least that is recommended to devices with small stacks.
 TEST_P(AgentModes, AStackOf32KiBIsEnough)
 {
-    if (VORTAN_SANITIZED) {
-        GTEST_SKIP() << "a sanitizer needs more stack";
-    }
+#ifdef VORTAN_SANITIZED
+    GTEST_SKIP() << "a sanitizer needs more stack";
+#endif
     const StacksOf small(std::size_t{32} * 1024);
     Configuration configuration = Request(Url("/bytes/" + std::to_string(LongLength)));
     configuration.randomDelay.emplace();
