@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <mutex>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -107,11 +108,15 @@ HeaderList MakeHeaders(const Settings& settings)
     return list;
 }
 
-// Once for the process; never cleaned up, as transfers may run until its very end.
+// Once for the process, or once more for each time that it fails; never cleaned up, as transfers
+// may run until the very end of the process.
 bool InitialiseCurl()
 {
-    static const CURLcode code = curl_global_init(CURL_GLOBAL_DEFAULT);
-    return code == CURLE_OK;
+    static std::mutex mutex;
+    static bool initialised = false;
+    const std::lock_guard<std::mutex> lock(mutex);
+    initialised = initialised || curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    return initialised;
 }
 
 }  // namespace
