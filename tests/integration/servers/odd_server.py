@@ -2,6 +2,7 @@
 
     /bytes/N            N bytes that depend on their index
     /chunked/N          the same in chunks
+    /cut-chunks/N       the same without the chunk that ends it, then the connection is closed
     /drip/N             the same, one byte for each write
     /gzip/N             the same, compressed
     /gzip-bomb/N        N MiB of zero bytes, compressed a thousandfold, of which nothing is stored
@@ -10,12 +11,13 @@
     /reset/N            the first N bytes of an endless body, then the connection is reset
     /until-closed       an endless body, until the peer closes the connection
     /stall/KEY          one byte of two, then silence until /release/KEY is asked for
-    /await-stall/KEY    answers when /stall/KEY has been asked for
+    /await-stall/KEY    answers when /stall/KEY or /redirect-until/KEY has been asked for
     /release/KEY        ends the silence of /stall/KEY, which closes its connection
     /garbage            no HTTP at all
     /status/CODE        that status with the body "status CODE"
     /redirect/CODE/N    N redirects with that status, then /echo
     /redirect-forever   a redirect to itself
+    /redirect-until/KEY a redirect to itself, to /echo when /release/KEY was asked for
     /big-header/N       a header line with a value of N bytes
     /headers/N          N header lines of 1000 bytes
     /echo               the head of the request, as it came, is the body
@@ -181,13 +183,20 @@ class Connection:
             left -= len(period)
 
     def do_chunked(self, count):
+        self.send_chunks(count)
+        self.write(b'0\r\n\r\n')
+
+    def do_cut_chunks(self, count):
+        self.send_chunks(count)
+        raise Closed
+
+    def send_chunks(self, count):
         body = indexed_bytes(int(count))
         self.head(200, [('Transfer-Encoding', 'chunked')])
         size = 1000
         for start in range(0, len(body), size):
             piece = body[start:start + size]
             self.write(b'%x\r\n%s\r\n' % (len(piece), piece))
-        self.write(b'0\r\n\r\n')
 
     def do_drip(self, count):
         self.peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
@@ -263,6 +272,11 @@ class Connection:
 
     def do_redirect_forever(self):
         self.send(b'moved', status=302, headers=[('Location', '/redirect-forever')])
+
+    def do_redirect_until(self, key):
+        self.gates['asked ' + key].set()
+        to = '/echo' if self.gates['released ' + key].is_set() else '/redirect-until/' + key
+        self.send(b'moved', status=302, headers=[('Location', to)])
 
     def do_big_header(self, count):
         self.send(b'', headers=[('X-Big', 'x' * int(count))])
