@@ -17,13 +17,12 @@ namespace FAILING_ALLOCATOR {
 void Arm(long number)
 {
     s_Countdown = number;
-    s_Armed = true;
+    s_Armed = number != 0;
 }
 
-bool Disarm()
+const char* Disarm()
 {
-    s_Armed = false;
-    return s_Countdown <= 0;
+    return s_Armed.exchange(false) && s_Countdown <= 0 ? "operator new" : nullptr;
 }
 
 long Live()

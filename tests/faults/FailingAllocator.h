@@ -6,11 +6,11 @@
 // fail, on whichever thread it happens.
 namespace FAILING_ALLOCATOR {
 
-// The number-th allocation from now on fails, counted from 1.
+// The number-th allocation from now on fails, counted from 1; none if it is 0.
 void Arm(long number);
 
-// None fails any more. Returns whether one did.
-bool Disarm();
+// None fails any more. Returns what did, or null.
+const char* Disarm();
 
 // How many allocations there are that nobody has freed.
 long Live();
