@@ -35,6 +35,8 @@ set(CPACK_VORTAN_BUILD_DIR ${PROJECT_BINARY_DIR})
 set(CPACK_VORTAN_STRIP ${CMAKE_STRIP})
 set(CPACK_VORTAN_SYSROOT ${CMAKE_SYSROOT})
 set(CPACK_VORTAN_LIBDIR_DEB lib/${CMAKE_LIBRARY_ARCHITECTURE})
+set(CPACK_VORTAN_ZSH_COMPLETION_DIR_DEB share/zsh/vendor-completions)
+set(CPACK_VORTAN_ZSH_COMPLETION_DIR_RPM share/zsh/site-functions)
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
     set(CPACK_VORTAN_LIBDIR_RPM lib64)
 else()
@@ -131,6 +133,8 @@ endforeach()
 # Folders that belong to no package of ours.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
     /usr/share/man /usr/share/man/man1
+    /usr/share/bash-completion /usr/share/bash-completion/completions
+    /usr/share/zsh /usr/share/zsh/site-functions
     /usr/${CPACK_VORTAN_LIBDIR_RPM}/cmake /usr/${CPACK_VORTAN_LIBDIR_RPM}/pkgconfig)
 
 # Nothing of the building machine is in the packages, and it is not that machine's strip that rpm

@@ -62,7 +62,7 @@ install_packages() {
 }
 
 # These folders belong to the distribution, and stay.
-mkdir -p "$root/var/lib/rpm" "$root"/usr/{bin,include,share/{doc,man/man1}} \
+mkdir -p "$root/var/lib/rpm" "$root"/usr/{bin,include,share/{doc,man/man1,bash-completion/completions,zsh/site-functions}} \
     "$libraries"/{cmake,pkgconfig}
 before=$(installed_files)
 

@@ -32,7 +32,15 @@ lib='lib(/[^/]+-linux-[^/]+)?'
 only runtime "$lib/libvortantransferagent\.so\.0(\.[0-9]+)*"
 only development "$lib/(libvortantransferagent\.so|cmake/.*|pkgconfig/.*)|include/vortantransferagent/[^/]+"
 only standins "$lib/lib(dlog|QXCurl)\.so\.0(\.[0-9]+)*"
-only tools 'bin/vortan-transfer|share/.*'
+install_component tools
+
+echo "The program, if it is built, comes with its man page and with what the shells complete:"
+[[ -z $(files_in "$work/tools") ]] || diff <(files_in "$work/tools") - <<END
+./bin/vortan-transfer
+./share/bash-completion/completions/vortan-transfer
+./share/man/man1/vortan-transfer.1
+./share/zsh/site-functions/_vortan-transfer
+END
 
 echo "The public headers are installed, and no others:"
 diff <(headers) <(files_in "$work"/development/include/vortantransferagent)

@@ -1,0 +1,47 @@
+# shellcheck shell=bash
+# What bash completes on the command line of vortan-transfer.
+
+# _vortan_transfer_offer WORDS CURRENT: those of the words that begin like the current one.
+_vortan_transfer_offer() {
+    mapfile -t COMPREPLY < <(compgen -W "$1" -- "$2")
+}
+
+# The bytes of a file are named by an @ before it.
+_vortan_transfer_data() {
+    compopt +o default
+    if [[ $1 == @* ]]; then
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -P @ -f -- "${1#@}")
+    fi
+}
+
+# Called with the program's name and the word to be completed.
+_vortan_transfer() {
+    # bash takes the = and @ in --handler=curl and @FILE for words of their own.
+    local current=$2 before=$((COMP_CWORD - 1))
+    while [[ ${COMP_WORDS[before]} == +([=@]) ]]; do
+        before=$((before - 1))
+    done
+
+    case ${COMP_WORDS[before]} in
+    -X | --method) _vortan_transfer_offer 'GET HEAD POST PUT' "$current" ;;
+    --handler) _vortan_transfer_offer 'curl file vendor' "$current" ;;
+    --http-version) _vortan_transfer_offer '1.0 1.1 2' "$current" ;;
+    -d | --data) _vortan_transfer_data "$current" ;;
+    -o | --output) ;;
+    -H | --header | --random-delay | --fixed-delay | --resource | --query | --timeout | --option??)
+        compopt +o default
+        ;;
+    *)
+        [[ $current != -* ]] || _vortan_transfer_offer '
+            -h --help -X --method -H --header -d --data -o --output -O --remote-name -i --include
+            --segmented --plain --random-delay --fixed-delay --no-fail --handler -q --quiet
+            -v --verbose --version --resource --query --http-version --self-signed --timeout
+            --verbose-wrapper --option20 --option21 --option27 --option30 --option31 --option32
+            ' "$current"
+        ;;
+    esac
+}
+
+# Names of files are what bash completes by itself, where nothing is offered.
+complete -o default -F _vortan_transfer vortan-transfer
