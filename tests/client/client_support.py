@@ -1,9 +1,11 @@
 """What the tests of the command-line client share: the program, and a server to talk to."""
 
+import fcntl
 import hashlib
 import http.server
 import os
 import queue
+import re
 import shutil
 import signal
 import socket
@@ -11,6 +13,7 @@ import stat
 import struct
 import subprocess
 import tempfile
+import termios
 import threading
 import unittest
 
@@ -39,9 +42,9 @@ BODY = make_bytes(1234567)
 def environment(**changes):
     """The environment without what would change the program's behaviour."""
     dropped = ("VORTAN_DLOG", "VORTAN_DLOG_LEVEL", "http_proxy", "https_proxy", "all_proxy",
-               "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY")
+               "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_COLOR")
     kept = {name: value for name, value in os.environ.items() if name not in dropped}
-    return {**kept, **changes}
+    return {**kept, "TERM": "dumb", **changes}
 
 
 class Request:
@@ -202,6 +205,33 @@ class Running:
     def finish(self, data=None):
         output, errors = self.process.communicate(data, timeout=TIMEOUT)
         return Result(self.process, output, self._read + (errors or b""))
+
+
+class Terminal:
+    """A terminal whose screen the test reads."""
+
+    def __init__(self, columns=80):
+        self._master, self.slave = os.openpty()
+        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        self._written = b""
+
+    def wait_for(self, pattern):
+        while not re.search(pattern, self._written):
+            self._written += os.read(self._master, 65536)
+
+    def close_and_read(self):
+        """After the program has ended: everything that it wrote."""
+        os.close(self.slave)
+        try:
+            while True:
+                piece = os.read(self._master, 65536)
+                if not piece:
+                    break
+                self._written += piece
+        except OSError:
+            pass  # Linux says so when the last writer has gone
+        os.close(self._master)
+        return self._written.decode()
 
 
 class ClientTest(unittest.TestCase):

@@ -24,7 +24,7 @@ class Shell:
         self._master, slave = os.openpty()
         self.process = subprocess.Popen(command, cwd=folder, stdin=slave, stdout=slave,
                                         stderr=slave, start_new_session=True,
-                                        env=environment(TERM="dumb", **environment_changes))
+                                        env=environment(**environment_changes))
         os.close(slave)
 
     def completed(self, line):

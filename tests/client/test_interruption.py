@@ -72,7 +72,7 @@ class Interruption(ClientTest):
             path = "/%d" % index
             self.server.answers[path] = self.gate
             urls.append(self.server.url(path))
-        client = self.start("-O", *urls)
+        client = self.start("-q", "-O", *urls)
         for _ in range(4):
             self.gate.wait_until_reached()
         client.interrupt()

@@ -130,7 +130,7 @@ class Targets(ClientTest):
         self.serve("/folder/b%20c", b"b c")
         self.write("d", b"d")
         os.mkdir(self.path("inside"))
-        result = self.run_client("-O", self.url + "?q=/x", self.server.url("/folder/b%20c"),
+        result = self.run_client("-q", "-O", self.url + "?q=/x", self.server.url("/folder/b%20c"),
                                  self.path("d"), cwd=self.path("inside"))
         self.assert_succeeded(result)
         self.assertEqual(self.read("inside/a"), BODY)

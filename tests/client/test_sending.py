@@ -41,7 +41,7 @@ class Sending(ClientTest):
 
     def test_each_source_gets_the_data(self):
         other = self.serve("/b", b"thanks")
-        self.assert_succeeded(self.run_client("-O", "-d", "data", self.url, other))
+        self.assert_succeeded(self.run_client("-q", "-O", "-d", "data", self.url, other))
         self.assert_received("POST", b"data")
         self.assert_received("POST", b"data")
 

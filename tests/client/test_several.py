@@ -35,7 +35,7 @@ class Several(ClientTest):
             path = "/source%d" % index
             self.server.answers[path] = answer
             urls.append(self.server.url(path))
-        self.assert_succeeded(self.run_client("-O", *urls))
+        self.assert_succeeded(self.run_client("-q", "-O", *urls))
         self.assertEqual(most, MAX_PARALLEL)
         self.assertEqual(self.server.requests.qsize(), count)
         self.assert_files(*("source%d" % index for index in range(count)))
@@ -48,7 +48,7 @@ class Several(ClientTest):
         for index in range(500):
             names.append("source%d" % index)
             self.write(names[-1], names[-1].encode())
-        result = self.run_client("-O", *(self.path(name) for name in names),
+        result = self.run_client("-q", "-O", *(self.path(name) for name in names),
                                  cwd=self.path("inside"))
         self.assert_succeeded(result)
         for name in names:
@@ -59,7 +59,7 @@ class Several(ClientTest):
         missing = self.server.url("/missing")
         os.mkdir(self.path("inside"))
         self.write("inside/missing", b"before")
-        result = self.run_client("-O", self.path("nowhere"), missing, self.server.url("/a"),
+        result = self.run_client("-q", "-O", self.path("nowhere"), missing, self.server.url("/a"),
                                  cwd=self.path("inside"))
         self.assertEqual(result.status, TRANSFER_FAILED)
         self.assertEqual(sorted(result.errors.splitlines()),
@@ -76,7 +76,7 @@ class Several(ClientTest):
         os.mkdir(self.path("folder"))
         missing, folder = self.server.url("/missing"), self.server.url("/folder")
         for urls in ((missing, folder), (folder, missing)):
-            result = self.run_client("-O", *urls, self.server.url("/a"))
+            result = self.run_client("-q", "-O", *urls, self.server.url("/a"))
             self.assertEqual(result.status, CANNOT_WRITE)
             self.assertEqual(sorted(result.errors.splitlines()),
                              sorted(["vortan-transfer: %s: HTTP status 404" % missing,
@@ -91,7 +91,7 @@ class Several(ClientTest):
             os.mkdir(self.path("folder%d" % index))
             urls.append(self.serve("/folder%d" % index))
         urls.append(self.serve("/a"))
-        result = self.run_client("-O", *urls)
+        result = self.run_client("-q", "-O", *urls)
         self.assertEqual(result.status, CANNOT_WRITE)
         self.assertEqual(len(result.errors.splitlines()), 10)
         self.assertEqual(self.read("a"), BODY)
@@ -99,7 +99,7 @@ class Several(ClientTest):
     def test_delayed_sources_are_transferred(self):
         for delay in (("--fixed-delay", "1"), ("--random-delay", "0:0")):
             urls = [self.serve("/source%d" % index) for index in range(6)]
-            self.assert_succeeded(self.run_client("-O", *delay, *urls))
+            self.assert_succeeded(self.run_client("-q", "-O", *delay, *urls))
             for index in range(6):
                 self.assertEqual(self.read("source%d" % index), BODY)
                 os.remove(self.path("source%d" % index))

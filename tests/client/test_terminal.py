@@ -1,40 +1,10 @@
 """What a person sees."""
 
-import fcntl
 import gzip
 import os
 import re
-import struct
-import termios
 
 from client_support import *
-
-
-class Terminal:
-    """A terminal whose screen the test reads."""
-
-    def __init__(self, columns=80):
-        self._master, self.slave = os.openpty()
-        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
-        self._written = b""
-
-    def wait_for(self, pattern):
-        while not re.search(pattern, self._written):
-            self._written += os.read(self._master, 65536)
-
-    def close_and_read(self):
-        """After the program has ended: everything that it wrote."""
-        os.close(self.slave)
-        try:
-            while True:
-                piece = os.read(self._master, 65536)
-                if not piece:
-                    break
-                self._written += piece
-        except OSError:
-            pass  # Linux says so when the last writer has gone
-        os.close(self._master)
-        return self._written.decode()
 
 
 class Progress(ClientTest):

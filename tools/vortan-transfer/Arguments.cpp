@@ -40,6 +40,10 @@ constexpr const char* Explanation =
     "the\n"
     "connection: a second Ctrl-C removes the partial files and does not wait.\n"
     "\n"
+    "After several sources, a table on standard error tells what became of each. Colours are only "
+    "for\n"
+    "a terminal; with NO_COLOR set there are none.\n"
+    "\n"
     "The library's log goes where VORTAN_DLOG says (journal, file:PATH, none); without it, to\n"
     "standard error with -v and nowhere otherwise. VORTAN_DLOG_LEVEL filters it.\n"
     "\n"
@@ -110,7 +114,7 @@ public:
         m_Flag("--no-fail", "Take an HTTP status of 400 or above for a success and write the body");
     CLI::Option* const handler =
         m_Value("--handler", "NAME", "Use this handler for all sources: " + HandlerNames());
-    CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress");
+    CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress and no summary");
     CLI::Option* const verbose = m_Flag("-v,--verbose", "Show the library's log, and no progress");
     const VendorOptions vendor{m_App};
 };

@@ -35,7 +35,15 @@ std::size_t RoomInLine()
 void Console::Line(const std::string& text)
 {
     ClearProgress();
-    WriteToStandardError("vortan-transfer: " + text + "\n");
+    WriteToStandardError(m_Palette.Bad("vortan-transfer:") + " " + text + "\n");
+}
+
+void Console::Table(const std::vector<std::string>& lines)
+{
+    ClearProgress();
+    for (const std::string& line : lines) {
+        WriteToStandardError(line + "\n");
+    }
 }
 
 void Console::ShowProgress(const std::string& text)

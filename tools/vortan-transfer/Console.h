@@ -1,6 +1,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "Palette.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -13,11 +16,17 @@ public:
     // Writes one line. The progress, if it is shown, makes room for it.
     void Line(const std::string& text);
 
+    // Writes lines that do not begin with the program's name.
+    void Table(const std::vector<std::string>& lines);
+
+    const Palette& Colours() const { return m_Palette; }
+
     // Shows this in the terminal's last line, instead of what was shown before.
     void ShowProgress(const std::string& text);
     void ClearProgress();
 
 private:
+    const Palette m_Palette = Palette::ForStandardError();
     std::size_t m_Shown = 0;
 };
 

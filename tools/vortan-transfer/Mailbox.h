@@ -5,19 +5,11 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
 
-#include "ExitStatus.h"
+#include "Outcome.h"
 
 namespace VORTAN_TRANSFER {
-
-// What became of one source.
-struct Outcome
-{
-    ExitStatus status = AllSucceeded;
-    std::string cause;  // if it failed
-};
 
 // Something that the transfer queue has to hear of.
 struct Event

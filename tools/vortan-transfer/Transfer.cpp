@@ -10,6 +10,16 @@ namespace VORTAN_TRANSFER {
 
 using Manager = VORTAN_MW::ITransferAgentManager;
 
+namespace {
+
+// Handlers tell 0 where the server never answered.
+std::optional<long> StatusIn(const VORTAN_MW::ITransferHandler::Result& result)
+{
+    return result.httpCode && *result.httpCode > 0 ? std::optional(*result.httpCode) : std::nullopt;
+}
+
+}  // namespace
+
 Transfer::Transfer(std::size_t job, const Source& source, Output output, Delivery delivery,
                    Manager& manager, std::shared_ptr<Mailbox> mailbox)
     : m_Job(job),
@@ -40,6 +50,7 @@ bool Transfer::Start(const std::shared_ptr<Transfer>& transfer,
     };
     configuration->completeCallback = [transfer](VORTAN_MW::ITransferHandler::Result result,
                                                  void*) { transfer->m_OnComplete(result); };
+    transfer->m_Started = std::chrono::steady_clock::now();
     const std::uint64_t handle = transfer->m_Manager.RequestTransfer(std::move(configuration));
     transfer->m_HandlePromise.set_value(handle);
     return handle != Manager::InvalidHandle;
@@ -54,6 +65,13 @@ Transfer::Progress Transfer::CurrentProgress() const
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     return m_Progress;
+}
+
+Outcome Transfer::OutcomeNow(ExitStatus status, const std::string& cause) const
+{
+    const auto time = std::chrono::steady_clock::now() - m_Started;
+    return {status, cause, std::nullopt, CurrentProgress().received,
+            std::chrono::duration_cast<std::chrono::microseconds>(time)};
 }
 
 // Null stands for a chunk of the other kind.
@@ -89,17 +107,18 @@ void Transfer::m_OnBody(const Bytes* bytes)
 void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
 {
     Mailbox::PostAtThreadEnd(m_Mailbox);
+    const std::optional<long> status = StatusIn(result);
     // Not every handler fails by itself on an HTTP status that tells of an error.
-    const bool isError = m_FailOnError && result.httpCode && IsErrorStatus(*result.httpCode);
+    const bool isError = m_FailOnError && status && IsErrorStatus(*status);
     if (!result.success || isError) {
-        m_End(TransferFailed, FailureCause(m_Source, result, LastLibraryError()));
+        m_End(TransferFailed, FailureCause(m_Source, result, LastLibraryError()), status);
         return;
     }
     try {
         m_Output->Commit();
-        m_End(AllSucceeded);
+        m_End(AllSucceeded, "", status);
     } catch (const OutputError& error) {
-        m_End(CannotWrite, error.what());
+        m_End(CannotWrite, error.what(), status);
     }
 }
 
@@ -111,15 +130,17 @@ void Transfer::m_Write(const Bytes& bytes)
     try {
         m_Output->Write(bytes);
     } catch (const OutputError& error) {
-        m_End(CannotWrite, error.what());
+        m_End(CannotWrite, error.what(), std::nullopt);
         Cancel();
     }
 }
 
-void Transfer::m_End(ExitStatus status, const std::string& cause)
+void Transfer::m_End(ExitStatus status, const std::string& cause, std::optional<long> httpStatus)
 {
     m_Output.reset();
-    m_Mailbox->Post({Event::Kind::TransferEnded, m_Job, {status, cause}});
+    Outcome outcome = OutcomeNow(status, cause);
+    outcome.httpStatus = httpStatus;
+    m_Mailbox->Post({Event::Kind::TransferEnded, m_Job, outcome});
 }
 
 }  // namespace VORTAN_TRANSFER

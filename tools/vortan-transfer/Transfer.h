@@ -2,6 +2,7 @@
 
 #include <ITransferAgentManager.h>
 
+#include <chrono>
 #include <cstdint>
 #include <future>
 #include <memory>
@@ -47,6 +48,9 @@ public:
     // Any thread may ask.
     Progress CurrentProgress() const;
 
+    // After Start(): what is to be told of it if it ends like this at this moment.
+    Outcome OutcomeNow(ExitStatus status, const std::string& cause) const;
+
 private:
     using Bytes = VORTAN_MW::ITransferHandler::Bytes;
 
@@ -54,13 +58,15 @@ private:
     void m_OnBody(const Bytes* bytes);
     void m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result);
     void m_Write(const Bytes& bytes);
-    void m_End(ExitStatus status, const std::string& cause = "");
+    void m_End(ExitStatus status, const std::string& cause, std::optional<long> httpStatus);
 
     const std::size_t m_Job;
     const Source m_Source;
     const Delivery m_Delivery;
     VORTAN_MW::ITransferAgentManager& m_Manager;
     const std::shared_ptr<Mailbox> m_Mailbox;
+
+    std::chrono::steady_clock::time_point m_Started;
 
     // A callback may run before the request has returned the handle.
     std::promise<std::uint64_t> m_HandlePromise;

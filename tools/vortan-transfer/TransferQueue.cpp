@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "LibraryLog.h"
+#include "Summary.h"
 #include "Text.h"
 
 namespace VORTAN_TRANSFER {
@@ -34,7 +35,9 @@ TransferQueue::TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailb
       m_Mailbox(std::move(mailbox)),
       m_ShowsProgress(WantsProgress(m_Arguments)),
       m_Manager(VORTAN_MW::AsyncTransferAgentManager::Create()),
-      m_FreeWorkers(MaxParallelTransfers)
+      m_FreeWorkers(MaxParallelTransfers),
+      m_Outcomes(m_Arguments.jobs.size(),
+                 WithoutTransfer(Interrupted, "interrupted before it was started"))
 {}
 
 ExitStatus TransferQueue::Run()
@@ -52,6 +55,7 @@ ExitStatus TransferQueue::Run()
         m_CancelRunning();
     }
     m_WaitForWorkers();
+    m_ShowSummary();
     return m_Interrupted ? Interrupted : m_Status;
 }
 
@@ -78,11 +82,12 @@ void TransferQueue::m_Start(std::size_t job)
             --m_FreeWorkers;
             return;
         }
-        refusal = {TransferFailed, Printable(LastLibraryError())};
+        refusal = WithoutTransfer(TransferFailed, Printable(LastLibraryError()));
     } catch (const OutputError& error) {
-        refusal = {CannotWrite, error.what()};
+        refusal = WithoutTransfer(CannotWrite, error.what());
     } catch (const std::system_error& error) {
-        refusal = {TransferFailed, "no thread can be started: " + ErrorText(error.code().value())};
+        refusal = WithoutTransfer(TransferFailed,
+                                  "no thread can be started: " + ErrorText(error.code().value()));
     }
     m_Mailbox->Post({Event::Kind::TransferEnded, job, refusal});
 }
@@ -114,6 +119,7 @@ void TransferQueue::m_TakeOutcome(std::size_t job, const Outcome& outcome)
         m_Console.Line(Printable(m_Arguments.jobs[job].source.text) + ": " + outcome.cause);
     }
     m_Status = std::max(m_Status, outcome.status);
+    m_Outcomes[job] = outcome;
 }
 
 void TransferQueue::m_ShowProgress()
@@ -157,7 +163,20 @@ void TransferQueue::m_WaitForWorkers()
     for (const Event& event : m_Mailbox->ReceiveAtOnce()) {
         m_Handle(event);
     }
+    for (const auto& [job, transfer] : m_Running) {
+        m_Outcomes[job] = transfer->OutcomeNow(Interrupted, "interrupted");
+    }
     m_Running.clear();  // and with them their partial files
+}
+
+void TransferQueue::m_ShowSummary()
+{
+    if (m_Arguments.jobs.size() > 1 && !m_Arguments.quiet) {
+        const auto time = std::chrono::steady_clock::now() - m_Begin;
+        m_Console.Table(SummaryTable(m_Arguments.jobs, m_Outcomes,
+                                     std::chrono::duration_cast<std::chrono::microseconds>(time),
+                                     m_Console.Colours()));
+    }
 }
 
 }  // namespace VORTAN_TRANSFER

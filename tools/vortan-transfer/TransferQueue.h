@@ -2,9 +2,11 @@
 
 #include <ITransferAgentManager.h>
 
+#include <chrono>
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "Arguments.h"
 #include "Console.h"
@@ -22,7 +24,8 @@ public:
     // An Interrupted event in the mailbox ends the queue early.
     TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox);
 
-    // Returns when all has ended, with a line on standard error for each failure.
+    // Returns when all has ended, with a line on standard error for each failure, and a table if
+    // there are several sources.
     ExitStatus Run();
 
 private:
@@ -34,6 +37,7 @@ private:
     Progress m_Progress() const;
     void m_CancelRunning();
     void m_WaitForWorkers();
+    void m_ShowSummary();
 
     const Arguments m_Arguments;
     const std::shared_ptr<Mailbox> m_Mailbox;
@@ -47,6 +51,8 @@ private:
     std::map<std::size_t, std::shared_ptr<Transfer>> m_Running;
     std::uint64_t m_ReceivedByEnded = 0;
     RateMeter m_Rate;
+    const std::chrono::steady_clock::time_point m_Begin = std::chrono::steady_clock::now();
+    std::vector<Outcome> m_Outcomes;  // of each job
     bool m_Interrupted = false;
     ExitStatus m_Status = AllSucceeded;
 };
