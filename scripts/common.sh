@@ -17,7 +17,7 @@ fail() {
 packages_for() {
     local build=(
         g++ cmake ninja-build pkg-config
-        libboost-dev libcli11-dev libcurl4-openssl-dev libsystemd-dev
+        libboost-dev libcli11-dev libcurl4-openssl-dev libsystemd-dev nlohmann-json3-dev
     )
     case $1 in
     build) echo "${build[@]}" ;;

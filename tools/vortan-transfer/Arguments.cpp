@@ -114,6 +114,8 @@ public:
         m_Flag("--no-fail", "Take an HTTP status of 400 or above for a success and write the body");
     CLI::Option* const handler =
         m_Value("--handler", "NAME", "Use this handler for all sources: " + HandlerNames());
+    CLI::Option* const json =
+        m_Flag("--json", "Tell of each source in a line of JSON on standard output");
     CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress and no summary");
     CLI::Option* const verbose = m_Flag("-v,--verbose", "Show the library's log, and no progress");
     const VendorOptions vendor{m_App};
@@ -316,18 +318,28 @@ void RefuseMethodsForFiles(const std::vector<Job>& jobs, HttpMethod method)
     }
 }
 
+void RefuseBodyBesideObjects(const std::vector<Job>& jobs, const Options& options)
+{
+    if (IsSet(options.json) && Output::IsStandardOutput(jobs.front().target)) {
+        throw UsageError(
+            "--json: standard output has the body already, write that to a file with -o or -O");
+    }
+}
+
 Arguments Checked(const Options& options, int argc, const char* const* argv)
 {
     RefuseTogether(options.segmented, options.plain);
     Arguments arguments;
     options.vendor.Apply(arguments.request, NamedHandler(options));
     arguments.jobs = MakeJobs(MakeSources(options, argc, argv), options);
+    RefuseBodyBesideObjects(arguments.jobs, options);
     SetRequest(arguments.request, options);
     RefuseMethodsForFiles(arguments.jobs, arguments.request.method);
     arguments.segmented =
         !IsSet(options.plain) && !arguments.request.randomDelay && !arguments.request.fixedDelay;
     arguments.includeHeader =
         IsSet(options.include) || arguments.request.method == HttpMethod::EhttpHead;
+    arguments.json = IsSet(options.json);
     arguments.quiet = IsSet(options.quiet);
     arguments.verbose = IsSet(options.verbose);
     return arguments;

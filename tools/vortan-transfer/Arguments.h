@@ -25,6 +25,7 @@ struct Arguments
     VORTAN_MW::ITransferHandler::Configuration request;
     bool segmented = true;
     bool includeHeader = false;
+    bool json = false;
     bool quiet = false;
     bool verbose = false;
 };

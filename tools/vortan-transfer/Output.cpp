@@ -72,10 +72,14 @@ Output::Output(const std::string& target)
 
 void Output::Write(const std::vector<std::uint8_t>& bytes)
 {
+    Write({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+void Output::Write(std::string_view bytes)
+{
     m_Do([&] {
         if (m_Terminal) {
-            m_WriteText(
-                m_Terminal->Next({reinterpret_cast<const char*>(bytes.data()), bytes.size()}));
+            m_WriteText(m_Terminal->Next(bytes));
             return;
         }
         const int descriptor = m_Temporary ? m_Temporary->Descriptor() : m_Stream.Get();

@@ -4,6 +4,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "FileDescriptor.h"
@@ -36,6 +37,7 @@ public:
     explicit Output(const std::string& target);
 
     void Write(const std::vector<std::uint8_t>& bytes);
+    void Write(std::string_view bytes);
 
     // Everything is written: the file takes its name. Without this, a file is gone on destruction.
     void Commit();

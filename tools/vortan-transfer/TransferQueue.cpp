@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "LibraryLog.h"
-#include "Summary.h"
 #include "Text.h"
 
 namespace VORTAN_TRANSFER {
@@ -34,10 +33,9 @@ TransferQueue::TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailb
     : m_Arguments(std::move(arguments)),
       m_Mailbox(std::move(mailbox)),
       m_ShowsProgress(WantsProgress(m_Arguments)),
+      m_Report(m_Arguments, m_Console),
       m_Manager(VORTAN_MW::AsyncTransferAgentManager::Create()),
-      m_FreeWorkers(MaxParallelTransfers),
-      m_Outcomes(m_Arguments.jobs.size(),
-                 WithoutTransfer(Interrupted, "interrupted before it was started"))
+      m_FreeWorkers(MaxParallelTransfers)
 {}
 
 ExitStatus TransferQueue::Run()
@@ -55,8 +53,8 @@ ExitStatus TransferQueue::Run()
         m_CancelRunning();
     }
     m_WaitForWorkers();
-    m_ShowSummary();
-    return m_Interrupted ? Interrupted : m_Status;
+    m_Report.Finish();
+    return m_Interrupted ? Interrupted : m_Report.Status();
 }
 
 void TransferQueue::m_StartNext()
@@ -115,11 +113,7 @@ void TransferQueue::m_TakeOutcome(std::size_t job, const Outcome& outcome)
         m_ReceivedByEnded += running->second->CurrentProgress().received;
         m_Running.erase(running);
     }
-    if (outcome.status != AllSucceeded) {
-        m_Console.Line(Printable(m_Arguments.jobs[job].source.text) + ": " + outcome.cause);
-    }
-    m_Status = std::max(m_Status, outcome.status);
-    m_Outcomes[job] = outcome;
+    m_Report.Add(job, outcome);
 }
 
 void TransferQueue::m_ShowProgress()
@@ -164,18 +158,11 @@ void TransferQueue::m_WaitForWorkers()
         m_Handle(event);
     }
     for (const auto& [job, transfer] : m_Running) {
-        m_Outcomes[job] = transfer->OutcomeNow(Interrupted, "interrupted");
+        m_Report.Add(job, transfer->OutcomeNow(Interrupted, "interrupted"));
     }
     m_Running.clear();  // and with them their partial files
-}
-
-void TransferQueue::m_ShowSummary()
-{
-    if (m_Arguments.jobs.size() > 1 && !m_Arguments.quiet) {
-        const auto time = std::chrono::steady_clock::now() - m_Begin;
-        m_Console.Table(SummaryTable(m_Arguments.jobs, m_Outcomes,
-                                     std::chrono::duration_cast<std::chrono::microseconds>(time),
-                                     m_Console.Colours()));
+    for (; m_Next < m_Arguments.jobs.size(); ++m_Next) {
+        m_Report.Add(m_Next, WithoutTransfer(Interrupted, "interrupted before it was started"));
     }
 }
 

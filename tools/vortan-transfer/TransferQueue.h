@@ -2,17 +2,16 @@
 
 #include <ITransferAgentManager.h>
 
-#include <chrono>
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <vector>
 
 #include "Arguments.h"
 #include "Console.h"
 #include "ExitStatus.h"
 #include "Mailbox.h"
 #include "Progress.h"
+#include "Report.h"
 #include "Transfer.h"
 
 namespace VORTAN_TRANSFER {
@@ -24,8 +23,7 @@ public:
     // An Interrupted event in the mailbox ends the queue early.
     TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox);
 
-    // Returns when all has ended, with a line on standard error for each failure, and a table if
-    // there are several sources.
+    // Returns when all has ended and was reported.
     ExitStatus Run();
 
 private:
@@ -37,12 +35,12 @@ private:
     Progress m_Progress() const;
     void m_CancelRunning();
     void m_WaitForWorkers();
-    void m_ShowSummary();
 
     const Arguments m_Arguments;
     const std::shared_ptr<Mailbox> m_Mailbox;
     const bool m_ShowsProgress;
     Console m_Console;
+    Report m_Report;
     std::unique_ptr<VORTAN_MW::ITransferAgentManager> m_Manager;
 
     std::size_t m_Next = 0;  // the first job that has not been started
@@ -51,10 +49,7 @@ private:
     std::map<std::size_t, std::shared_ptr<Transfer>> m_Running;
     std::uint64_t m_ReceivedByEnded = 0;
     RateMeter m_Rate;
-    const std::chrono::steady_clock::time_point m_Begin = std::chrono::steady_clock::now();
-    std::vector<Outcome> m_Outcomes;  // of each job
     bool m_Interrupted = false;
-    ExitStatus m_Status = AllSucceeded;
 };
 
 }  // namespace VORTAN_TRANSFER

@@ -68,7 +68,7 @@ ExitStatus Print(const std::string& text)
 {
     try {
         Output output(Output::StandardOutput);
-        output.Write({text.begin(), text.end()});
+        output.Write(text);
         output.Commit();
         return AllSucceeded;
     } catch (const OutputError& error) {

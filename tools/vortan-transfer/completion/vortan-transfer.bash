@@ -35,7 +35,7 @@ _vortan_transfer() {
     *)
         [[ $current != -* ]] || _vortan_transfer_offer '
             -h --help -X --method -H --header -d --data -o --output -O --remote-name -i --include
-            --segmented --plain --random-delay --fixed-delay --no-fail --handler -q --quiet
+            --segmented --plain --random-delay --fixed-delay --no-fail --handler --json -q --quiet
             -v --verbose --version --resource --query --http-version --self-signed --timeout
             --verbose-wrapper --option20 --option21 --option27 --option30 --option31 --option32
             ' "$current"

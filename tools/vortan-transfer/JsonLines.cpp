@@ -1,0 +1,35 @@
+#include "JsonLines.h"
+
+#include <nlohmann/json.hpp>
+
+namespace VORTAN_TRANSFER {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string Line(const Json& json)
+{
+    constexpr int noIndent = -1;
+    constexpr bool asciiOnly = true;
+    return json.dump(noIndent, ' ', asciiOnly, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
+std::string JsonLineOf(std::size_t index, const Job& job, const Outcome& outcome)
+{
+    Json json;
+    json["index"] = index;
+    json["source"] = job.source.text;
+    json["handler"] = job.source.handler->name;
+    json["file"] = job.target;
+    json["result"] = ResultName(outcome.status);
+    json["error"] = outcome.status == AllSucceeded ? Json() : Json(outcome.cause);
+    json["http_status"] = outcome.httpStatus ? Json(*outcome.httpStatus) : Json();
+    json["bytes"] = outcome.received;
+    json["seconds"] = std::chrono::duration<double>(outcome.time).count();
+    return Line(json);
+}
+
+}  // namespace VORTAN_TRANSFER
