@@ -444,6 +444,27 @@ TEST(Arguments, AFileNamedLikeStandardOutputIsAFile)
     EXPECT_EQ(Parse({"-O", "http://localhost/-"}).jobs.at(0).target, "./-");
 }
 
+TEST(Arguments, NothingIsToldUnlessAskedFor)
+{
+    const Arguments arguments = Parse({Url});
+    EXPECT_FALSE(arguments.json);
+    EXPECT_FALSE(arguments.trace);
+}
+
+TEST(Arguments, NothingIsWrittenToTwice)
+{
+    const std::string end = " already, name another file";
+    EXPECT_EQ(RefusalOf({"--trace", "", Url}), "--trace: is empty");
+    EXPECT_EQ(RefusalOf({"--trace", "/dev/stdout", Url}),
+              "--trace: standard output has the body" + end);
+    EXPECT_EQ(RefusalOf({"--trace", "./x/../y", "-o", "y", Url}),
+              "--trace: './x/../y' has the body" + end);
+    EXPECT_EQ(RefusalOf({"--json", "--trace", "-", "-O", Url}),
+              "--trace: standard output has --json" + end);
+    EXPECT_EQ(Parse({"--trace", "-", "-O", Url}).trace, "-");
+    EXPECT_EQ(Parse({"--trace", "./-", Url}).trace, "./-");
+}
+
 TEST(Arguments, TheHandlerCanBeGiven)
 {
     EXPECT_EQ(Parse({"--handler", "file", Url}).jobs.at(0).source.handler->name, "file");

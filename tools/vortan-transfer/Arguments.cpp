@@ -5,7 +5,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 #include <limits>
+#include <map>
+#include <optional>
 #include <set>
 #include <string_view>
 
@@ -116,6 +119,8 @@ public:
         m_Value("--handler", "NAME", "Use this handler for all sources: " + HandlerNames());
     CLI::Option* const json =
         m_Flag("--json", "Tell of each source in a line of JSON on standard output");
+    CLI::Option* const trace =
+        m_Value("--trace", "FILE", "Write to FILE what happens to each source, and when");
     CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress and no summary");
     CLI::Option* const verbose = m_Flag("-v,--verbose", "Show the library's log, and no progress");
     const VendorOptions vendor{m_App};
@@ -318,12 +323,53 @@ void RefuseMethodsForFiles(const std::vector<Job>& jobs, HttpMethod method)
     }
 }
 
-void RefuseBodyBesideObjects(const std::vector<Job>& jobs, const Options& options)
+// What is to be written to. Nothing is, twice.
+class Targets
 {
-    if (IsSet(options.json) && Output::IsStandardOutput(jobs.front().target)) {
-        throw UsageError(
-            "--json: standard output has the body already, write that to a file with -o or -O");
+public:
+    void Claim(const std::string& target, const std::string& who, const std::string& advice)
+    {
+        const bool isStandardOutput = Output::IsStandardOutput(target);
+        const std::string key = isStandardOutput
+                                    ? "/dev/stdout"
+                                    : std::filesystem::path(target).lexically_normal().string();
+        const auto [owner, isFree] = m_Owners.insert({key, who});
+        if (!isFree) {
+            throw UsageError(who + ": " + (isStandardOutput ? "standard output" : Quoted(target)) +
+                             " has " + owner->second + " already, " + advice);
+        }
     }
+
+private:
+    std::map<std::string, std::string> m_Owners;
+};
+
+// Where the option's value says that its results go, if the option is set.
+std::optional<std::string> TargetOf(const CLI::Option* option, Targets& targets)
+{
+    if (!IsSet(option)) {
+        return std::nullopt;
+    }
+    std::string target = ValueOf(option);
+    if (target.empty()) {
+        throw UsageError(option->get_name() + ": is empty");
+    }
+    targets.Claim(target, option->get_name(), "name another file");
+    return target;
+}
+
+void SetTargets(Arguments& arguments, const Options& options)
+{
+    Targets targets;
+    for (const Job& job : arguments.jobs) {
+        targets.Claim(job.target, "the body", "");
+    }
+    arguments.json = IsSet(options.json);
+    if (arguments.json) {
+        targets.Claim(Output::StandardOutput, options.json->get_name(),
+                      "write that to a file with -o or -O");
+    }
+    arguments.trace = TargetOf(options.trace, targets);
 }
 
 Arguments Checked(const Options& options, int argc, const char* const* argv)
@@ -332,14 +378,13 @@ Arguments Checked(const Options& options, int argc, const char* const* argv)
     Arguments arguments;
     options.vendor.Apply(arguments.request, NamedHandler(options));
     arguments.jobs = MakeJobs(MakeSources(options, argc, argv), options);
-    RefuseBodyBesideObjects(arguments.jobs, options);
+    SetTargets(arguments, options);
     SetRequest(arguments.request, options);
     RefuseMethodsForFiles(arguments.jobs, arguments.request.method);
     arguments.segmented =
         !IsSet(options.plain) && !arguments.request.randomDelay && !arguments.request.fixedDelay;
     arguments.includeHeader =
         IsSet(options.include) || arguments.request.method == HttpMethod::EhttpHead;
-    arguments.json = IsSet(options.json);
     arguments.quiet = IsSet(options.quiet);
     arguments.verbose = IsSet(options.verbose);
     return arguments;

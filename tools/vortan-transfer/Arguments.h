@@ -2,6 +2,7 @@
 
 #include <ITransferHandler.h>
 
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -26,6 +27,7 @@ struct Arguments
     bool segmented = true;
     bool includeHeader = false;
     bool json = false;
+    std::optional<std::string> trace;  // the file for it
     bool quiet = false;
     bool verbose = false;
 };

@@ -28,6 +28,12 @@ void Report::Add(std::size_t job, const Outcome& outcome)
     m_Outcomes[job] = outcome;
 }
 
+void Report::AddUnwritten(const std::string& text)
+{
+    m_Console.Line(text);
+    m_Status = std::max(m_Status, CannotWrite);
+}
+
 void Report::Finish()
 {
     m_Script([](Output& objects) { objects.Commit(); });
@@ -45,8 +51,7 @@ void Report::m_Script(Action action)
     try {
         action(*m_Objects);
     } catch (const OutputError& error) {
-        m_Console.Line(error.what());
-        m_Status = std::max(m_Status, CannotWrite);
+        AddUnwritten(error.what());
         m_Objects.reset();
     }
 }

@@ -23,6 +23,9 @@ public:
     // A job has ended. To be told once of each.
     void Add(std::size_t job, const Outcome& outcome);
 
+    // Something else could not be written, as told in the text.
+    void AddUnwritten(const std::string& text);
+
     // All jobs have ended.
     void Finish();
 

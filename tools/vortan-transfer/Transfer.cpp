@@ -5,6 +5,7 @@
 
 #include "FailureCause.h"
 #include "LibraryLog.h"
+#include "WatchedFactory.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -21,12 +22,13 @@ std::optional<long> StatusIn(const VORTAN_MW::ITransferHandler::Result& result)
 }  // namespace
 
 Transfer::Transfer(std::size_t job, const Source& source, Output output, Delivery delivery,
-                   Manager& manager, std::shared_ptr<Mailbox> mailbox)
+                   Manager& manager, std::shared_ptr<Mailbox> mailbox, Trace& trace)
     : m_Job(job),
       m_Source(source),
       m_Delivery(delivery),
       m_Manager(manager),
       m_Mailbox(std::move(mailbox)),
+      m_Trace(trace),
       m_Output(std::move(output))
 {}
 
@@ -37,10 +39,9 @@ bool Transfer::Start(const std::shared_ptr<Transfer>& transfer,
     static_cast<VORTAN_MW::ITransferHandler::Configuration&>(*configuration) = request;
     configuration->url = transfer->m_Source.url;
     transfer->m_FailOnError = request.failOnError;
-    configuration->handlerFactory = transfer->m_Source.handler->makeFactory();
+    configuration->handlerFactory = s_MakeFactory(transfer, request);
     configuration->segmented = transfer->m_Delivery.segmented;
-    // A plain transfer keeps the header in memory: it is asked for only when it is wanted.
-    if (transfer->m_Delivery.writeHeader || transfer->m_Delivery.watchHeader) {
+    if (transfer->m_WantsHeader()) {
         configuration->headerCallback = [transfer](std::unique_ptr<Bytes> bytes, void*) {
             transfer->m_OnHeader(bytes.get());
         };
@@ -51,9 +52,30 @@ bool Transfer::Start(const std::shared_ptr<Transfer>& transfer,
     configuration->completeCallback = [transfer](VORTAN_MW::ITransferHandler::Result result,
                                                  void*) { transfer->m_OnComplete(result); };
     transfer->m_Started = std::chrono::steady_clock::now();
+    transfer->m_Trace.Record(transfer->m_Job, TraceEvent::Kind::Started);
     const std::uint64_t handle = transfer->m_Manager.RequestTransfer(std::move(configuration));
     transfer->m_HandlePromise.set_value(handle);
     return handle != Manager::InvalidHandle;
+}
+
+std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> Transfer::s_MakeFactory(
+    const std::shared_ptr<Transfer>& transfer,
+    const VORTAN_MW::ITransferHandler::Configuration& request)
+{
+    auto factory = transfer->m_Source.handler->makeFactory();
+    if (transfer->m_Trace.IsOn() && (request.randomDelay || request.fixedDelay)) {
+        factory = std::make_unique<WatchedFactory>(std::move(factory), [transfer] {
+            transfer->m_Trace.Record(transfer->m_Job, TraceEvent::Kind::Slept);
+        });
+    }
+    return factory;
+}
+
+// A plain transfer keeps the header in memory: it is asked for only when it is wanted.
+bool Transfer::m_WantsHeader() const
+{
+    const bool isTraced = m_Trace.IsOn() && m_Source.handler->speaksHttp;
+    return m_Delivery.writeHeader || m_Delivery.watchHeader || isTraced;
 }
 
 void Transfer::Cancel()
@@ -82,6 +104,9 @@ void Transfer::m_OnHeader(const Bytes* bytes)
     if (!bytes || CurrentProgress().received > 0) {
         return;
     }
+    if (!std::exchange(m_HeaderBegan, true)) {
+        m_Trace.Record(m_Job, TraceEvent::Kind::FirstHeader);
+    }
     if (m_Delivery.watchHeader) {
         m_Length.Add({reinterpret_cast<const char*>(bytes->data()), bytes->size()});
     }
@@ -96,12 +121,24 @@ void Transfer::m_OnBody(const Bytes* bytes)
     if (!bytes) {
         return;
     }
+    m_TraceBody(bytes->size());
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         m_Progress.received += bytes->size();
         m_Progress.total = m_Length.Bytes();
     }
     m_Write(*bytes);
+}
+
+void Transfer::m_TraceBody(std::uint64_t size)
+{
+    if (size == 0 || !m_Output) {
+        return;
+    }
+    if (!std::exchange(m_BodyBegan, true)) {
+        m_Trace.Record(m_Job, TraceEvent::Kind::FirstBody);
+    }
+    m_Trace.Record(m_Job, TraceEvent::Kind::Chunk, size);
 }
 
 void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
@@ -140,6 +177,7 @@ void Transfer::m_End(ExitStatus status, const std::string& cause, std::optional<
     m_Output.reset();
     Outcome outcome = OutcomeNow(status, cause);
     outcome.httpStatus = httpStatus;
+    m_Trace.Record(m_Job, TraceEvent::Kind::Complete, outcome.received, ResultName(status));
     m_Mailbox->Post({Event::Kind::TransferEnded, m_Job, outcome});
 }
 

@@ -13,6 +13,7 @@
 #include "Mailbox.h"
 #include "Output.h"
 #include "ResponseLength.h"
+#include "Trace.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -28,9 +29,11 @@ public:
         bool watchHeader;  // for the length of the body
     };
 
-    // Posts what becomes of it as the given job. The manager must outlive the callbacks.
+    // Posts what becomes of it as the given job, and records it in the trace. That and the manager
+    // must outlive the callbacks.
     Transfer(std::size_t job, const Source& source, Output output, Delivery delivery,
-             VORTAN_MW::ITransferAgentManager& manager, std::shared_ptr<Mailbox> mailbox);
+             VORTAN_MW::ITransferAgentManager& manager, std::shared_ptr<Mailbox> mailbox,
+             Trace& trace);
 
     // Requests the transfer. Returns false, with the reason in the library's log, if it is refused:
     // then nothing is posted.
@@ -54,9 +57,14 @@ public:
 private:
     using Bytes = VORTAN_MW::ITransferHandler::Bytes;
 
+    static std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> s_MakeFactory(
+        const std::shared_ptr<Transfer>& transfer,
+        const VORTAN_MW::ITransferHandler::Configuration& request);
+    bool m_WantsHeader() const;
     void m_OnHeader(const Bytes* bytes);
     void m_OnBody(const Bytes* bytes);
     void m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result);
+    void m_TraceBody(std::uint64_t size);
     void m_Write(const Bytes& bytes);
     void m_End(ExitStatus status, const std::string& cause, std::optional<long> httpStatus);
 
@@ -66,6 +74,7 @@ private:
     VORTAN_MW::ITransferAgentManager& m_Manager;
     const std::shared_ptr<Mailbox> m_Mailbox;
 
+    Trace& m_Trace;
     std::chrono::steady_clock::time_point m_Started;
 
     // A callback may run before the request has returned the handle.
@@ -76,6 +85,8 @@ private:
     std::optional<Output> m_Output;
     bool m_FailOnError = true;
     ResponseLength m_Length;
+    bool m_HeaderBegan = false;
+    bool m_BodyBegan = false;
 
     mutable std::mutex m_Mutex;
     Progress m_Progress;  // guarded by m_Mutex

@@ -29,17 +29,22 @@ bool WantsProgress(const Arguments& arguments)
 
 }  // namespace
 
-TransferQueue::TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox)
+TransferQueue::TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox,
+                             Trace::Clock::time_point start)
     : m_Arguments(std::move(arguments)),
       m_Mailbox(std::move(mailbox)),
       m_ShowsProgress(WantsProgress(m_Arguments)),
       m_Report(m_Arguments, m_Console),
+      m_Trace(m_Arguments.trace, start),
       m_Manager(VORTAN_MW::AsyncTransferAgentManager::Create()),
       m_FreeWorkers(MaxParallelTransfers)
 {}
 
 ExitStatus TransferQueue::Run()
 {
+    for (std::size_t job = 0; job < m_Arguments.jobs.size(); ++job) {
+        m_Trace.Record(job, TraceEvent::Kind::Queued, 0, m_Arguments.jobs[job].source.text);
+    }
     while (m_Ended < m_Arguments.jobs.size() && !m_Interrupted) {
         m_StartNext();
         m_ShowProgress();
@@ -53,7 +58,8 @@ ExitStatus TransferQueue::Run()
         m_CancelRunning();
     }
     m_WaitForWorkers();
-    m_Report.Finish();
+    m_ReportInterrupted();
+    m_FinishReports();
     return m_Interrupted ? Interrupted : m_Report.Status();
 }
 
@@ -72,8 +78,9 @@ void TransferQueue::m_Start(std::size_t job)
         const Transfer::Delivery delivery = {
             m_Arguments.segmented, m_Arguments.includeHeader && source.handler->speaksHttp,
             m_ShowsProgress && m_Arguments.segmented && source.handler->speaksHttp};
-        const auto transfer = std::make_shared<Transfer>(
-            job, source, Output(m_Arguments.jobs[job].target), delivery, *m_Manager, m_Mailbox);
+        const auto transfer =
+            std::make_shared<Transfer>(job, source, Output(m_Arguments.jobs[job].target), delivery,
+                                       *m_Manager, m_Mailbox, m_Trace);
         ForgetLibraryError();
         if (Transfer::Start(transfer, m_Arguments.request)) {
             m_Running[job] = transfer;
@@ -87,7 +94,13 @@ void TransferQueue::m_Start(std::size_t job)
         refusal = WithoutTransfer(TransferFailed,
                                   "no thread can be started: " + ErrorText(error.code().value()));
     }
+    m_TraceEnd(job, refusal);
     m_Mailbox->Post({Event::Kind::TransferEnded, job, refusal});
+}
+
+void TransferQueue::m_TraceEnd(std::size_t job, const Outcome& outcome)
+{
+    m_Trace.Record(job, TraceEvent::Kind::Complete, outcome.received, ResultName(outcome.status));
 }
 
 void TransferQueue::m_Handle(const Event& event)
@@ -157,13 +170,29 @@ void TransferQueue::m_WaitForWorkers()
     for (const Event& event : m_Mailbox->ReceiveAtOnce()) {
         m_Handle(event);
     }
+}
+
+void TransferQueue::m_ReportInterrupted()
+{
+    const auto report = [this](std::size_t job, const Outcome& outcome) {
+        m_TraceEnd(job, outcome);
+        m_Report.Add(job, outcome);
+    };
     for (const auto& [job, transfer] : m_Running) {
-        m_Report.Add(job, transfer->OutcomeNow(Interrupted, "interrupted"));
+        report(job, transfer->OutcomeNow(Interrupted, "interrupted"));
     }
     m_Running.clear();  // and with them their partial files
     for (; m_Next < m_Arguments.jobs.size(); ++m_Next) {
-        m_Report.Add(m_Next, WithoutTransfer(Interrupted, "interrupted before it was started"));
+        report(m_Next, WithoutTransfer(Interrupted, "interrupted before it was started"));
     }
+}
+
+void TransferQueue::m_FinishReports()
+{
+    for (const std::string& failure : m_Trace.Finish()) {
+        m_Report.AddUnwritten(failure);
+    }
+    m_Report.Finish();
 }
 
 }  // namespace VORTAN_TRANSFER

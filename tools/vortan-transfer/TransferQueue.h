@@ -12,6 +12,7 @@
 #include "Mailbox.h"
 #include "Progress.h"
 #include "Report.h"
+#include "Trace.h"
 #include "Transfer.h"
 
 namespace VORTAN_TRANSFER {
@@ -21,7 +22,9 @@ class TransferQueue
 {
 public:
     // An Interrupted event in the mailbox ends the queue early.
-    TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox);
+    // Throws OutputError if there is no place for a trace, whose times count from start.
+    TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox,
+                  Trace::Clock::time_point start);
 
     // Returns when all has ended and was reported.
     ExitStatus Run();
@@ -29,18 +32,22 @@ public:
 private:
     void m_StartNext();
     void m_Start(std::size_t job);
+    void m_TraceEnd(std::size_t job, const Outcome& outcome);
     void m_Handle(const Event& event);
     void m_TakeOutcome(std::size_t job, const Outcome& outcome);
     void m_ShowProgress();
     Progress m_Progress() const;
     void m_CancelRunning();
     void m_WaitForWorkers();
+    void m_ReportInterrupted();
+    void m_FinishReports();
 
     const Arguments m_Arguments;
     const std::shared_ptr<Mailbox> m_Mailbox;
     const bool m_ShowsProgress;
     Console m_Console;
     Report m_Report;
+    Trace m_Trace;
     std::unique_ptr<VORTAN_MW::ITransferAgentManager> m_Manager;
 
     std::size_t m_Next = 0;  // the first job that has not been started

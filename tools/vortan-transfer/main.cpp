@@ -18,6 +18,7 @@
 #include "Signals.h"
 #include "TemporaryFile.h"
 #include "Text.h"
+#include "Trace.h"
 #include "TransferQueue.h"
 #include "UsageError.h"
 
@@ -77,12 +78,12 @@ ExitStatus Print(const std::string& text)
     }
 }
 
-ExitStatus RunTransfers(Arguments arguments, Signals& signals)
+ExitStatus RunTransfers(Arguments arguments, Signals& signals, Trace::Clock::time_point start)
 {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment.
     LetLibraryLogThrough(arguments.verbose || std::getenv("VORTAN_DLOG"));
     const auto mailbox = std::make_shared<Mailbox>();
-    TransferQueue queue(std::move(arguments), mailbox);
+    TransferQueue queue(std::move(arguments), mailbox, start);
     signals.OnFirst([mailbox] { mailbox->Post({Event::Kind::Interrupted, 0, {}}); });
     return queue.Run();
 }
@@ -91,6 +92,7 @@ ExitStatus RunTransfers(Arguments arguments, Signals& signals)
 
 int main(int argc, char** argv)
 {
+    const auto start = Trace::Clock::now();
     OccupyStandardDescriptors();
     IgnoreSignalsOfWriting();
     std::set_terminate(EndWithoutPartialFiles);
@@ -100,9 +102,12 @@ int main(int argc, char** argv)
         if (const auto* const information = std::get_if<Information>(&parsed)) {
             return Print(*information);
         }
-        return RunTransfers(std::get<Arguments>(parsed), signals);
+        return RunTransfers(std::get<Arguments>(parsed), signals, start);
     } catch (const UsageError& error) {
         Console().Line(std::string(error.what()) + " (--help tells more)");
         return WrongArguments;
+    } catch (const OutputError& error) {
+        Console().Line(error.what());
+        return CannotWrite;
     }
 }
