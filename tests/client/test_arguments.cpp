@@ -448,7 +448,8 @@ TEST(Arguments, NothingIsToldUnlessAskedFor)
 {
     const Arguments arguments = Parse({Url});
     EXPECT_FALSE(arguments.json);
-    EXPECT_FALSE(arguments.trace);
+    EXPECT_FALSE(arguments.trace.file);
+    EXPECT_FALSE(arguments.trace.plot);
 }
 
 TEST(Arguments, NothingIsWrittenToTwice)
@@ -461,8 +462,11 @@ TEST(Arguments, NothingIsWrittenToTwice)
               "--trace: './x/../y' has the body" + end);
     EXPECT_EQ(RefusalOf({"--json", "--trace", "-", "-O", Url}),
               "--trace: standard output has --json" + end);
-    EXPECT_EQ(Parse({"--trace", "-", "-O", Url}).trace, "-");
-    EXPECT_EQ(Parse({"--trace", "./-", Url}).trace, "./-");
+    EXPECT_EQ(Parse({"--trace", "-", "-O", Url}).trace.file, "-");
+    EXPECT_EQ(Parse({"--trace", "./-", Url}).trace.file, "./-");
+    EXPECT_EQ(RefusalOf({"--trace", "t", "--trace-plot", "t", Url}),
+              "--trace-plot: 't' has --trace" + end);
+    EXPECT_EQ(Parse({"--trace-plot", "p", Url}).trace.plot, "p");
 }
 
 TEST(Arguments, TheHandlerCanBeGiven)

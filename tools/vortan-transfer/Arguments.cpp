@@ -121,6 +121,8 @@ public:
         m_Flag("--json", "Tell of each source in a line of JSON on standard output");
     CLI::Option* const trace =
         m_Value("--trace", "FILE", "Write to FILE what happens to each source, and when");
+    CLI::Option* const tracePlot =
+        m_Value("--trace-plot", "FILE", "Draw the same into FILE, as an SVG picture");
     CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress and no summary");
     CLI::Option* const verbose = m_Flag("-v,--verbose", "Show the library's log, and no progress");
     const VendorOptions vendor{m_App};
@@ -369,7 +371,8 @@ void SetTargets(Arguments& arguments, const Options& options)
         targets.Claim(Output::StandardOutput, options.json->get_name(),
                       "write that to a file with -o or -O");
     }
-    arguments.trace = TargetOf(options.trace, targets);
+    arguments.trace.file = TargetOf(options.trace, targets);
+    arguments.trace.plot = TargetOf(options.tracePlot, targets);
 }
 
 Arguments Checked(const Options& options, int argc, const char* const* argv)

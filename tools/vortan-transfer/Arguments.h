@@ -2,12 +2,12 @@
 
 #include <ITransferHandler.h>
 
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "Source.h"
+#include "Trace.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -27,7 +27,7 @@ struct Arguments
     bool segmented = true;
     bool includeHeader = false;
     bool json = false;
-    std::optional<std::string> trace;  // the file for it
+    Trace::Targets trace;
     bool quiet = false;
     bool verbose = false;
 };

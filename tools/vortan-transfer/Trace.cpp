@@ -2,11 +2,31 @@
 
 namespace VORTAN_TRANSFER {
 
-Trace::Trace(const std::optional<std::string>& file, Clock::time_point start)
-    : m_IsOn(file), m_Start(start)
+namespace {
+
+// Finishes what there is to be finished, and notes it if that cannot be written.
+template <typename Part>
+void FinishPart(std::optional<Part>& part, std::vector<std::string>& failures)
 {
-    if (file) {
-        m_File.emplace(*file);
+    try {
+        if (part) {
+            part->Finish();
+        }
+    } catch (const OutputError& error) {
+        failures.emplace_back(error.what());
+    }
+}
+
+}  // namespace
+
+Trace::Trace(const Targets& targets, Clock::time_point start)
+    : m_IsOn(targets.file || targets.plot), m_Start(start)
+{
+    if (targets.file) {
+        m_File.emplace(*targets.file);
+    }
+    if (targets.plot) {
+        m_Plot.emplace(*targets.plot);
     }
 }
 
@@ -18,20 +38,21 @@ void Trace::Record(std::size_t source, TraceEvent::Kind kind, std::uint64_t byte
     }
     const std::lock_guard<std::mutex> lock(m_Mutex);
     const auto time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_Start);
-    m_File->Add({time, source, kind, bytes, text});
+    const TraceEvent event = {time, source, kind, bytes, text};
+    if (m_File) {
+        m_File->Add(event);
+    }
+    if (m_Plot) {
+        m_Plot->Add(event);
+    }
 }
 
 std::vector<std::string> Trace::Finish()
 {
     std::vector<std::string> failures;
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    try {
-        if (m_File) {
-            m_File->Finish();
-        }
-    } catch (const OutputError& error) {
-        failures.emplace_back(error.what());
-    }
+    FinishPart(m_File, failures);
+    FinishPart(m_Plot, failures);
     return failures;
 }
 

@@ -10,6 +10,7 @@
 
 #include "TraceEvent.h"
 #include "TraceFile.h"
+#include "TracePlot.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -19,8 +20,15 @@ class Trace
 public:
     using Clock = std::chrono::steady_clock;
 
-    // Times count from start. Without a file, nothing is recorded. Throws OutputError.
-    Trace(const std::optional<std::string>& file, Clock::time_point start);
+    // Where it is to be written.
+    struct Targets
+    {
+        std::optional<std::string> file;
+        std::optional<std::string> plot;
+    };
+
+    // Times count from start. Without a target, nothing is recorded. Throws OutputError.
+    Trace(const Targets& targets, Clock::time_point start);
 
     bool IsOn() const { return m_IsOn; }
 
@@ -35,7 +43,9 @@ private:
     const bool m_IsOn;
     const Clock::time_point m_Start;
     std::mutex m_Mutex;
-    std::optional<TraceFile> m_File;  // guarded by m_Mutex
+    // Guarded by m_Mutex:
+    std::optional<TraceFile> m_File;
+    std::optional<TracePlot> m_Plot;
 };
 
 }  // namespace VORTAN_TRANSFER

@@ -28,14 +28,14 @@ _vortan_transfer() {
     --handler) _vortan_transfer_offer 'curl file vendor' "$current" ;;
     --http-version) _vortan_transfer_offer '1.0 1.1 2' "$current" ;;
     -d | --data) _vortan_transfer_data "$current" ;;
-    -o | --output | --trace) ;;
+    -o | --output | --trace | --trace-plot) ;;
     -H | --header | --random-delay | --fixed-delay | --resource | --query | --timeout | --option??)
         compopt +o default
         ;;
     *)
         [[ $current != -* ]] || _vortan_transfer_offer '
             -h --help -X --method -H --header -d --data -o --output -O --remote-name -i --include
-            --segmented --plain --random-delay --fixed-delay --no-fail --handler --json --trace -q --quiet
+            --segmented --plain --random-delay --fixed-delay --no-fail --handler --json --trace --trace-plot -q --quiet
             -v --verbose --version --resource --query --http-version --self-signed --timeout
             --verbose-wrapper --option20 --option21 --option27 --option30 --option31 --option32
             ' "$current"
