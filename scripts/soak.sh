@@ -23,10 +23,10 @@ set yrange [0:*]
 set title "Resident memory, MiB"
 plot "$samples" using 1:(\$2/1024) with lines title "memory"
 set title "Open file descriptors"
-plot "$samples" using 1:3 with points pointtype 7 pointsize 0.2 title "descriptors"
+plot "$samples" using 1:3 with lines title "descriptors"
 set title "Threads"
 set xlabel "seconds"
-plot "$samples" using 1:4 with points pointtype 7 pointsize 0.2 title "threads"
+plot "$samples" using 1:4 with lines title "threads"
 END
 
 # Each quarter of the time beside the others: what grows, grows from one to the next.
