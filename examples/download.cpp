@@ -1,4 +1,4 @@
-// download URL: downloads into memory and prints what arrived. Exits 0 if all of it did.
+// download URL: downloads into memory and prints what arrived. Exits with 0 if all of it did.
 
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
@@ -7,18 +7,17 @@
 #include <iostream>
 #include <string>
 
-using VORTAN_MW::AsyncTransferAgentManager;
-using VORTAN_MW::CurlEasyHandlerFactory;
-using VORTAN_MW::ITransferAgentManager;
-using VORTAN_MW::ITransferHandler;
+using namespace VORTAN_MW;
 
 namespace {
 
 bool Download(const std::string& url, ITransferHandler::Bytes& body)
 {
+    // What the callbacks use is older than the agent, and so outlives it.
     std::promise<bool> succeeded;
     const auto agent = AsyncTransferAgentManager::Create();
 
+    //! [request]
     auto request = std::make_unique<ITransferAgentManager::TransferConfiguration>();
     request->url = url;
     request->handlerFactory = std::make_unique<CurlEasyHandlerFactory>();
@@ -30,9 +29,11 @@ bool Download(const std::string& url, ITransferHandler::Bytes& body)
     request->completeCallback = [&](ITransferHandler::Result result, void*) {
         succeeded.set_value(result.success);
     };
-
     const std::uint64_t handle = agent->RequestTransfer(std::move(request));
+    //! [request]
+    //! [wait]
     return handle != ITransferAgentManager::InvalidHandle && succeeded.get_future().get();
+    //! [wait]
 }
 
 }  // namespace

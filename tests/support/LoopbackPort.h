@@ -28,6 +28,8 @@ public:
     // From here on connecting succeeds.
     void Listen() { EXPECT_EQ(listen(m_Socket, 1), 0); }
 
+    sockaddr_in Address() const { return m_Address; }
+
     std::string Url(const std::string& scheme = "http") const
     {
         return scheme + "://127.0.0.1:" + std::to_string(ntohs(m_Address.sin_port)) + "/";

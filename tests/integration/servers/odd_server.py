@@ -10,12 +10,18 @@
     /truncate/N         all but the last byte of the same, then the connection is closed
     /reset/N            the first N bytes of an endless body, then the connection is reset
     /until-closed       an endless body, until the peer closes the connection
+    /pieces/KIND/N/SIZE /bytes/N with an ETag, but after SIZE bytes the connection is closed. A
+                        request for the rest gets it, SIZE bytes at a time, from a "sound" server;
+                        do_pieces tells what others do
     /stall/KEY          one byte of two, then silence until /release/KEY is asked for
-    /await-stall/KEY    answers when /stall/KEY or /redirect-until/KEY has been asked for
+    /await-stall/KEY    answers when a behaviour with that KEY has been asked for
     /release/KEY        ends the silence of /stall/KEY, which closes its connection
+    /silence/KEY        nothing, until the peer closes the connection
     /garbage            no HTTP at all
     /status/CODE        that status with the body "status CODE"
     /redirect/CODE/N    N redirects with that status, then /echo
+    /redirect-mirror/CODE
+                        a redirect with that status to /mirror
     /redirect-forever   a redirect to itself
     /redirect-until/KEY a redirect to itself, to /echo when /release/KEY was asked for
     /big-header/N       a header line with a value of N bytes
@@ -33,6 +39,7 @@ if one is left open.
 """
 
 import gzip
+import itertools
 import signal
 import socket
 import struct
@@ -95,6 +102,7 @@ class Gates:
 
 class Connection:
     gates = Gates()
+    versions = itertools.count()
 
     def __init__(self, peer):
         self.peer = peer
@@ -244,6 +252,35 @@ class Connection:
         while self.request.method != 'HEAD':
             self.write(piece)
 
+    def do_pieces(self, kind, count, size):
+        body, tag = indexed_bytes(int(count)), '"same"'
+        if kind == 'weakly-tagged':
+            tag = 'W/' + tag
+        if kind == 'changing':
+            tag = '"%d"' % next(self.versions)
+        start = int(self.request.headers.get('range', 'bytes=0-')[len('bytes='):-1])
+        if start == 0 or kind == 'rangeless' or self.request.headers.get('if-range', tag) != tag:
+            self.send_piece(200, body, tag, 0, int(size))
+        elif kind == 'refusing':
+            self.send(b'', status=416)
+        elif kind == 'shifted':
+            self.send_piece(206, body, tag, start + 1, int(size))
+        else:
+            self.send_piece(206, body, tag, start, int(size))
+        raise Closed
+
+    def send_piece(self, status, body, tag, start, size):
+        headers = [('ETag', tag)]
+        if status == 206:
+            headers += [('Content-Range', 'bytes %d-%d/%d' % (start, len(body) - 1, len(body)))]
+        self.send(body[start:start + size], status=status, headers=headers,
+                  length=len(body) - start)
+
+    def do_silence(self, key):
+        self.gates['asked ' + key].set()
+        self.input.read()
+        raise Closed
+
     def do_stall(self, key):
         self.gates['asked ' + key].set()
         self.send(b'1', length=2)
@@ -269,6 +306,9 @@ class Connection:
         left = int(count) - 1
         to = '/redirect/%s/%d' % (code, left) if left > 0 else '/echo'
         self.send(b'moved', status=int(code), headers=[('Location', to)])
+
+    def do_redirect_mirror(self, code):
+        self.send(b'moved', status=int(code), headers=[('Location', '/mirror')])
 
     def do_redirect_forever(self):
         self.send(b'moved', status=302, headers=[('Location', '/redirect-forever')])

@@ -1,0 +1,224 @@
+"""test_programs.py CLASS: the program of an example does what its first lines say."""
+
+import resource
+
+from client_support import *
+
+
+class ExampleTest(ClientTest):
+    def start(self, *arguments, **options):
+        return super().start(*arguments, **{"env": environment(VORTAN_DLOG="none"), **options})
+
+    def assert_prints(self, output, *arguments):
+        result = self.run_client(*arguments)
+        self.assertEqual(result.status, SUCCEEDED)
+        self.assertTrue(result.output == output, "%d bytes printed" % len(result.output))
+
+    def assert_fails(self, *arguments):
+        result = self.run_client(*arguments)
+        self.assertEqual((result.status, result.output), (TRANSFER_FAILED, b""))
+
+    def serve_endlessly(self, path):
+        def answer(request):
+            request.send_header()
+            while True:
+                request.send(BODY)
+
+        self.server.answers[path] = answer
+        return self.server.url(path)
+
+    def serve_gate(self, path, body, first):
+        gate = Gate(body, first)
+        self.addCleanup(gate.open)
+        self.server.answers[path] = gate
+        return gate, self.server.url(path)
+
+    @staticmethod
+    def wait_for(stream, text):
+        read = b""
+        while not read.endswith(text):
+            byte = stream.read(1)
+            assert byte, "the program has ended: %s" % read
+            read += byte
+
+
+class Download(ExampleTest):
+    def test_what_the_server_has_is_printed(self):
+        self.assert_prints(BODY, self.serve("/a"))
+
+    def test_a_missing_page_is_a_failure(self):
+        self.assert_fails(self.server.url("/missing"))
+
+    def test_a_refused_request_is_a_failure(self):
+        self.assert_fails("")
+
+
+class ReadFile(ExampleTest):
+    def test_the_file_is_printed(self):
+        self.assert_prints(BODY, self.write("file", BODY))
+
+    def test_a_missing_file_is_a_failure(self):
+        self.assert_fails(self.path("missing"))
+
+
+class Upload(ExampleTest):
+    def test_the_file_arrives_and_the_answer_is_printed(self):
+        url = self.serve("/a", b"thanks")
+        self.assert_prints(b"200\nthanks", self.write("file", BODY), url)
+        request = self.server.requests.get(timeout=TIMEOUT)
+        self.assertEqual((request.method, request.headers["Content-Type"]),
+                         ("PUT", "application/octet-stream"))
+        self.assertTrue(request.body == BODY)
+
+    def test_a_refusal_is_a_failure_and_told(self):
+        url = self.serve("/a", b"not you", status=403)
+        result = self.run_client(self.write("file", BODY), url)
+        self.assertEqual((result.status, result.output), (TRANSFER_FAILED, b"403\nnot you"))
+
+    def test_a_file_that_cannot_be_read_is_not_sent(self):
+        self.assert_fails(self.path("missing"), self.serve("/a"))
+        self.assertTrue(self.server.requests.empty())
+
+
+class PacedDownload(ExampleTest):
+    def test_what_still_waits_at_shutdown_is_sent_at_once(self):
+        self.assert_prints(BODY, self.serve("/a"), "4000000", "4000000", "0")
+
+    def test_it_waits_as_long_as_was_asked_for(self):
+        result = self.run_client(self.serve("/a"), "4000", "4000", "0",
+                                 env=environment(VORTAN_DLOG="stderr"))
+        self.assertIn("Start sleeping for: 4000000 milliseconds", result.errors)
+
+    def test_it_ends_by_itself_when_the_download_has_arrived(self):
+        self.assert_prints(BODY, self.serve("/a"), "0", "0", "4000000")
+
+    def test_a_missing_page_is_a_failure(self):
+        self.assert_fails(self.server.url("/missing"), "0", "0", "4000000")
+
+
+class DownloadToFile(ExampleTest):
+    def assert_no_file_comes_of(self, *arguments, status=TRANSFER_FAILED, **options):
+        self.write("copy", b"older")
+        result = self.run_client(*arguments, "copy", **options)
+        self.assertEqual(result.status, status)
+        self.assertEqual(self.read("copy"), b"older")
+        self.assert_files("copy")
+
+    def test_the_file_holds_what_the_server_has(self):
+        self.write("copy", b"older")
+        result = self.run_client(self.serve("/a"), "copy")
+        self.assertEqual((result.status, result.output), (SUCCEEDED, b""))
+        self.assertTrue(result.errors.endswith("\r1234567 bytes\n"))
+        self.assertTrue(self.read("copy") == BODY)
+        self.assert_files("copy")
+
+    def test_the_file_appears_when_it_is_whole(self):
+        gate, url = self.serve_gate("/a", BODY, 500000)
+        running = self.start(url, "copy")
+        self.wait_for(running.process.stderr, b"\r500000 bytes")
+        self.assert_files("copy.part")
+        gate.open()
+        self.assertEqual(running.finish().status, SUCCEEDED)
+        self.assertTrue(self.read("copy") == BODY)
+        self.assert_files("copy")
+
+    def test_a_download_that_breaks_off_leaves_no_file(self):
+        self.server.answers["/a"] = Gate(BODY[:-1], 0, [("Content-Length", len(BODY))])
+        self.server.answers["/a"].open()
+        self.assert_no_file_comes_of(self.server.url("/a"))
+
+    def test_a_response_that_ends_inside_its_header_leaves_no_file(self):
+        self.server.answers["/a"] = lambda request: request.send(b"HTTP/1.1 200 OK\r\nX-One: 1\r\n")
+        self.assert_no_file_comes_of(self.server.url("/a"))
+
+    def test_a_missing_page_leaves_no_file(self):
+        self.assert_no_file_comes_of(self.server.url("/missing"))
+
+    def test_a_redirect_counts_by_its_last_response(self):
+        def answer(request):
+            request.reply(b"", status=302, headers=[("Location", "/b")])
+
+        self.server.answers["/a"] = answer
+        self.server.answers["/b"] = lambda request: request.send(b"HTTP/1.1 200 OK\r\nX-One: 1\r\n")
+        self.assert_no_file_comes_of(self.server.url("/a"))
+        self.serve("/b")
+        self.assertEqual(self.run_client(self.server.url("/a"), "copy").status, SUCCEEDED)
+        self.assertTrue(self.read("copy") == BODY)
+
+    def test_ctrl_c_leaves_no_file(self):
+        running = self.start(self.serve_endlessly("/a"), "copy")
+        self.server.requests.get(timeout=TIMEOUT)
+        running.interrupt()
+        self.assertEqual(running.finish().status, INTERRUPTED)
+        self.assert_files()
+
+    def test_a_full_disk_ends_the_download(self):
+        def limit_files():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+
+        self.assert_no_file_comes_of(self.serve_endlessly("/a"), preexec_fn=limit_files)
+
+    def test_a_file_that_cannot_be_made_is_told(self):
+        result = self.run_client(self.serve("/a"), "missing/copy")
+        self.assertEqual((result.status, result.errors),
+                         (TRANSFER_FAILED, "cannot write missing/copy.part\n"))
+
+
+class DownloadMany(ExampleTest):
+    def test_each_url_has_its_line(self):
+        found = [self.serve("/%d" % length, BODY[:length]) for length in range(60)]
+        result = self.run_client(*found)
+        self.assertEqual(result.status, SUCCEEDED)
+        self.assertEqual(sorted(result.output.decode().splitlines()),
+                         sorted("%s: %d bytes" % (url, length) for length, url in enumerate(found)))
+
+    def test_one_failure_keeps_nothing_from_going_on(self):
+        urls = [self.serve("/a"), self.server.url("/missing"), "", self.serve("/b")]
+        result = self.run_client(*urls)
+        self.assertEqual(result.status, TRANSFER_FAILED)
+        lines = ["%s: 1234567 bytes", "%s: failed", "%s: failed", "%s: 1234567 bytes"]
+        self.assertEqual(sorted(result.output.decode().splitlines()),
+                         sorted(line % url for line, url in zip(lines, urls)))
+
+    def test_four_run_at_a_time(self):
+        meeting = threading.Barrier(4)
+
+        def answer(request):
+            meeting.wait(TIMEOUT)
+            request.reply(BODY)
+
+        self.server.answers["/a"] = answer
+        self.assertEqual(self.run_client(*[self.server.url("/a")] * 12).status, SUCCEEDED)
+
+
+class ResilientDownload(ExampleTest):
+    def test_what_the_server_has_is_printed(self):
+        self.assert_prints(BODY, self.serve("/a"))
+
+    def test_a_download_that_breaks_off_goes_on(self):
+        def answer(request):
+            asked = request.headers.get("Range", "bytes=0-")
+            start = int(asked[len("bytes="):-1])
+            headers = [("ETag", '"a"'), ("Content-Length", len(BODY) - start)]
+            if start > 0:
+                headers += [("Content-Range", "bytes %d-%d/*" % (start, len(BODY) - 1))]
+            request.send_header(206 if start > 0 else 200, headers)
+            request.send(BODY[start:start + 500000])
+
+        self.server.answers["/a"] = answer
+        self.assert_prints(BODY, self.server.url("/a"))
+
+    def test_a_missing_page_is_a_failure(self):
+        self.assert_fails(self.server.url("/missing"))
+
+    def test_ctrl_c_ends_it_though_the_server_is_silent(self):
+        gate, url = self.serve_gate("/a", BODY, 1)
+        running = self.start(url)
+        self.wait_for(running.process.stdout, BODY[:1])
+        running.interrupt()
+        self.assertEqual(running.finish().status, INTERRUPTED)
+
+
+if __name__ == "__main__":
+    main()
