@@ -1,5 +1,5 @@
-# What lets CMake and pkg-config find the installed library. Both find it relative to their own
-# place, so that an installed tree can be moved.
+# What lets CMake and pkg-config find the installed library, and the examples. Both find it relative to
+# their own place, so that an installed tree can be moved.
 
 include(CMakePackageConfigHelpers)
 
@@ -21,6 +21,9 @@ install(FILES
 install(EXPORT VortanTransferAgentTargets
     NAMESPACE VortanTransferAgent::
     DESTINATION ${VORTAN_CMAKE_DIR} COMPONENT development)
+
+install(DIRECTORY examples
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/vortantransferagent COMPONENT development)
 
 file(RELATIVE_PATH VORTAN_PC_PREFIX
     ${CMAKE_INSTALL_PREFIX}/${VORTAN_PC_DIR} ${CMAKE_INSTALL_PREFIX})

@@ -53,7 +53,7 @@ set(this_holds_runtime "This package holds the shared library.")
 
 set(summary_development "library that performs HTTP and file transfers (development files)")
 set(this_holds_development "This package holds what programs that use the library are built with: its
-headers, and the files that CMake and pkg-config find it by.")
+headers, the files that CMake and pkg-config find it by, and examples.")
 
 set(summary_tools "command-line client of the Vortan transfer agent")
 set(this_holds_tools "This package holds vortan-transfer, which fetches URLs and files, and sends

@@ -12,6 +12,7 @@ if(VORTAN_DOXYGEN AND VORTAN_DOT)
             REFERENCE_FOLDER=${VORTAN_REFERENCE_DIR} REFERENCE_VERSION=${PROJECT_VERSION}
             ${VORTAN_DOXYGEN} docs/reference/Doxyfile
         COMMAND ${CMAKE_COMMAND} -E copy_directory docs/abi ${VORTAN_REFERENCE_DIR}/html/abi
+        COMMAND ${CMAKE_COMMAND} -E copy_directory examples ${VORTAN_REFERENCE_DIR}/html/examples
         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
         COMMENT "Building the reference in ${VORTAN_REFERENCE_DIR}/html"
         VERBATIM)

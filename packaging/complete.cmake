@@ -50,7 +50,12 @@ function(strip folder)
     endforeach()
 endfunction()
 
+# Documents are installed under the library's name, and packed under the package's.
 function(add_documents folder)
+    get_filename_component(documents ${folder} DIRECTORY)
+    if(EXISTS ${documents}/vortantransferagent)
+        file(RENAME ${documents}/vortantransferagent ${folder})
+    endif()
     file(COPY ${CPACK_VORTAN_SOURCE_DIR}/packaging/copyright DESTINATION ${folder})
     configure_file(${CPACK_VORTAN_SOURCE_DIR}/CHANGELOG.md ${folder}/changelog COPYONLY)
     compress(${folder}/changelog)

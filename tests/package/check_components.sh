@@ -30,7 +30,7 @@ headers() {
 rm -rf "$work"
 lib='lib(/[^/]+-linux-[^/]+)?'
 only runtime "$lib/libvortantransferagent\.so\.0(\.[0-9]+)*"
-only development "$lib/(libvortantransferagent\.so|cmake/.*|pkgconfig/.*)|include/vortantransferagent/[^/]+"
+only development "$lib/(libvortantransferagent\.so|cmake/.*|pkgconfig/.*)|include/vortantransferagent/[^/]+|share/doc/vortantransferagent/examples/[^/]+"
 only standins "$lib/lib(dlog|QXCurl)\.so\.0(\.[0-9]+)*"
 install_component tools
 
