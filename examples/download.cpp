@@ -13,11 +13,10 @@ namespace {
 
 bool Download(const std::string& url, ITransferHandler::Bytes& body)
 {
-    // What the callbacks use is older than the agent, and so outlives it.
-    std::promise<bool> succeeded;
+    //! [request]
+    std::promise<bool> succeeded;  // like body, older than the agent, and so outlives it
     const auto agent = AsyncTransferAgentManager::Create();
 
-    //! [request]
     auto request = std::make_unique<ITransferAgentManager::TransferConfiguration>();
     request->url = url;
     request->handlerFactory = std::make_unique<CurlEasyHandlerFactory>();
