@@ -28,7 +28,7 @@ packages_for() {
         ;;
     clang) echo clang-14 libclang-rt-14-dev llvm-14 libbenchmark-dev ;;
     armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
-    soak) echo gnuplot-nox ;;
+    soak | pacing) echo gnuplot-nox ;;
     abi) echo abigail-tools python3 ;;
     reference) echo doxygen graphviz libxml2-utils ;;
     model) echo gcc libc6-dev spin ;;
