@@ -3,6 +3,7 @@
 #include <ITransferAgentManager.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <future>
 #include <memory>
@@ -26,10 +27,23 @@ public:
     std::future<bool> Start(const std::string& url,
                             std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory, Mode mode);
 
+    // The same for a plain PUT of the body; what the server answers counts as received.
+    std::future<bool> Upload(const std::string& url,
+                             std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory,
+                             std::string body);
+
+    // The same for a plain transfer that is sent after a while.
+    std::future<bool> StartAfter(std::chrono::milliseconds delay,
+                                 std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory);
+
     // Body bytes received since the last call.
     std::size_t TakeReceived() { return m_Received.exchange(0); }
 
 private:
+    using Request = VORTAN_MW::ITransferAgentManager::TransferConfiguration;
+
+    std::future<bool> m_Start(std::unique_ptr<Request> request);
+
     std::atomic<std::size_t> m_Received{0};
     std::unique_ptr<VORTAN_MW::ITransferAgentManager> m_Agent;
 };

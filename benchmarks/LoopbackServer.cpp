@@ -11,7 +11,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
+#include <vector>
 
 namespace {
 
@@ -23,11 +25,13 @@ int Check(int result)
     return result;
 }
 
-// Reads the head of a request; empty if the client went away.
+constexpr char EndOfHead[] = "\r\n\r\n";
+
+// Reads the head of a request, and what has come with it; empty if the client went away.
 std::string ReceiveRequest(int connection)
 {
     std::string request;
-    while (request.find("\r\n\r\n") == std::string::npos) {
+    while (request.find(EndOfHead) == std::string::npos) {
         char piece[4096];
         const ssize_t count = recv(connection, piece, sizeof piece, 0);
         if (count <= 0) {
@@ -51,18 +55,42 @@ bool Send(int connection, const char* data, std::size_t size, int flags)
     return true;
 }
 
-// "GET /1024 HTTP/1.1": the path is the length of the body.
+// Receives what a request uploads. The client waits to be told that it may.
+bool ReceiveUpload(int connection, const std::string& request)
+{
+    static const std::string announcement = "Content-Length: ";
+    static std::vector<char> block(std::size_t{256} * 1024);
+    const std::size_t announced = request.find(announcement);
+    if (announced == std::string::npos) {
+        return true;
+    }
+    const unsigned long long length =
+        std::strtoull(request.c_str() + announced + announcement.size(), nullptr, 10);
+    const std::string proceed = "HTTP/1.1 100 Continue\r\n\r\n";
+    unsigned long long received = request.size() - request.find(EndOfHead) - std::strlen(EndOfHead);
+    bool whole = Send(connection, proceed.data(), proceed.size(), 0);
+    while (whole && received < length) {
+        const ssize_t count = recv(connection, block.data(), block.size(), 0);
+        whole = count > 0;
+        received += static_cast<unsigned long long>(std::max<ssize_t>(count, 0));
+    }
+    return whole;
+}
+
+// "GET /1024 HTTP/1.1": the path is the length of the body, which "GET /-1024 HTTP/1.1" keeps from
+// the client.
 void Answer(int connection)
 {
     static const std::string block(std::size_t{256} * 1024, 'x');
     const std::string request = ReceiveRequest(connection);
     const std::size_t slash = request.find('/');
-    if (slash == std::string::npos) {
+    if (slash == std::string::npos || !ReceiveUpload(connection, request)) {
         return;
     }
-    unsigned long long left = std::strtoull(request.c_str() + slash + 1, nullptr, 10);
-    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(left) +
-                             "\r\nConnection: close\r\n\r\n";
+    const long long path = std::strtoll(request.c_str() + slash + 1, nullptr, 10);
+    auto left = static_cast<unsigned long long>(std::abs(path));
+    const std::string length = path < 0 ? "" : "Content-Length: " + std::to_string(left) + "\r\n";
+    const std::string head = "HTTP/1.1 200 OK\r\n" + length + "Connection: close\r\n\r\n";
     bool sent = Send(connection, head.data(), head.size(), MSG_MORE);
     while (sent && left > 0) {
         const auto size =
@@ -116,4 +144,9 @@ LoopbackServer::~LoopbackServer()
 std::string LoopbackServer::Url(std::size_t size) const
 {
     return "http://127.0.0.1:" + std::to_string(m_Port) + "/" + std::to_string(size);
+}
+
+std::string LoopbackServer::UnannouncedUrl(std::size_t size) const
+{
+    return "http://127.0.0.1:" + std::to_string(m_Port) + "/-" + std::to_string(size);
 }

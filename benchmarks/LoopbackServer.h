@@ -18,8 +18,11 @@ public:
     // Ends the server's process.
     ~LoopbackServer();
 
-    // The URL of a body of so many bytes, whose length the server announces.
+    // The URL of a body of so many bytes, whose length the server announces. An upload to it is
+    // received first.
     std::string Url(std::size_t size) const;
+    // The same for a body that ends with the connection.
+    std::string UnannouncedUrl(std::size_t size) const;
 
 private:
     std::uint16_t m_Port = 0;

@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -40,6 +42,21 @@ std::size_t Append(char* data, std::size_t size, std::size_t nmemb, void* body)
     return size * nmemb;
 }
 
+struct Upload
+{
+    const std::string& body;
+    std::size_t offset = 0;
+};
+
+std::size_t ReadUpload(char* buffer, std::size_t size, std::size_t nmemb, void* userData)
+{
+    auto& upload = *static_cast<Upload*>(userData);
+    const std::size_t count = std::min(size * nmemb, upload.body.size() - upload.offset);
+    std::memcpy(buffer, upload.body.data() + upload.offset, count);
+    upload.offset += count;
+    return count;
+}
+
 CURL* MakeGet(const std::string& url)
 {
     CURL* const handle = curl_easy_init();
@@ -60,6 +77,14 @@ bool Perform(CURL* handle, const char* headerLine)
     return code == CURLE_OK;
 }
 
+void SetConduct(CURL* handle)
+{
+    curl_easy_setopt(handle, CURLOPT_USERAGENT, "libcurl-agent/1.0");
+    curl_easy_setopt(handle, CURLOPT_FAILONERROR, 1L);
+    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
+}
+
 bool Get(const std::string& url, curl_write_callback onHeader, curl_write_callback onBody,
          void* userData)
 {
@@ -70,10 +95,7 @@ bool Get(const std::string& url, curl_write_callback onHeader, curl_write_callba
     }
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, onBody);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, userData);
-    curl_easy_setopt(handle, CURLOPT_USERAGENT, "libcurl-agent/1.0");
-    curl_easy_setopt(handle, CURLOPT_FAILONERROR, 1L);
-    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
+    SetConduct(handle);
     return Perform(handle, "Cache-control: no-cache");
 }
 
@@ -107,6 +129,20 @@ std::size_t StreamLikeTheWrapper(const std::string& url)
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &received);
     curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, 10L);
     return Perform(handle, "Content-Length:0") ? received : 0;
+}
+
+std::size_t UploadWithLibcurl(const std::string& url, const std::string& body)
+{
+    Upload upload{body};
+    CURL* const handle = curl_easy_init();
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
+    curl_easy_setopt(handle, CURLOPT_READFUNCTION, &ReadUpload);
+    curl_easy_setopt(handle, CURLOPT_READDATA, &upload);
+    curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Ignore);
+    SetConduct(handle);
+    return Perform(handle, "Cache-control: no-cache") ? upload.offset : 0;
 }
 
 std::size_t ReadIntoVector(const std::string& path)

@@ -19,5 +19,9 @@ std::size_t DownloadWithLibcurl(const std::string& url);
 // GET: chunks are counted.
 std::size_t StreamLikeTheWrapper(const std::string& url);
 
+// libcurl with the options that the libcurl handler sets for a PUT: sends the body from where it
+// is, and returns its size.
+std::size_t UploadWithLibcurl(const std::string& url, const std::string& body);
+
 // read(2) of a file into a vector of the file's size.
 std::size_t ReadIntoVector(const std::string& path);

@@ -1,6 +1,7 @@
 // What going through the agent costs, beside the same work done without it. See
 // docs/performance.md for how to run this and how to read it.
 
+#include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
 #include <FileReaderFactory.h>
 #include <QXCurlEasyHandlerFactory.h>
@@ -11,14 +12,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "AgentClient.h"
@@ -44,13 +50,16 @@ constexpr std::size_t SmallBody = 1024;
 constexpr std::size_t SmallRequests = 64;
 
 const std::vector<Comparison> Comparisons = {
-    {"streamed", "libcurl", "<= 1.05", ">= 0.97"},
+    {"streamed", "libcurl", "<= 1.02", ">= 0.97"},
     {"streamed", "libcurl-vectors", "-", "-"},
     {"vendor", "libcurl", "-", ">= 0.97"},
-    {"plain", "libcurl", "<= 1.05", ">= 0.97"},
-    {"small", "libcurl", "<= 1.05", "-"},
-    {"dispatch", "thread", "<= 1.5", "-"},
-    {"file", "read", "<= 1.1", "-"},
+    {"plain", "libcurl", "<= 0.7", ">= 0.97"},
+    {"unannounced", "libcurl", "<= 1.05", ">= 0.97"},
+    {"put", "libcurl", "<= 5", "-"},
+    {"small", "libcurl", "<= 1.03", "-"},
+    {"dispatch", "thread", "<= 1.3", "-"},
+    {"shutdown", "threads", "<= 1.2", "-"},
+    {"file", "read", "<= 1.03", "-"},
 };
 
 // Succeeds at once, without a byte.
@@ -138,6 +147,100 @@ void OnThread(benchmark::State& state, const std::string& source,
     CountBytes(state, size);
 }
 
+// One upload per iteration. The client's own copy of the body is made before each.
+void UploadThroughAgent(benchmark::State& state, const std::string& url, const std::string& body)
+{
+    AgentClient client;
+    while (state.KeepRunning()) {
+        state.PauseTiming();
+        std::string own = body;
+        state.ResumeTiming();
+        const bool success =
+            client.Upload(url, Make<VORTAN_MW::CurlEasyHandlerFactory>(), std::move(own)).get();
+        Expect(state, success);
+    }
+    CountBytes(state, body.size());
+}
+
+void UploadOnThread(benchmark::State& state, const std::string& url, const std::string& body)
+{
+    while (state.KeepRunning()) {
+        std::size_t sent = 0;
+        std::thread([&] { sent = UploadWithLibcurl(url, body); }).join();
+        Expect(state, sent == body.size());
+    }
+    CountBytes(state, body.size());
+}
+
+constexpr std::size_t Sleepers = 4;
+constexpr benchmark::IterationCount Shutdowns = 100;
+
+// Long enough for the sleepers to have gone to sleep. If one has not, a round is a little cheaper.
+void LetThemSleep()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+}
+
+// Four transfers wait to be sent. What is measured is the end of their agent: it wakes the workers,
+// which still perform their transfers, and joins them.
+void ShutdownOfAgent(benchmark::State& state)
+{
+    while (state.KeepRunning()) {
+        state.PauseTiming();
+        auto client = std::make_unique<AgentClient>();
+        for (std::size_t number = 0; number < Sleepers; ++number) {
+            client->StartAfter(std::chrono::hours(1), Make<EmptyHandlerFactory>());
+        }
+        LetThemSleep();
+        state.ResumeTiming();
+        client.reset();
+    }
+}
+
+class SleepingThread
+{
+public:
+    SleepingThread() : m_Thread([this] { m_Sleep(); }) {}
+    SleepingThread(const SleepingThread&) = delete;
+    SleepingThread& operator=(const SleepingThread&) = delete;
+    ~SleepingThread() { m_Thread.join(); }
+
+    void Wake()
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            m_Over = true;
+        }
+        m_Woken.notify_one();
+    }
+
+private:
+    void m_Sleep()
+    {
+        std::unique_lock<std::mutex> lock(m_Mutex);
+        m_Woken.wait_for(lock, std::chrono::hours(1), [this] { return m_Over; });
+    }
+
+    std::mutex m_Mutex;
+    std::condition_variable m_Woken;
+    bool m_Over = false;
+    std::thread m_Thread;
+};
+
+void ShutdownOfThreads(benchmark::State& state)
+{
+    while (state.KeepRunning()) {
+        state.PauseTiming();
+        auto threads = std::make_unique<std::array<SleepingThread, Sleepers>>();
+        LetThemSleep();
+        state.ResumeTiming();
+        for (SleepingThread& thread : *threads) {
+            thread.Wake();
+        }
+        threads.reset();
+    }
+}
+
 void Finish(std::future<bool>& transfer)
 {
     if (transfer.valid()) {
@@ -192,15 +295,15 @@ void SmallOnThreads(benchmark::State& state, const std::string& url)
 
 // Process CPU time counts every thread. The rate is by the clock on the wall.
 template <typename... Arguments>
-void Register(const std::string& name, Arguments... arguments)
+benchmark::internal::Benchmark* Register(const std::string& name, Arguments... arguments)
 {
-    benchmark::RegisterBenchmark(name.c_str(), arguments...)
+    return benchmark::RegisterBenchmark(name.c_str(), arguments...)
         ->MeasureProcessCPUTime()
         ->UseRealTime()
         ->Unit(benchmark::kMicrosecond);
 }
 
-void RegisterAll(const LoopbackServer& server, const TemporaryFile& file)
+void RegisterAll(const LoopbackServer& server, const TemporaryFile& file, const std::string& upload)
 {
     using VORTAN_MW::CurlEasyHandlerFactory;
     using Mode = AgentClient::Mode;
@@ -216,6 +319,13 @@ void RegisterAll(const LoopbackServer& server, const TemporaryFile& file)
     Register("plain/agent", ThroughAgent, large, Make<CurlEasyHandlerFactory>, Mode::Plain,
              LargeBody);
     Register("plain/libcurl", OnThread, large, DownloadWithLibcurl, LargeBody);
+    const std::string unannounced = server.UnannouncedUrl(LargeBody);
+    Register("unannounced/agent", ThroughAgent, unannounced, Make<CurlEasyHandlerFactory>,
+             Mode::Plain, LargeBody);
+    Register("unannounced/libcurl", OnThread, unannounced, DownloadWithLibcurl, LargeBody);
+    const std::string target = server.Url(0);
+    Register("put/agent", UploadThroughAgent, target, std::cref(upload));
+    Register("put/libcurl", UploadOnThread, target, std::cref(upload));
     Register("small/agent", SmallThroughAgent, small);
     Register("small/libcurl", SmallOnThreads, small);
     Register("dispatch/agent", ThroughAgent, "nowhere", Make<EmptyHandlerFactory>, Mode::Plain,
@@ -223,6 +333,8 @@ void RegisterAll(const LoopbackServer& server, const TemporaryFile& file)
     Register(
         "dispatch/thread", OnThread, "nowhere",
         +[](const std::string&) -> std::size_t { return 0; }, std::size_t{0});
+    Register("shutdown/agent", ShutdownOfAgent)->Iterations(Shutdowns);
+    Register("shutdown/threads", ShutdownOfThreads)->Iterations(Shutdowns);
     Register("file/agent", ThroughAgent, file.Path(), Make<VORTAN_MW::FileReaderFactory>,
              Mode::Plain, LargeBody);
     Register("file/read", OnThread, file.Path(), ReadIntoVector, LargeBody);
@@ -243,6 +355,76 @@ double PeakMemoryOfStreaming(const std::string& url)
     rusage usage = {};
     wait4(process, &status, 0, &usage);
     return status == 0 ? static_cast<double>(usage.ru_maxrss) / 1024 : 0;
+}
+
+using Clock = std::chrono::steady_clock;
+
+// Hands over chunks until one is refused, and then tells when that was.
+class EndlessHandler : public VORTAN_MW::ITransferHandler
+{
+public:
+    explicit EndlessHandler(std::promise<Clock::time_point>& refused) : m_Refused(refused) {}
+
+    Result DoTransfer(const TransferDetail& detail) const override
+    {
+        while (detail.dataCallback(std::make_unique<Bytes>(ChunkSize), detail.userData)) {
+        }
+        m_Refused.set_value(Clock::now());
+        return {};
+    }
+
+private:
+    static constexpr std::size_t ChunkSize = std::size_t{16} * 1024;
+
+    std::promise<Clock::time_point>& m_Refused;
+};
+
+class EndlessHandlerFactory : public VORTAN_MW::ITransferHandlerFactory
+{
+public:
+    explicit EndlessHandlerFactory(std::promise<Clock::time_point>& refused) : m_Refused(refused) {}
+
+    std::unique_ptr<VORTAN_MW::ITransferHandler> Create() override
+    {
+        return std::make_unique<EndlessHandler>(m_Refused);
+    }
+
+private:
+    std::promise<Clock::time_point>& m_Refused;
+};
+
+// From the call of CancelTransfer to the first chunk that is refused.
+Clock::duration TimeToCancel()
+{
+    std::promise<Clock::time_point> refused;
+    std::promise<void> started;
+    bool first = true;
+    const auto agent = VORTAN_MW::AsyncTransferAgentManager::Create();
+    auto request = std::make_unique<VORTAN_MW::ITransferAgentManager::TransferConfiguration>();
+    request->url = "nowhere";
+    request->segmented = true;
+    request->handlerFactory = std::make_unique<EndlessHandlerFactory>(refused);
+    request->dataCallback = [&](std::unique_ptr<VORTAN_MW::ITransferHandler::Bytes>, void*) {
+        if (std::exchange(first, false)) {
+            started.set_value();
+        }
+    };
+    const std::uint64_t handle = agent->RequestTransfer(std::move(request));
+    started.get_future().wait();
+    const Clock::time_point cancelled = Clock::now();
+    agent->CancelTransfer(handle);
+    return refused.get_future().get() - cancelled;
+}
+
+void PrintTimesToCancel()
+{
+    std::vector<double> times(1001);
+    std::generate(times.begin(), times.end(),
+                  [] { return std::chrono::duration<double, std::micro>(TimeToCancel()).count(); });
+    std::sort(times.begin(), times.end());
+    std::printf(
+        "From a cancel to the first refused chunk: median %.1f us (aim 20), 99%% within %.1f us\n",
+        times[times.size() / 2], times[times.size() * 99 / 100]);
 }
 
 }  // namespace
@@ -272,10 +454,12 @@ int main(int argc, char* argv[])
 
     curl_global_init(CURL_GLOBAL_ALL);
     const TemporaryFile file(LargeBody);
-    RegisterAll(server, file);
+    const std::string upload(LargeBody, 'x');
+    RegisterAll(server, file, upload);
     RatioReporter reporter(Comparisons);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf("\nPeak memory of a process that streams 16 MiB: %.1f MiB, 1 GiB: %.1f MiB\n",
                 peakOf16MiB, peakOf1GiB);
+    PrintTimesToCancel();
     return EXIT_SUCCESS;
 }
