@@ -7,61 +7,14 @@
 //
 // The difference between two counts tells what one of them takes.
 
-#include <AsyncTransferAgentManager.h>
-#include <dlog.h>
-
 #include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "AgentClient.h"
-
-// Takes the platform log's place and drops every line: what is measured is the library's share.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the device's.
-extern "C" __attribute__((visibility("default"))) int __dlog_print(int, int, const char*,
-                                                                   const char*, ...)
-{
-    return 0;
-}
+#include "EmptyChunks.h"
 
 namespace {
-
-using VORTAN_MW::ITransferHandler;
-
-class EmptyChunks : public ITransferHandler
-{
-public:
-    explicit EmptyChunks(std::size_t count) : m_Count(count) {}
-
-    Result DoTransfer(const TransferDetail& detail) const override
-    {
-        for (std::size_t i = 0; i < m_Count; ++i) {
-            if (!detail.dataCallback(std::make_unique<Bytes>(ChunkSize), detail.userData)) {
-                return {};
-            }
-        }
-        return {true, nullptr};
-    }
-
-private:
-    static constexpr std::size_t ChunkSize = 1;
-
-    std::size_t m_Count;
-};
-
-class EmptyChunksFactory : public VORTAN_MW::ITransferHandlerFactory
-{
-public:
-    explicit EmptyChunksFactory(std::size_t count) : m_Count(count) {}
-
-    std::unique_ptr<ITransferHandler> Create() override
-    {
-        return std::make_unique<EmptyChunks>(m_Count);
-    }
-
-private:
-    std::size_t m_Count;
-};
 
 bool Transfer(AgentClient& client, std::size_t chunks, AgentClient::Mode mode)
 {
