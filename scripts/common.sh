@@ -170,3 +170,16 @@ run_tests() {
     shift
     (cd "$project" && ctest --preset "$preset" --parallel "$(nproc)" "$@")
 }
+
+# write_section FILE NAME: what stands in FILE between the comments "NAME begins" and "NAME ends" is
+# replaced by standard input.
+write_section() {
+    local file=$1 text result
+    text=$(cat)
+    result=$(text=$text awk -v first="<!-- $2 begins -->" -v last="<!-- $2 ends -->" '
+        $0 == last { inside = 0 }
+        !inside { print }
+        $0 == first { inside = 1; ++found; print ENVIRON["text"] }
+        END { exit !(found && !inside) }' "$file") || fail "$file has no section $2"
+    printf '%s\n' "$result" >"$file"
+}
