@@ -29,6 +29,10 @@ packages_for() {
     clang) echo clang-14 libclang-rt-14-dev llvm-14 libbenchmark-dev ;;
     armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
     soak | pacing) echo gnuplot-nox ;;
+    peers)
+        echo gnuplot-nox libaria2-0-dev libboost-dev libcpp-httplib-dev libcpprest-dev \
+            libcurlpp-dev libpoco-dev libssl-dev
+        ;;
     abi) echo abigail-tools python3 ;;
     reference) echo doxygen graphviz libxml2-utils ;;
     model) echo gcc libc6-dev spin ;;
