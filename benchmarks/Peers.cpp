@@ -5,9 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -56,8 +54,7 @@ struct Upload
 std::size_t ReadUpload(char* buffer, std::size_t size, std::size_t nmemb, void* userData)
 {
     auto& upload = *static_cast<Upload*>(userData);
-    const std::size_t count = std::min(size * nmemb, upload.body.size() - upload.offset);
-    std::memcpy(buffer, upload.body.data() + upload.offset, count);
+    const std::size_t count = upload.body.copy(buffer, size * nmemb, upload.offset);
     upload.offset += count;
     return count;
 }
