@@ -58,7 +58,7 @@ set xtics auto
 set xrange [0:70]
 set yrange [0:*]
 set key off
-plot "$folder/hours" using (\$1/24):2 with lines linecolor 3
+plot "$folder/hours" using (\$1/24):2 with lines linecolor 3 title "requests"
 END
 }
 
