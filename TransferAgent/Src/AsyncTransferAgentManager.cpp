@@ -1,5 +1,6 @@
 #include "AsyncTransferAgentManager.h"
 
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -16,6 +17,17 @@ boost::optional<ITransferHandler::Bytes&> BufferIfWanted(
     const std::unique_ptr<ITransferHandler::Bytes>& buffer)
 {
     return buffer ? boost::optional<ITransferHandler::Bytes&>(*buffer) : boost::none;
+}
+
+// A copy to transfer with, which stays whole when the job is removed meanwhile. Only the request
+// body is moved: a job has one transfer, nobody else reads it, and copying it may cost more than
+// sending it.
+ITransferHandler::Configuration ConfigurationFor(ITransferHandler::Configuration& job)
+{
+    std::string body = std::move(job.requestBody);
+    ITransferHandler::Configuration configuration(job);
+    configuration.requestBody = std::move(body);
+    return configuration;
 }
 
 // Never inlined: the generator takes 10 KiB of stack. A worker without a random delay stays within
@@ -257,7 +269,7 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransfer(Lock& 
     LOG_DEBUG(" ");
     ITransferHandler::Result result;
     m_State->AssertHeld(lock, __FILE__, __LINE__);
-    const TransferJob& job = m_GetJob(lock, handle);
+    TransferJob& job = m_GetJob(lock, handle);
     if (job.handle != handle) {
         LOG_ERROR("Handle " << handle << " doesn't match the jobInfo");
         return result;
@@ -270,7 +282,7 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransfer(Lock& 
         if (!handler) {
             return result;
         }
-        const ITransferHandler::Configuration configuration(job);
+        const ITransferHandler::Configuration configuration = ConfigurationFor(job);
         const bool wantsHeader = static_cast<bool>(job.headerCallback);
         const bool wantsData = static_cast<bool>(job.dataCallback);
         // From here on the job may be gone.
@@ -331,7 +343,7 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransferSegment
     Lock& lock, std::uint64_t handle)
 {
     m_State->AssertHeld(lock, __FILE__, __LINE__);
-    const TransferJob& job = m_GetJob(lock, handle);
+    TransferJob& job = m_GetJob(lock, handle);
     if (job.handle != handle) {
         return {};
     }
@@ -339,7 +351,7 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransferSegment
     if (!handler) {
         return {};
     }
-    const ITransferHandler::Configuration configuration(job);
+    const ITransferHandler::Configuration configuration = ConfigurationFor(job);
     TransferCallbackContext context{handle, this};
     const State::MutexGap gap(lock, m_State->held);
     return handler->GetTransfer(configuration, &s_CurlHeaderCb, &s_CurlBodyCb, &context);

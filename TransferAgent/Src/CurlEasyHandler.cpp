@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -32,15 +33,17 @@ struct HeaderListDeleter
 };
 using HeaderList = std::unique_ptr<curl_slist, HeaderListDeleter>;
 
-// The exception that a callback of the transfer running on this thread has kept for DoTransfer.
-// Nested: a client's callback may itself use a handler.
-class PendingException
+// What the callbacks of the transfer that runs on this thread share with DoTransfer. Nested: a
+// client's callback may itself use a handler.
+class RunningTransfer
 {
 public:
-    PendingException() : m_Outer(std::exchange(s_Current, this)) {}
-    PendingException(const PendingException&) = delete;
-    PendingException& operator=(const PendingException&) = delete;
-    ~PendingException() { s_Current = m_Outer; }
+    explicit RunningTransfer(CURL* handle)
+        : m_Handle(handle), m_Outer(std::exchange(s_Current, this))
+    {}
+    RunningTransfer(const RunningTransfer&) = delete;
+    RunningTransfer& operator=(const RunningTransfer&) = delete;
+    ~RunningTransfer() { s_Current = m_Outer; }
 
     void RethrowIfAny() const
     {
@@ -61,14 +64,47 @@ public:
         }
     }
 
-private:
-    static thread_local PendingException* s_Current;
+    // How many bytes of body the server said that it would send; 0 if it did not say.
+    static std::uint64_t AnnouncedLength()
+    {
+        curl_off_t length = 0;
+        if (s_Current) {
+            curl_easy_getinfo(s_Current->m_Handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+        }
+        return length > 0 ? static_cast<std::uint64_t>(length) : 0;
+    }
 
-    PendingException* m_Outer;
+private:
+    static thread_local RunningTransfer* s_Current;
+
+    CURL* m_Handle;
+    RunningTransfer* m_Outer;
     std::exception_ptr m_Exception;
 };
 
-thread_local PendingException* PendingException::s_Current = nullptr;
+thread_local RunningTransfer* RunningTransfer::s_Current = nullptr;
+
+// Makes room in a full buffer for what is announced, which saves copying it as it grows. Memory
+// that is not written to costs nothing but addresses, and even of those a server that announces
+// more than it sends gets no more than that much, or some times what it has sent.
+void ReserveAnnounced(ITransferHandler::Bytes& body, std::size_t chunk)
+{
+    constexpr std::size_t Unproven = std::size_t{64} * 1024 * 1024;
+    if (body.capacity() - body.size() >= chunk) {
+        return;
+    }
+    const std::uint64_t bound = std::max<std::uint64_t>(Unproven, std::uint64_t{4} * body.size());
+    const std::uint64_t wanted =
+        std::min<std::uint64_t>({RunningTransfer::AnnouncedLength(), bound, body.max_size()});
+    if (wanted < body.size() + chunk) {
+        return;
+    }
+    try {
+        body.reserve(static_cast<std::size_t>(wanted));
+    } catch (const std::bad_alloc&) {
+        // Whether there is room for what really arrives is seen when it does.
+    }
+}
 
 // A variadic argument of the wrong width goes wrong on 32 bits: only the types that libcurl reads
 // pass. The result is ignored, as a request goes out with the options that this libcurl knows.
@@ -199,10 +235,10 @@ ITransferHandler::Result CurlEasyHandler::DoTransfer(const TransferDetail& detai
     HeaderList headers = MakeHeaderList(detail);
     SetOption(handle.get(), CURLOPT_HTTPHEADER, headers.get());
 
-    const PendingException pending;
+    const RunningTransfer running(handle.get());
     const CURLcode code = curl_easy_perform(handle.get());
     headers.reset();
-    pending.RethrowIfAny();
+    running.RethrowIfAny();
 
     result.httpCode = std::make_unique<long>(0);
     curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, result.httpCode.get());
@@ -232,7 +268,7 @@ try {
     }
     return count;
 } catch (...) {
-    PendingException::Keep();
+    RunningTransfer::Keep();
     return CURL_READFUNC_ABORT;  // 0 would end the upload short and leave the server waiting
 }
 
@@ -241,7 +277,7 @@ std::size_t CurlEasyHandler::s_WriteHeaderCallback(char* data, std::size_t size,
 try {
     return s_WriteCallback(data, size * nmemb, static_cast<const TransferDetail*>(userdata), true);
 } catch (...) {
-    PendingException::Keep();
+    RunningTransfer::Keep();
     return 0;
 }
 
@@ -250,7 +286,7 @@ std::size_t CurlEasyHandler::s_WriteBodyCallback(char* data, std::size_t size, s
 try {
     return s_WriteCallback(data, size * nmemb, static_cast<const TransferDetail*>(userdata), false);
 } catch (...) {
-    PendingException::Keep();
+    RunningTransfer::Keep();
     return 0;
 }
 
@@ -266,6 +302,9 @@ std::size_t CurlEasyHandler::s_WriteCallback(const void* data, std::size_t size,
     Bytes* const buffer = isHeader ? detail->headerBuffer : detail->dataBuffer;
     const ChunkCallback& callback = isHeader ? detail->headerCallback : detail->dataCallback;
     if (buffer && static_cast<std::ptrdiff_t>(size) >= 1) {
+        if (!isHeader) {
+            ReserveAnnounced(*buffer, size);
+        }
         buffer->insert(buffer->end(), first, last);
     }
     if (!callback || callback(std::make_unique<Bytes>(first, last), detail->userData)) {

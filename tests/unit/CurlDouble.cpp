@@ -269,17 +269,26 @@ CURLcode curl_easy_perform(CURL* handle)
 
 CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...)
 {
-    Note(info == CURLINFO_RESPONSE_CODE ? "easy_getinfo RESPONSE_CODE"
-                                        : "easy_getinfo " + std::to_string(info));
+    const CurlDouble& owner = *TheRecord().owner;
     static_cast<void>(Find(handle));
-    if (!TheRecord().owner->responseCode) {
-        return CURLE_UNKNOWN_OPTION;
-    }
     va_list arguments;
     va_start(arguments, info);
-    *va_arg(arguments, long*) = *TheRecord().owner->responseCode;
+    CURLcode code = CURLE_UNKNOWN_OPTION;
+    if (info == CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) {
+        Note("easy_getinfo CONTENT_LENGTH_DOWNLOAD_T");
+        *va_arg(arguments, curl_off_t*) = owner.announcedLength;
+        code = CURLE_OK;
+    } else if (info == CURLINFO_RESPONSE_CODE) {
+        Note("easy_getinfo RESPONSE_CODE");
+        if (owner.responseCode) {
+            *va_arg(arguments, long*) = *owner.responseCode;
+            code = CURLE_OK;
+        }
+    } else {
+        Note("easy_getinfo " + std::to_string(info));
+    }
     va_end(arguments);
-    return CURLE_OK;
+    return code;
 }
 
 const char* curl_easy_strerror(CURLcode code)

@@ -53,6 +53,8 @@ public:
     // Lines that cannot be appended to a list.
     std::vector<std::string> refusedLines;
     Perform perform = [](const CurlDoublePerform&) { return CURLE_OK; };
+    // As libcurl says it: -1 if the server did not announce how long the body is.
+    curl_off_t announcedLength = -1;
     // Absent: libcurl has no answer and writes none.
     boost::optional<long> responseCode = 200L;
 };

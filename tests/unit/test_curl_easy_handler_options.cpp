@@ -251,6 +251,67 @@ TEST_F(CurlHandlerOptions, BytesReachTheBuffersInPlaceOfWhatWasThere)
     EXPECT_EQ(body, BytesOf(std::string("a\0b", 3)));
 }
 
+TEST_F(CurlHandlerOptions, ABodyBufferHasRoomForTheAnnouncedBytesFromTheStart)
+{
+    detail.dataBuffer = &body;
+    curl.announcedLength = 100000;
+    curl.perform = [this](const CurlDoublePerform& perform) {
+        perform.Body("a");
+        const std::uint8_t* const bytes = body.data();
+        perform.Body(std::string(99999, 'b'));
+        EXPECT_EQ(body.data(), bytes);
+        return CURLE_OK;
+    };
+    Transfer();
+    EXPECT_EQ(body, BytesOf("a" + std::string(99999, 'b')));
+    EXPECT_EQ(body.capacity(), 100000U);
+    EXPECT_EQ(curl.CallsOf("easy_getinfo CONTENT_LENGTH").size(), 1U);
+}
+
+TEST_F(CurlHandlerOptions, AServerThatAnnouncesWhatItDoesNotSendGetsLittleMemory)
+{
+    constexpr std::size_t MiB = std::size_t{1024} * 1024;
+    detail.dataBuffer = &body;
+    curl.announcedLength = std::numeric_limits<curl_off_t>::max();
+    curl.perform = [this](const CurlDoublePerform& perform) {
+        perform.Body("a");
+        EXPECT_EQ(body.capacity(), 64 * MiB);
+        perform.Body(std::string(64 * MiB - 1, 'b'));
+        EXPECT_EQ(body.capacity(), 64 * MiB);
+        perform.Body("c");
+        EXPECT_EQ(body.capacity(), 256 * MiB);
+        return CURLE_PARTIAL_FILE;
+    };
+    EXPECT_FALSE(Transfer().success);
+    EXPECT_EQ(body.size(), 64 * MiB + 1);
+}
+
+TEST_F(CurlHandlerOptions, ABodyIsLongerThanAnnouncedOnceItIsDecoded)
+{
+    detail.dataBuffer = &body;
+    curl.announcedLength = 2;
+    curl.perform = [](const CurlDoublePerform& perform) {
+        perform.Body("a");
+        perform.Body("bcd");
+        perform.Body("efghi");
+        return CURLE_OK;
+    };
+    Transfer();
+    EXPECT_EQ(body, BytesOf("abcdefghi"));
+}
+
+TEST_F(CurlHandlerOptions, TheAnnouncedLengthSaysNothingAboutTheHeader)
+{
+    detail.headerBuffer = &header;
+    curl.announcedLength = 100000;
+    curl.perform = [](const CurlDoublePerform& perform) {
+        perform.Header("HTTP/1.1 200 OK\r\n");
+        return CURLE_OK;
+    };
+    Transfer();
+    EXPECT_LT(header.capacity(), 100U);
+}
+
 TEST_F(CurlHandlerOptions, OneHandlerPerformsAnyNumberOfTransfersEachOnAHandleOfItsOwn)
 {
     const VORTAN_MW::CurlEasyHandler handler;
