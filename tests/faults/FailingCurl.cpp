@@ -116,7 +116,7 @@ CURLcode curl_easy_perform(CURL* handle)
 CURLcode curl_easy_getinfo(CURL* handle, CURLINFO info, ...)
 {
     if (s_Calls.Fails(info == CURLINFO_RESPONSE_CODE ? "easy_getinfo RESPONSE_CODE"
-                                                     : "easy_getinfo")) {
+                                                     : "easy_getinfo CONTENT_LENGTH_DOWNLOAD_T")) {
         return CURLE_UNKNOWN_OPTION;
     }
     va_list arguments;

@@ -64,12 +64,23 @@ Endings WithConsequence(Endings endings)
     return endings;
 }
 
+// Only a plain transfer, which has a buffer to make room in, asks how long the body will be. That
+// it is not told has no consequence.
+Endings WithoutAnnouncement(Endings endings, bool segmented)
+{
+    const Endings::value_type announcement("easy_getinfo CONTENT_LENGTH_DOWNLOAD_T", "success 200");
+    EXPECT_THAT(endings, testing::Contains(announcement).Times(segmented ? 0 : 1));
+    endings.erase(std::remove(endings.begin(), endings.end(), announcement), endings.end());
+    return endings;
+}
+
 }  // namespace
 
 TEST_P(LibcurlFailures, OfADownloadEachIsAnswered)
 {
     EXPECT_THAT(
-        FailEach(Request<Libcurl>(HttpMethod::EhttpGet, "/echo"), failingCurl),
+        WithoutAnnouncement(FailEach(Request<Libcurl>(HttpMethod::EhttpGet, "/echo"), failingCurl),
+                            GetParam()),
         ElementsAre(
             Pair("nothing", "success 200"),
             Pair("global_init", "success 200"),  // curl_easy_init makes up for it
@@ -93,7 +104,8 @@ TEST_P(LibcurlFailures, OfADownloadEachIsAnswered)
 TEST_P(LibcurlFailures, OfAPutEachIsAnswered)
 {
     EXPECT_THAT(
-        FailEach(Upload<Libcurl>(HttpMethod::EhttpPut, "/mirror"), failingCurl),
+        WithoutAnnouncement(FailEach(Upload<Libcurl>(HttpMethod::EhttpPut, "/mirror"), failingCurl),
+                            GetParam()),
         ElementsAre(
             Pair("nothing", "success 200"), Pair("global_init", "success 200"),
             Pair("easy_init", "failure"), Pair("easy_setopt URL", "failure 0"),
