@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <cstddef>
+
 void UseSmallStacks();
 
 void UseSmallStacks()
@@ -9,7 +11,7 @@ void UseSmallStacks()
     //! [stack]
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 64 * 1024);
+    pthread_attr_setstacksize(&attributes, std::size_t{64} * 1024);
     pthread_setattr_default_np(&attributes);
     pthread_attr_destroy(&attributes);
     //! [stack]
