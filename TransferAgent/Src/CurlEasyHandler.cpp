@@ -86,16 +86,21 @@ thread_local RunningTransfer* RunningTransfer::s_Current = nullptr;
 
 // Makes room in a full buffer for what is announced, which saves copying it as it grows. Memory
 // that is not written to costs nothing but addresses, and even of those a server that announces
-// more than it sends gets no more than that much, or some times what it has sent.
+// more than it sends gets no more than the first step, or eight times what it has sent. The steps
+// are eighths of one another, so that the last one is the announced length.
 void ReserveAnnounced(ITransferHandler::Bytes& body, std::size_t chunk)
 {
-    constexpr std::size_t Unproven = std::size_t{64} * 1024 * 1024;
+    constexpr std::uint64_t FirstStep = std::uint64_t{64} * 1024 * 1024;
+    constexpr std::uint64_t Growth = 8;
     if (body.capacity() - body.size() >= chunk) {
         return;
     }
-    const std::uint64_t bound = std::max<std::uint64_t>(Unproven, std::uint64_t{4} * body.size());
-    const std::uint64_t wanted =
-        std::min<std::uint64_t>({RunningTransfer::AnnouncedLength(), bound, body.max_size()});
+    const std::uint64_t bound = std::max(FirstStep, Growth * body.capacity());
+    std::uint64_t wanted =
+        std::min<std::uint64_t>(RunningTransfer::AnnouncedLength(), body.max_size());
+    while (wanted > bound) {
+        wanted = (wanted + Growth - 1) / Growth;
+    }
     if (wanted < body.size() + chunk) {
         return;
     }
