@@ -7,7 +7,6 @@
 #include <QXCurlEasyHandlerFactory.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
-#include <dlog.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,14 +30,6 @@
 #include "LoopbackServer.h"
 #include "Peers.h"
 #include "RatioReporter.h"
-
-// Takes the platform log's place and drops every line: what is measured is the library's share.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the device's.
-extern "C" __attribute__((visibility("default"))) int __dlog_print(int, int, const char*,
-                                                                   const char*, ...)
-{
-    return 0;
-}
 
 namespace {
 

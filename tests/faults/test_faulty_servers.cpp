@@ -157,6 +157,17 @@ protected:
         ExpectTheAgentToGoOn();
     }
 
+    // While one transfer is held up, others go on: they wait for that, and end it.
+    void ReleaseOnceStalled(const std::string& key)
+    {
+        Client other;
+        Transfer(other, "/await-stall/" + key);
+        EXPECT_TRUE(other.success);
+        Client last;
+        Transfer(last, "/release/" + key);
+        EXPECT_TRUE(last.success);
+    }
+
     void ExpectTheAgentToGoOn()
     {
         Client client;
@@ -230,12 +241,7 @@ TEST_P(FaultyServer, ThatStallsAndThenClosesFailsTheTransfer)
     const std::string key = "stalled" + Key();
     Client stalled;
     Start(stalled, "/stall/" + key);
-    Client other;
-    Transfer(other, "/await-stall/" + key);
-    EXPECT_TRUE(other.success);
-    Client last;
-    Transfer(last, "/release/" + key);
-    EXPECT_TRUE(last.success);
+    ReleaseOnceStalled(key);
     ASSERT_TRUE(stalled.over.Wait());
     ExpectFailed(stalled, 200);
     ExpectTheAgentToGoOn();
@@ -257,12 +263,7 @@ TEST_P(FaultyServer, ThatRedirectsForALongTimeHoldsUpNobodyElse)
     const std::string key = "redirected" + Key();
     Client redirected;
     Start(redirected, "/redirect-until/" + key);
-    Client other;
-    Transfer(other, "/await-stall/" + key);
-    EXPECT_TRUE(other.success);
-    Client last;
-    Transfer(last, "/release/" + key);
-    EXPECT_TRUE(last.success);
+    ReleaseOnceStalled(key);
     ASSERT_TRUE(redirected.over.Wait());
     EXPECT_EQ(redirected.completions, 1);
     EXPECT_TRUE(redirected.success || UsesLibcurl());
