@@ -13,8 +13,9 @@ using VORTAN_MW::ITransferHandlerFactory;
 
 AgentClient::AgentClient() : m_Agent(AsyncTransferAgentManager::Create()) {}
 
-std::future<bool> AgentClient::Start(const std::string& url,
-                                     std::unique_ptr<ITransferHandlerFactory> factory, Mode mode)
+AgentClient::Transfer AgentClient::Start(const std::string& url,
+                                         std::unique_ptr<ITransferHandlerFactory> factory,
+                                         Mode mode)
 {
     auto request = std::make_unique<Request>();
     request->url = url;
@@ -24,9 +25,9 @@ std::future<bool> AgentClient::Start(const std::string& url,
     return m_Start(std::move(request));
 }
 
-std::future<bool> AgentClient::Upload(const std::string& url,
-                                      std::unique_ptr<ITransferHandlerFactory> factory,
-                                      std::string body)
+AgentClient::Transfer AgentClient::Upload(const std::string& url,
+                                          std::unique_ptr<ITransferHandlerFactory> factory,
+                                          std::string body)
 {
     auto request = std::make_unique<Request>();
     request->url = url;
@@ -36,8 +37,8 @@ std::future<bool> AgentClient::Upload(const std::string& url,
     return m_Start(std::move(request));
 }
 
-std::future<bool> AgentClient::StartAfter(std::chrono::milliseconds delay,
-                                          std::unique_ptr<ITransferHandlerFactory> factory)
+AgentClient::Transfer AgentClient::StartAfter(std::chrono::milliseconds delay,
+                                              std::unique_ptr<ITransferHandlerFactory> factory)
 {
     auto request = std::make_unique<Request>();
     request->url = "nowhere";
@@ -46,18 +47,18 @@ std::future<bool> AgentClient::StartAfter(std::chrono::milliseconds delay,
     return m_Start(std::move(request));
 }
 
-std::future<bool> AgentClient::m_Start(std::unique_ptr<Request> request)
+AgentClient::Transfer AgentClient::m_Start(std::unique_ptr<Request> request)
 {
-    auto outcome = std::make_shared<std::promise<bool>>();
-    std::future<bool> ended = outcome->get_future();
+    auto ending = std::make_shared<Transfer::Ending>();
     request->dataCallback = [this](std::unique_ptr<ITransferHandler::Bytes> chunk, void*) {
         m_Received += chunk ? chunk->size() : 0;
     };
-    request->completeCallback = [outcome](ITransferHandler::Result result, void*) {
-        outcome->set_value_at_thread_exit(result.success);
+    request->completeCallback = [ending](ITransferHandler::Result result, void*) {
+        ending->success = result.success;
+        ThreadEnd::TellAtExit(ending);
     };
     if (m_Agent->RequestTransfer(std::move(request)) == ITransferAgentManager::InvalidHandle) {
-        outcome->set_value(false);
+        ending->Tell();
     }
-    return ended;
+    return Transfer(std::move(ending));
 }

@@ -5,9 +5,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <future>
 #include <memory>
 #include <string>
+#include <utility>
+
+#include "ThreadEnd.h"
 
 // Runs transfers through an agent and counts the body bytes that arrive.
 class AgentClient
@@ -19,22 +21,45 @@ public:
         Segmented
     };
 
+    // A transfer that was started. Like a std::thread it is joined once, which returns only when
+    // the worker is gone, so that there is room for another one.
+    class Transfer
+    {
+    public:
+        // What is known of it once its worker is gone.
+        struct Ending : ThreadEnd
+        {
+            bool success = false;
+        };
+
+        Transfer() = default;
+        explicit Transfer(std::shared_ptr<Ending> ending) : m_Ending(std::move(ending)) {}
+
+        bool Joinable() const { return m_Ending != nullptr; }
+
+        // Returns whether it succeeded.
+        bool Join()
+        {
+            m_Ending->Wait();
+            return std::exchange(m_Ending, nullptr)->success;
+        }
+
+    private:
+        std::shared_ptr<Ending> m_Ending;
+    };
+
     AgentClient();
 
-    // Starts a transfer. Like a std::thread that is joined, the future becomes ready only when the
-    // worker is gone, so that there is room for another one: it tells whether the transfer
-    // succeeded.
-    std::future<bool> Start(const std::string& url,
-                            std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory, Mode mode);
+    Transfer Start(const std::string& url,
+                   std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory, Mode mode);
 
     // The same for a plain PUT of the body; what the server answers counts as received.
-    std::future<bool> Upload(const std::string& url,
-                             std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory,
-                             std::string body);
+    Transfer Upload(const std::string& url,
+                    std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory, std::string body);
 
     // The same for a plain transfer that is sent after a while.
-    std::future<bool> StartAfter(std::chrono::milliseconds delay,
-                                 std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory);
+    Transfer StartAfter(std::chrono::milliseconds delay,
+                        std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory);
 
     // Body bytes received since the last call.
     std::size_t TakeReceived() { return m_Received.exchange(0); }
@@ -42,7 +67,7 @@ public:
 private:
     using Request = VORTAN_MW::ITransferAgentManager::TransferConfiguration;
 
-    std::future<bool> m_Start(std::unique_ptr<Request> request);
+    Transfer m_Start(std::unique_ptr<Request> request);
 
     std::atomic<std::size_t> m_Received{0};
     std::unique_ptr<VORTAN_MW::ITransferAgentManager> m_Agent;

@@ -30,6 +30,7 @@
 #include "LoopbackServer.h"
 #include "Peers.h"
 #include "RatioReporter.h"
+#include "ThreadEnd.h"
 
 namespace {
 
@@ -48,6 +49,7 @@ const std::vector<Comparison> Comparisons = {
     {"unannounced", "libcurl", "<= 1.05", ">= 0.97"},
     {"put", "libcurl", "<= 5", "-"},
     {"small", "libcurl", "<= 1.03", "-"},
+    {"small", "libcurl-detached", "-", "-"},
     {"dispatch", "thread", "<= 1.3", "-"},
     {"shutdown", "threads", "<= 1.2", "-"},
     {"file", "read", "<= 1.03", "-"},
@@ -120,7 +122,7 @@ void ThroughAgent(benchmark::State& state, const std::string& url, Factory (*mak
 {
     AgentClient client;
     while (state.KeepRunning()) {
-        const bool success = client.Start(url, makeFactory(), mode).get();
+        const bool success = client.Start(url, makeFactory(), mode).Join();
         Expect(state, success && client.TakeReceived() == size);
     }
     CountBytes(state, size);
@@ -147,7 +149,7 @@ void UploadThroughAgent(benchmark::State& state, const std::string& url, const s
         std::string own = body;
         state.ResumeTiming();
         const bool success =
-            client.Upload(url, Make<VORTAN_MW::CurlEasyHandlerFactory>(), std::move(own)).get();
+            client.Upload(url, Make<VORTAN_MW::CurlEasyHandlerFactory>(), std::move(own)).Join();
         Expect(state, success);
     }
     CountBytes(state, body.size());
@@ -232,10 +234,10 @@ void ShutdownOfThreads(benchmark::State& state)
     }
 }
 
-void Finish(std::future<bool>& transfer)
+void Finish(AgentClient::Transfer& transfer)
 {
-    if (transfer.valid()) {
-        transfer.wait();
+    if (transfer.Joinable()) {
+        transfer.Join();
     }
 }
 
@@ -243,6 +245,13 @@ void Finish(std::thread& thread)
 {
     if (thread.joinable()) {
         thread.join();
+    }
+}
+
+void Finish(std::shared_ptr<ThreadEnd>& thread)
+{
+    if (const auto ending = std::move(thread)) {
+        ending->Wait();
     }
 }
 
@@ -284,6 +293,31 @@ void SmallOnThreads(benchmark::State& state, const std::string& url)
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
 }
 
+// The least that an agent does around a request: the mutex is held while a thread is started, which
+// takes it before it begins and after it is done; and the thread is detached.
+void SmallOnDetachedThreads(benchmark::State& state, const std::string& url)
+{
+    std::atomic<std::size_t> received{0};
+    std::mutex mutex;
+    const auto work = [&](std::shared_ptr<ThreadEnd> ending) {
+        ThreadEnd::TellAtExit(std::move(ending));
+        std::unique_lock<std::mutex> lock(mutex);
+        lock.unlock();
+        received += DownloadWithLibcurl(url);
+        lock.lock();
+    };
+    while (state.KeepRunning()) {
+        FourAtATime([&] {
+            auto ending = std::make_shared<ThreadEnd>();
+            const std::lock_guard<std::mutex> lock(mutex);
+            std::thread(work, ending).detach();
+            return ending;
+        });
+        Expect(state, received.exchange(0) == SmallRequests * SmallBody);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
+}
+
 // Process CPU time counts every thread. The rate is by the clock on the wall.
 template <typename... Arguments>
 benchmark::internal::Benchmark* Register(const std::string& name, Arguments... arguments)
@@ -319,6 +353,7 @@ void RegisterAll(const LoopbackServer& server, const TemporaryFile& file, const 
     Register("put/libcurl", UploadOnThread, target, std::cref(upload));
     Register("small/agent", SmallThroughAgent, small);
     Register("small/libcurl", SmallOnThreads, small);
+    Register("small/libcurl-detached", SmallOnDetachedThreads, small);
     Register("dispatch/agent", ThroughAgent, "nowhere", Make<EmptyHandlerFactory>, Mode::Plain,
              std::size_t{0});
     Register(
@@ -339,7 +374,7 @@ double PeakMemoryOfStreaming(const std::string& url)
         const bool success =
             AgentClient()
                 .Start(url, Make<VORTAN_MW::CurlEasyHandlerFactory>(), AgentClient::Mode::Segmented)
-                .get();
+                .Join();
         _exit(success ? EXIT_SUCCESS : EXIT_FAILURE);
     }
     int status = 0;

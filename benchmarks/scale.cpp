@@ -95,16 +95,16 @@ Figures Measure(const Work& work)
     return figures;
 }
 
-bool Finish(std::future<bool>& transfer)
+bool Finish(AgentClient::Transfer& transfer)
 {
-    return !transfer.valid() || transfer.get();
+    return !transfer.Joinable() || transfer.Join();
 }
 
 // Four of them are under way at a time.
 template <typename Start>
 bool Repeat(std::size_t count, Start start)
 {
-    std::array<std::future<bool>, 4> underWay;
+    std::array<AgentClient::Transfer, 4> underWay;
     bool success = true;
     for (std::size_t number = 0; number < count; ++number) {
         auto& slot = underWay[number % underWay.size()];
@@ -142,7 +142,7 @@ Row Chunks(std::size_t count)
 {
     const Work work = [count](AgentClient& client) {
         auto factory = std::make_unique<EmptyChunksFactory>(count);
-        return client.Start("nowhere", std::move(factory), Mode::Segmented).get() &&
+        return client.Start("nowhere", std::move(factory), Mode::Segmented).Join() &&
                client.TakeReceived() == count;
     };
     return {std::to_string(count), static_cast<double>(count), work, {}};
@@ -152,7 +152,7 @@ Row StreamedBody(const std::string& name, std::size_t size, const LoopbackServer
 {
     const Work work = [size, url = server.Url(size)](AgentClient& client) {
         auto factory = std::make_unique<CurlEasyHandlerFactory>();
-        return client.Start(url, std::move(factory), Mode::Segmented).get() &&
+        return client.Start(url, std::move(factory), Mode::Segmented).Join() &&
                client.TakeReceived() == size;
     };
     const std::size_t chunks = std::max<std::size_t>(1, size / ChunkSize);

@@ -18,7 +18,7 @@ namespace {
 
 bool Transfer(AgentClient& client, std::size_t chunks, AgentClient::Mode mode)
 {
-    return client.Start("nowhere", std::make_unique<EmptyChunksFactory>(chunks), mode).get();
+    return client.Start("nowhere", std::make_unique<EmptyChunksFactory>(chunks), mode).Join();
 }
 
 bool Dispatch(AgentClient& client, std::size_t count)
