@@ -34,8 +34,9 @@ public:
     {}
 
     Lock Hold() { return Lock(State().mutex); }
-    // Whether another thread holds the mutex.
-    bool IsHeld() { return !Lock(State().mutex, std::try_to_lock).owns_lock(); }
+    // Whether any thread holds the mutex. Tried with another one: a thread must not try a mutex
+    // that it holds.
+    bool IsHeld() const;
     Context MakeContext(std::uint64_t handle) { return {handle, &m_Manager}; }
 
     void SetNextHandle(std::uint64_t handle);
@@ -88,7 +89,7 @@ public:
     void PerformTransferThread(std::uint64_t handle) { m_Manager.m_PerformTransferThread(handle); }
 
 private:
-    Manager::State& State() { return *m_Manager.m_State; }
+    Manager::State& State() const { return *m_Manager.m_State; }
 
     Manager& m_Manager;
 };

@@ -238,24 +238,6 @@ TEST_F(AgentExecution, ASegmentedTransferAlwaysHandsBothTrampolinesToTheHandler)
     EXPECT_THAT(m_Client.Events(), ElementsAre("data null", "data 1", "complete true 200"));
 }
 
-TEST_F(AgentExecution, TheHandlerSeesTheWholeConfiguration)
-{
-    auto request = m_Client.MakeRequest([](const ITransferHandler::TransferDetail& detail) {
-        EXPECT_EQ(detail.url, "u");
-        EXPECT_EQ(detail.requestBody, "body");
-        EXPECT_THAT(detail.headers, ElementsAre(std::pair<std::string, std::string>("a", "b")));
-        EXPECT_EQ(detail.method, ITransferHandler::Configuration::HttpMethod::EhttpPost);
-        EXPECT_FALSE(detail.failOnError);
-        return MakeResult(true, 200);
-    });
-    request->requestBody = "body";
-    request->headers = {{"a", "b"}};
-    request->method = ITransferHandler::Configuration::HttpMethod::EhttpPost;
-    request->failOnError = false;
-    Run(std::move(request));
-    EXPECT_EQ(m_Client.Events().back(), "complete true 200");
-}
-
 class AgentExecutionInBothModes : public AgentExecution, public testing::WithParamInterface<bool>
 {
 protected:
@@ -269,6 +251,78 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Modes, AgentExecutionInBothModes, testing::Bool(),
                          [](const auto& mode) { return mode.param ? "Segmented" : "Plain"; });
+
+void ExpectSame(const ITransferHandler::Configuration& seen,
+                const ITransferHandler::Configuration& sent)
+{
+    EXPECT_EQ(seen.url, sent.url);
+    EXPECT_EQ(seen.failOnError, sent.failOnError);
+    EXPECT_EQ(seen.reservedFlag, sent.reservedFlag);
+    EXPECT_EQ(seen.method, sent.method);
+    EXPECT_EQ(seen.httpVersion, sent.httpVersion);
+    EXPECT_EQ(seen.headers, sent.headers);
+    EXPECT_EQ(seen.requestBody, sent.requestBody);
+    EXPECT_EQ(seen.bodyParts, sent.bodyParts);
+    ASSERT_TRUE(seen.halvordConfig);
+    EXPECT_EQ(seen.halvordConfig->resource, sent.halvordConfig->resource);
+    EXPECT_EQ(seen.halvordConfig->queryParameters, sent.halvordConfig->queryParameters);
+    EXPECT_EQ(seen.allowSelfSignedCertificates, sent.allowSelfSignedCertificates);
+    EXPECT_EQ(seen.timeoutArg1, sent.timeoutArg1);
+    EXPECT_EQ(seen.wrapperOption30, sent.wrapperOption30);
+    EXPECT_EQ(seen.timeoutArg2, sent.timeoutArg2);
+    EXPECT_EQ(seen.wrapperOption20, sent.wrapperOption20);
+    EXPECT_EQ(seen.wrapperOption21, sent.wrapperOption21);
+    EXPECT_EQ(seen.wrapperOption31, sent.wrapperOption31);
+    EXPECT_EQ(seen.wrapperOption32, sent.wrapperOption32);
+    EXPECT_EQ(seen.wrapperOption27, sent.wrapperOption27);
+    EXPECT_EQ(seen.verbose, sent.verbose);
+    ASSERT_TRUE(seen.randomDelay);
+    EXPECT_EQ(seen.randomDelay->min, sent.randomDelay->min);
+    EXPECT_EQ(seen.randomDelay->max, sent.randomDelay->max);
+    EXPECT_TRUE(seen.fixedDelay == sent.fixedDelay);
+}
+
+// Nothing in it is as it would be by default.
+ITransferHandler::Configuration MakeUnusualConfiguration()
+{
+    ITransferHandler::Configuration unusual;
+    unusual.url = "unusual";
+    unusual.failOnError = false;
+    unusual.reservedFlag = true;
+    unusual.method = ITransferHandler::Configuration::HttpMethod::EhttpPost;
+    unusual.httpVersion = ITransferHandler::Configuration::HttpVersion::Eversion20;
+    unusual.headers = {{"a", "b"}};
+    unusual.requestBody = "body";
+    unusual.bodyParts = {{1, 2}, {3}};
+    unusual.halvordConfig.emplace();
+    unusual.halvordConfig->resource = "resource";
+    unusual.halvordConfig->queryParameters = {{"key", "value"}};
+    unusual.allowSelfSignedCertificates = true;
+    unusual.timeoutArg1 = 1;
+    unusual.wrapperOption30 = 2;
+    unusual.timeoutArg2 = 3;
+    unusual.wrapperOption20 = 4;
+    unusual.wrapperOption21 = 5;
+    unusual.wrapperOption31 = 6;
+    unusual.wrapperOption32 = 7;
+    unusual.wrapperOption27 = 8;
+    unusual.verbose = true;
+    unusual.randomDelay.emplace();
+    unusual.fixedDelay = 9;
+    return unusual;
+}
+
+TEST_P(AgentExecutionInBothModes, TheHandlerSeesTheWholeConfiguration)
+{
+    const ITransferHandler::Configuration unusual = MakeUnusualConfiguration();
+    auto request = MakeRequest([&](const ITransferHandler::TransferDetail& detail) {
+        ExpectSame(detail, unusual);
+        return MakeResult(true, 200);
+    });
+    static_cast<ITransferHandler::Configuration&>(*request) = unusual;
+    Run(std::move(request));
+    EXPECT_EQ(m_Client.Events().back(), "complete true 200");
+}
 
 TEST_P(AgentExecutionInBothModes, AFactoryThatMakesNoHandlerFailsTheTransferWithOneLine)
 {
@@ -297,6 +351,8 @@ TEST_P(AgentExecutionInBothModes, AJobCancelledDuringTheTransferGetsNoFurtherCal
     m_Manager.reset();
     EXPECT_THAT(m_Client.Events(), IsEmpty());
     EXPECT_EQ(log.Count("Cancelling transfer with handle: 0"), 1U);
+    // Once for the data, or the chunk that is refused, and once for the result.
+    EXPECT_EQ(log.Count("job not found for:0"), 2U);
 }
 
 TEST_P(AgentExecutionInBothModes, CallbacksRunOnTheWorkersThread)
@@ -337,24 +393,16 @@ TEST_P(AgentExecutionInBothModes, TheRequestIsOverForTheClientBeforeItsWorkerTak
     EXPECT_TRUE(checked);
 }
 
-// The mutex is probed with another thread: a thread must not try a mutex that it holds.
-bool IsHeld(AsyncTransferAgentManagerPeer peer)
-{
-    bool held = false;
-    std::thread([&] { held = peer.IsHeld(); }).join();
-    return held;
-}
-
 TEST_P(AgentExecutionInBothModes, TheHandlerIsMadeAndDestroyedWithTheMutexHeldAndWorksWithout)
 {
     class Handler : public ITransferHandler
     {
     public:
         explicit Handler(AsyncTransferAgentManagerPeer peer) : m_Peer(peer) {}
-        ~Handler() override { EXPECT_TRUE(IsHeld(m_Peer)); }
+        ~Handler() override { EXPECT_TRUE(m_Peer.IsHeld()); }
         Result DoTransfer(const TransferDetail&) const override
         {
-            EXPECT_FALSE(IsHeld(m_Peer));
+            EXPECT_FALSE(m_Peer.IsHeld());
             return MakeResult(true, 200);
         }
 
@@ -367,7 +415,7 @@ TEST_P(AgentExecutionInBothModes, TheHandlerIsMadeAndDestroyedWithTheMutexHeldAn
         explicit Factory(AsyncTransferAgentManagerPeer peer) : m_Peer(peer) {}
         std::unique_ptr<ITransferHandler> Create() override
         {
-            EXPECT_TRUE(IsHeld(m_Peer));
+            EXPECT_TRUE(m_Peer.IsHeld());
             return std::make_unique<Handler>(m_Peer);
         }
 

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <chrono>
 #include <limits>
 
 #include "AgentTestSupport.h"
@@ -96,6 +98,14 @@ TEST_F(AgentPacing, AFixedDelayIsSleptBeforeTheRequestIsSent)
     EXPECT_EQ(m_Peer.SleeperCount(), 0U);
 }
 
+// However busy the machine is, a wait is never shorter.
+TEST_F(AgentPacing, ADelayLastsAtLeastItsMilliseconds)
+{
+    const auto before = std::chrono::steady_clock::now();
+    Run(MakeFixed(20));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(20));
+}
+
 TEST_F(AgentPacing, AFixedDelayOfZeroOrLessEndsAtOnce)
 {
     EXPECT_THAT(Run(MakeFixed(0)),
@@ -131,7 +141,11 @@ TEST_F(AgentPacing, TheDrawIsLoggedWithItsBoundsAndSeed)
     m_Manager->RequestTransfer(MakeRandom(0, 0));
     EXPECT_TRUE(log.WaitFor("Finished sleeping"));
     const auto lines = log.Summaries();
-    EXPECT_THAT(lines, Contains(StartsWith("D RandomNumberGenerator: min: 0 max: 0 seed: ")));
+    const auto draw = std::find_if(lines.begin(), lines.end(), [](const std::string& line) {
+        return line.rfind("D RandomNumberGenerator: min: 0 max: 0 seed: ", 0) == 0;
+    });
+    ASSERT_NE(draw, lines.end());
+    EXPECT_EQ(draw[1], "D m_PerformDataTransfer: randomized request enabled");
 }
 
 TEST_F(AgentPacing, TheRandomDelayInMillisecondsWrapsAt32Bits)
@@ -177,8 +191,16 @@ TEST_F(AgentPacing, ACancelledSleeperStillSendsItsRequest)
     EXPECT_TRUE(sent.Wait());
     m_Manager.reset();
     EXPECT_THAT(m_Client.Events(), IsEmpty());
-    EXPECT_THAT(log.Summaries(),
-                Contains("D CancelTransfer: Interrupting a thread that is sleeping"));
+    // Woken before the job is removed.
+    auto lines = log.SummariesOf("CancelTransfer");
+    EXPECT_THAT(lines, ElementsAre("D CancelTransfer: handle: 0",
+                                   "D CancelTransfer: Interrupting a thread that is sleeping"));
+    lines = log.Summaries();
+    const auto woken = std::find(lines.begin(), lines.end(),
+                                 "D CancelTransfer: Interrupting a thread that is sleeping");
+    EXPECT_THAT(
+        std::vector<std::string>(woken + 1, woken + 3),
+        ElementsAre("D m_RemoveJob:  ", "I m_RemoveJob: Cancelling transfer with handle: 0"));
 }
 
 TEST_F(AgentPacing, AnEntryExistsExactlyWhileItsWorkerSleeps)

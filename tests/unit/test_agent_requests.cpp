@@ -47,6 +47,16 @@ TEST_F(AgentRequests, HandlesCountFromZeroAndAreReturnedAtOnce)
     EXPECT_EQ(m_Peer.ThreadCount(), 3U);
 }
 
+TEST_F(AgentRequests, ARequestIsValidatedWithTheMutexHeld)
+{
+    CaughtLog log;
+    bool held = false;
+    log.OnLine([&](const LogLine&) { held = m_Peer.IsHeld(); });
+    EXPECT_EQ(Request(nullptr), ITransferAgentManager::InvalidHandle);
+    EXPECT_EQ(log.Count("transfer configuration is empty"), 1U);
+    EXPECT_TRUE(held);
+}
+
 TEST_F(AgentRequests, AcceptanceIsLoggedWithEachCallbackThatIsSet)
 {
     const CaughtLog log;

@@ -217,6 +217,63 @@ TEST_F(AgentShutdown, RefusesARequestFromACallback)
                 Contains("W RequestTransfer: Transfer agent terminating, cancelling transfer"));
 }
 
+// Shutdown comes after what is wrong with the request itself, and before the number of transfers.
+TEST_F(AgentShutdown, IsToldOfAValidRequestThoughAllPlacesAreTaken)
+{
+    Gate completing;
+    Gate release;
+    ITransferAgentManager& manager = *m_Manager;
+    auto request = m_Client.MakeRequest(Deliver("h", "b"));
+    request->completeCallback = [&](auto, void*) {
+        completing.Open();
+        release.Wait();
+        auto invalid = m_Client.MakeRequest(Fail());
+        invalid->headerCallback = nullptr;
+        invalid->dataCallback = nullptr;
+        manager.RequestTransfer(std::move(invalid));
+        auto valid = m_Client.MakeRequest(Fail());
+        valid->url = "late";
+        manager.RequestTransfer(std::move(valid));
+    };
+    m_Manager->RequestTransfer(std::move(request));
+    for (int count = 0; count < 3; ++count) {
+        m_Manager->RequestTransfer(m_Client.MakeRequest([&](const auto&) {
+            release.Wait();
+            return MakeResult(true, 200);
+        }));
+    }
+    ASSERT_TRUE(completing.Wait());
+    const auto shutdown = Begin();
+    release.Open();
+    shutdown->Join();
+    EXPECT_THAT(
+        m_Log.SummariesOf("m_ValidateTransferConfig"),
+        ElementsAre("E m_ValidateTransferConfig: neither data or header download requested"));
+    EXPECT_THAT(m_Log.SummariesOf("RequestTransfer"),
+                ElementsAre("D RequestTransfer: Url: u", "D RequestTransfer: Url: u",
+                            "D RequestTransfer: Url: u", "D RequestTransfer: Url: u",
+                            "D RequestTransfer: Url: late",
+                            "W RequestTransfer: Transfer agent terminating, cancelling transfer"));
+}
+
+// A wait that began between the two would be one that nobody wakes.
+TEST_F(AgentShutdown, RefusesRequestsBeforeItWakesTheFirstSleeper)
+{
+    ITransferAgentManager& manager = *m_Manager;
+    std::uint64_t second = 0;
+    m_Log.OnLine([&](const LogLine& line) {
+        if (line.message == "Waking up sleeping thread with handle: 0") {
+            second = manager.RequestTransfer(m_Client.MakeRequest(Fail()));
+        }
+    });
+    auto request = m_Client.MakeRequest(Deliver("h", "b"));
+    request->fixedDelay = Forever;
+    m_Manager->RequestTransfer(std::move(request));
+    ASSERT_TRUE(m_Log.WaitFor("Start sleeping for: 9223372036854775807 milliseconds"));
+    m_Manager.reset();
+    EXPECT_EQ(second, ITransferAgentManager::InvalidHandle);
+}
+
 TEST_F(AgentShutdown, ACancellationFromACallbackStillWorks)
 {
     Gate running;
