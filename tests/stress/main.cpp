@@ -79,7 +79,8 @@ int main(int argc, char* argv[])
     app.add_option("--samples", options.samples,
                    "File for memory, descriptors and threads, once a second");
     CLI11_PARSE(app, argc, argv);
-    std::printf("%s --seed %" PRIu64 "\n", argv[0], options.seed);
+    std::printf("%s --seed %" PRIu64 "%s\n", argv[0], options.seed,
+                options.memoryOnly ? " --memory-only" : "");
 
     std::vector<Source> sources = MemorySources();
     std::unique_ptr<TestServer> server;
