@@ -226,8 +226,8 @@ private:
     //! [drive]
 
     //! [resume]
-    // A part of the body is there, the connection is not, and the server has said by what the rest
-    // can be told to be of the same version.
+    // A part of the body has arrived, the connection is gone, and the server has given a strong
+    // ETag, by which it can tell whether the rest is still of the same version.
     bool m_CanResume(CURLcode code)
     {
         const bool brokeOff = code == CURLE_PARTIAL_FILE || code == CURLE_RECV_ERROR ||
@@ -248,11 +248,11 @@ private:
     {
         m_Resumed = true;
         m_SetHeaders("If-Range: " + m_Tag);
-        // From here on libcurl takes nothing but this range for an answer.
+        // From here on libcurl accepts no answer but this range.
         m_Set(CURLOPT_RESUME_FROM_LARGE, m_Received);
     }
 
-    // What the last response says about the version of its body, empty if nothing exact.
+    // The ETag of the last response if it is a strong one, otherwise empty.
     std::string m_StrongTag() const
     {
         curl_header* tag = nullptr;
@@ -267,7 +267,7 @@ private:
         long status = 0;
         curl_easy_getinfo(m_Easy.get(), CURLINFO_RESPONSE_CODE, &status);
         ITransferHandler::Result result;
-        // To a range that cannot be had libcurl does not object by itself.
+        // libcurl itself does not mind a range that the server does not have.
         const bool hasRange = !m_Resumed || status == PartialContent;
         result.success = code == CURLE_OK && hasRange;
         result.httpCode = std::make_unique<long>(status);

@@ -12,7 +12,7 @@ struct ResilientLimits
     std::chrono::milliseconds connecting{10000};
     std::chrono::seconds silence{30};         // without a byte in either direction
     std::chrono::milliseconds altogether{0};  // resumed or not
-    int resumes = 5;                          // how often a download that broke off goes on
+    int resumes = 5;                          // how often a download that broke off is resumed
 };
 //! [limits]
 
@@ -22,8 +22,8 @@ class StopSignal;
 // Makes handlers over libcurl that add to the library's own:
 // - time-outs;
 // - an upload starts again from its first byte where a redirect asks for it;
-// - a download that breaks off goes on where it was, if the server can tell that nothing changed
-//   meanwhile (by a strong ETag); the client sees one header and one body;
+// - a download that breaks off is resumed, if the server can tell that nothing changed meanwhile
+//   (by a strong ETag); the client sees one header and one body;
 // - a transfer ends as soon as it is cancelled, even if its server is silent.
 //
 // A handler works for as long as its factory lives. An agent destroys the factory when it cancels a

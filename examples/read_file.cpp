@@ -21,7 +21,7 @@ int main(int argc, char** argv)
 
     auto request = std::make_unique<ITransferAgentManager::TransferConfiguration>();
     //! [request]
-    request->url = argv[1];  // a path, no file: URL
+    request->url = argv[1];  // a path, not a file: URL
     request->handlerFactory = std::make_unique<FileReaderFactory>();
     request->dataCallback = [&](std::unique_ptr<ITransferHandler::Bytes> bytes, void*) {
         if (bytes) {

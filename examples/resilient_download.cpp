@@ -1,6 +1,6 @@
-// resilient_download URL: prints a download that goes on where its connection broke off, gives a
-// silent server up, and ends at once on Ctrl-C. Exits with 0 if all of it arrived, with 130 if it
-// was cancelled.
+// resilient_download URL: prints a download that is resumed where its connection broke off, gives
+// up on a silent server, and ends at once on Ctrl-C. Exits with 0 if all of it arrived, with 130 if
+// it was cancelled.
 
 #include <AsyncTransferAgentManager.h>
 
@@ -62,7 +62,7 @@ int main(int argc, char** argv)
     while (!interrupted && !IsOver(succeeded, std::chrono::milliseconds(50))) {
     }
     //! [cancel]
-    agent->CancelTransfer(handle);  // true if it was still in progress, which it is no longer then
+    agent->CancelTransfer(handle);  // true if it was still in progress
     agent.reset();                  // does not have to wait for the server
     //! [cancel]
     if (!IsOver(succeeded, std::chrono::milliseconds(0))) {

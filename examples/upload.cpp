@@ -25,10 +25,10 @@ ITransferHandler::Result Upload(std::string data, const std::string& url, std::s
     request->method = ITransferHandler::Configuration::HttpMethod::EhttpPut;
     request->headers = {{"Content-Type", "application/octet-stream"}};
     request->requestBody = std::move(data);
-    request->failOnError = false;  // what the server says of a failure is wanted, too
+    request->failOnError = false;  // the server's page about a failure is wanted, too
     //! [request]
     request->handlerFactory = std::make_unique<CurlEasyHandlerFactory>();
-    // At least one data callback is required, even of a client that is not curious.
+    // At least one data callback is required, even of a client that ignores the answer.
     request->dataCallback = [&](std::unique_ptr<ITransferHandler::Bytes> bytes, void*) {
         if (bytes) {
             answer.assign(bytes->begin(), bytes->end());
