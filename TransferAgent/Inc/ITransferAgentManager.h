@@ -11,7 +11,7 @@ namespace VORTAN_MW {
 /// Runs transfers, each on a worker thread of its own, and reports them through callbacks.
 ///
 /// All operations may be called from any thread, also from inside a callback. Only the destructor
-/// must not run on a worker of the same manager, be it inside a callback or inside the destructor
+/// must not run on a worker of the same agent, be it inside a callback or inside the destructor
 /// of something that a request owns: it would wait for its own thread, which ends the process.
 ///
 /// At most 4 transfers are in progress at a time; a fifth request is refused, not queued. A place
@@ -88,7 +88,7 @@ public:
     ///
     /// No notification begins afterwards. One that is under way already is delivered whole: both
     /// data callbacks, or the complete callback, may still be running when this returns, or start
-    /// then. What they use must be owned by them or outlive the manager.
+    /// then. What they use must be owned by them or outlive the agent.
     ///
     /// The worker itself goes on until its handler notices at the next chunk, and takes one of the
     /// 4 places until then. A transfer that waits to be sent (randomDelay, fixedDelay) stops
