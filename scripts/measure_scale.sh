@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# measure_scale.sh [ROUNDS]: what a transfer and a chunk cost as there come to be more of them. Writes
+# measure_scale.sh [ROUNDS]: what a transfer and a chunk cost for growing numbers of them. Writes
 # the tables of docs/performance.md. Five rounds unless told otherwise.
 set -euo pipefail
 # shellcheck source=scripts/common.sh
