@@ -43,7 +43,7 @@ constexpr const char* Explanation =
     "the\n"
     "connection: a second Ctrl-C removes the partial files and does not wait.\n"
     "\n"
-    "After several sources, a table on standard error tells what became of each. Colours are only "
+    "After several sources, a table on standard error shows the outcome of each. Colours are only "
     "for\n"
     "a terminal; with NO_COLOR set there are none.\n"
     "\n"
@@ -118,7 +118,7 @@ public:
     CLI::Option* const handler =
         m_Value("--handler", "NAME", "Use this handler for all sources: " + HandlerNames());
     CLI::Option* const json =
-        m_Flag("--json", "Tell of each source in a line of JSON on standard output");
+        m_Flag("--json", "Report each source in a line of JSON on standard output");
     CLI::Option* const trace =
         m_Value("--trace", "FILE", "Write to FILE what happens to each source, and when");
     CLI::Option* const tracePlot =
