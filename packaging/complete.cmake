@@ -72,6 +72,10 @@ function(depend_on_libraries component folder)
     if(NOT binaries)
         return()
     endif()
+    find_program(shlibdeps dpkg-shlibdeps)
+    if(NOT shlibdeps)
+        message(FATAL_ERROR "dpkg-shlibdeps is not installed; on Debian it is in the package dpkg-dev.")
+    endif()
     # Libraries are found beside ours or, for another machine, in the folder that it was built with.
     set(folders ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr ${CPACK_TEMPORARY_DIRECTORY}/standins/usr)
     if(CPACK_VORTAN_SYSROOT)
@@ -82,7 +86,7 @@ function(depend_on_libraries component folder)
     file(MAKE_DIRECTORY ${folder}/DEBIAN)  # tells dpkg-shlibdeps that this is a package's folder
     execute_process(
         COMMAND ${CMAKE_COMMAND} -E env DEB_HOST_ARCH=${CPACK_DEBIAN_PACKAGE_ARCHITECTURE}
-            dpkg-shlibdeps -O -L${work}/shlibs.local ${folders} ${binaries}
+            ${shlibdeps} -O -L${work}/shlibs.local ${folders} ${binaries}
         WORKING_DIRECTORY ${work}
         OUTPUT_VARIABLE found OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     file(REMOVE_RECURSE ${folder}/DEBIAN)

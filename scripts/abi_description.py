@@ -9,6 +9,7 @@ neither on the compiler that built the library nor on how the library is made in
 
 import collections
 import re
+import shutil
 import subprocess
 import sys
 import xml.etree.ElementTree as ElementTree
@@ -157,6 +158,8 @@ def parse(xml):
 
 def main():
     library, headers = sys.argv[1:]
+    if not shutil.which("abidw"):
+        sys.exit("abidw is not installed; on Debian it is in the package abigail-tools.")
     command = ["abidw", "--headers-dir", headers, "--drop-private-types", library]
     described = parse(subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
     print(f"{described.corpus.get('soname')} for {described.corpus.get('architecture')}")
