@@ -104,6 +104,10 @@ std::unique_ptr<ITransferAgentManager::TransferConfiguration> RequestFor(
 
 int main(int argc, char** argv)
 {
+    if (argc < 2) {
+        std::cerr << "download_many URL...\n";
+        return 2;
+    }
     Report report;
     const auto places = std::make_shared<Places>();
     auto agent = AsyncTransferAgentManager::Create();

@@ -111,7 +111,7 @@ void Fail(const char* what)
     std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): nothing is left to do
 }
 
-// A manager and its transfers. Their workers end only when the manager is destroyed, which joins
+// An agent and its transfers. Their workers end only when the agent is destroyed, which joins
 // them: then nothing of them is left to come.
 class Run
 {
@@ -134,7 +134,7 @@ public:
         ++m_Started;
     }
 
-    // Until the worker sleeps and has freed the manager's mutex.
+    // Until the worker sleeps and has freed the agent's mutex.
     void WaitForSleep()
     {
         m_Progress.sleeping.Wait();
@@ -167,14 +167,14 @@ void MeasureWaitingHeap(const std::string& url)
 {
     const HeapUse before = CurrentHeap();
     Run run;
-    PrintHeap("idle manager", CurrentHeap() - before);
+    PrintHeap("idle agent", CurrentHeap() - before);
     RequestPtr request = MakeRequest<CurlEasyHandlerFactory>(url);
     request->fixedDelay = AnHour;
     run.Start(std::move(request));
     run.WaitForSleep();
-    PrintHeap("manager with a job that waits", CurrentHeap() - before);
+    PrintHeap("agent with a transfer that waits", CurrentHeap() - before);
     run.End();
-    PrintHeap("after the manager's end", CurrentHeap() - before);
+    PrintHeap("after the agent's end", CurrentHeap() - before);
 }
 
 // Its peak while so many transfers stream, all of them at once: none goes on before the last has

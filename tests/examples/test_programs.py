@@ -1,11 +1,19 @@
 """test_programs.py CLASS: the program of an example does what its first lines say."""
 
+import os
+import pathlib
 import resource
 
 from client_support import *
 
 
 class ExampleTest(ClientTest):
+    def test_without_arguments_it_says_which_it_takes(self):
+        result = self.run_client()
+        self.assertEqual((result.status, result.output), (WRONG_ARGUMENTS, b""))
+        name = pathlib.Path(os.environ["VORTAN_TRANSFER"]).name
+        self.assertRegex(result.errors, r"\A%s [A-Z. ]+\n\Z" % name)
+
     def start(self, *arguments, **options):
         return super().start(*arguments, **{"env": environment(VORTAN_DLOG="none"), **options})
 
