@@ -11,16 +11,18 @@
 using VORTAN_MW::AsyncTransferAgentManagerPeer;
 using VORTAN_MW::ITransferHandler;
 
-// The peer takes the mutex itself, which the analysis cannot follow from outside.
-
-VORTAN_NO_THREAD_ANALYSIS bool AsyncTransferAgentManagerPeer::IsHeld() const
+bool AsyncTransferAgentManagerPeer::IsHeld() const
 {
     bool held = false;
-    std::thread([&] { held = !Lock(State().mutex, std::try_to_lock).owns_lock(); }).join();
+    std::thread([&] {
+        held = !Lock(m_Manager.m_State->mutex, std::try_to_lock).owns_lock();
+    }).join();
     return held;
 }
 
-void AsyncTransferAgentManagerPeer::SetNextHandle(std::uint64_t handle)
+// The peer takes the mutex itself, which the analysis cannot follow from outside.
+
+VORTAN_NO_THREAD_ANALYSIS void AsyncTransferAgentManagerPeer::SetNextHandle(std::uint64_t handle)
 {
     const Lock lock = Hold();
     State().nextHandle = handle;

@@ -89,7 +89,7 @@ public:
     void PerformTransferThread(std::uint64_t handle) { m_Manager.m_PerformTransferThread(handle); }
 
 private:
-    Manager::State& State() const { return *m_Manager.m_State; }
+    Manager::State& State() { return *m_Manager.m_State; }
 
     Manager& m_Manager;
 };

@@ -13,7 +13,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 using VORTAN_MW::AsyncTransferAgentManager;
 using VORTAN_MW::AsyncTransferAgentManagerPeer;
 using VORTAN_MW::ITransferAgentManager;
