@@ -14,8 +14,8 @@ public:
     ThreadEnd& operator=(const ThreadEnd&) = delete;
     ~ThreadEnd();
 
-    // Called on the thread that is meant: Tell is called when it has destroyed its thread-local
-    // objects.
+    // Called on the thread that is meant: Tell is called when it has returned from its function and
+    // destroys its thread-local objects.
     static void TellAtExit(std::shared_ptr<ThreadEnd> end);
 
     // Lets Wait return, which it does once for each call.

@@ -6,6 +6,7 @@
 
 #include "AgentTestSupport.h"
 #include "CaughtLog.h"
+#include "FullConfiguration.h"
 
 namespace {
 
@@ -252,74 +253,16 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Modes, AgentExecutionInBothModes, testing::Bool(),
                          [](const auto& mode) { return mode.param ? "Segmented" : "Plain"; });
 
-void ExpectSame(const ITransferHandler::Configuration& seen,
-                const ITransferHandler::Configuration& sent)
-{
-    EXPECT_EQ(seen.url, sent.url);
-    EXPECT_EQ(seen.failOnError, sent.failOnError);
-    EXPECT_EQ(seen.reservedFlag, sent.reservedFlag);
-    EXPECT_EQ(seen.method, sent.method);
-    EXPECT_EQ(seen.httpVersion, sent.httpVersion);
-    EXPECT_EQ(seen.headers, sent.headers);
-    EXPECT_EQ(seen.requestBody, sent.requestBody);
-    EXPECT_EQ(seen.bodyParts, sent.bodyParts);
-    ASSERT_TRUE(seen.halvordConfig);
-    EXPECT_EQ(seen.halvordConfig->resource, sent.halvordConfig->resource);
-    EXPECT_EQ(seen.halvordConfig->queryParameters, sent.halvordConfig->queryParameters);
-    EXPECT_EQ(seen.allowSelfSignedCertificates, sent.allowSelfSignedCertificates);
-    EXPECT_EQ(seen.timeoutArg1, sent.timeoutArg1);
-    EXPECT_EQ(seen.wrapperOption30, sent.wrapperOption30);
-    EXPECT_EQ(seen.timeoutArg2, sent.timeoutArg2);
-    EXPECT_EQ(seen.wrapperOption20, sent.wrapperOption20);
-    EXPECT_EQ(seen.wrapperOption21, sent.wrapperOption21);
-    EXPECT_EQ(seen.wrapperOption31, sent.wrapperOption31);
-    EXPECT_EQ(seen.wrapperOption32, sent.wrapperOption32);
-    EXPECT_EQ(seen.wrapperOption27, sent.wrapperOption27);
-    EXPECT_EQ(seen.verbose, sent.verbose);
-    ASSERT_TRUE(seen.randomDelay);
-    EXPECT_EQ(seen.randomDelay->min, sent.randomDelay->min);
-    EXPECT_EQ(seen.randomDelay->max, sent.randomDelay->max);
-    EXPECT_TRUE(seen.fixedDelay == sent.fixedDelay);
-}
-
-// Nothing in it is as it would be by default.
-ITransferHandler::Configuration MakeUnusualConfiguration()
-{
-    ITransferHandler::Configuration unusual;
-    unusual.url = "unusual";
-    unusual.failOnError = false;
-    unusual.reservedFlag = true;
-    unusual.method = ITransferHandler::Configuration::HttpMethod::EhttpPost;
-    unusual.httpVersion = ITransferHandler::Configuration::HttpVersion::Eversion20;
-    unusual.headers = {{"a", "b"}};
-    unusual.requestBody = "body";
-    unusual.bodyParts = {{1, 2}, {3}};
-    unusual.halvordConfig.emplace();
-    unusual.halvordConfig->resource = "resource";
-    unusual.halvordConfig->queryParameters = {{"key", "value"}};
-    unusual.allowSelfSignedCertificates = true;
-    unusual.timeoutArg1 = 1;
-    unusual.wrapperOption30 = 2;
-    unusual.timeoutArg2 = 3;
-    unusual.wrapperOption20 = 4;
-    unusual.wrapperOption21 = 5;
-    unusual.wrapperOption31 = 6;
-    unusual.wrapperOption32 = 7;
-    unusual.wrapperOption27 = 8;
-    unusual.verbose = true;
-    unusual.randomDelay.emplace();
-    unusual.fixedDelay = 9;
-    return unusual;
-}
-
 TEST_P(AgentExecutionInBothModes, TheHandlerSeesTheWholeConfiguration)
 {
-    const ITransferHandler::Configuration unusual = MakeUnusualConfiguration();
+    ITransferHandler::Configuration full = FullConfiguration();
+    full.randomDelay->min = 0;  // so as not to wait
+    full.randomDelay->max = 0;
     auto request = MakeRequest([&](const ITransferHandler::TransferDetail& detail) {
-        ExpectSame(detail, unusual);
+        ExpectSame(detail, full);
         return MakeResult(true, 200);
     });
-    static_cast<ITransferHandler::Configuration&>(*request) = unusual;
+    static_cast<ITransferHandler::Configuration&>(*request) = full;
     Run(std::move(request));
     EXPECT_EQ(m_Client.Events().back(), "complete true 200");
 }

@@ -191,15 +191,12 @@ TEST_F(AgentPacing, ACancelledSleeperStillSendsItsRequest)
     m_Manager.reset();
     EXPECT_THAT(m_Client.Events(), IsEmpty());
     // Woken before the job is removed.
-    auto lines = log.SummariesOf("CancelTransfer");
-    EXPECT_THAT(lines, ElementsAre("D CancelTransfer: handle: 0",
-                                   "D CancelTransfer: Interrupting a thread that is sleeping"));
-    lines = log.Summaries();
-    const auto woken = std::find(lines.begin(), lines.end(),
-                                 "D CancelTransfer: Interrupting a thread that is sleeping");
-    EXPECT_THAT(
-        std::vector<std::string>(woken + 1, woken + 3),
-        ElementsAre("D m_RemoveJob:  ", "I m_RemoveJob: Cancelling transfer with handle: 0"));
+    const std::vector<std::string> expected = {
+        "D CancelTransfer: Interrupting a thread that is sleeping",
+        "D m_RemoveJob:  ", "I m_RemoveJob: Cancelling transfer with handle: 0"};
+    const auto lines = log.Summaries();
+    EXPECT_NE(std::search(lines.begin(), lines.end(), expected.begin(), expected.end()),
+              lines.end());
 }
 
 TEST_F(AgentPacing, AnEntryExistsExactlyWhileItsWorkerSleeps)

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CaughtLog.h"
+#include "FullConfiguration.h"
 #include "ITransferHandler.h"
 
 namespace {
@@ -59,62 +60,6 @@ public:
 private:
     Script m_Script;
 };
-
-// A configuration with nothing left as it is by default.
-Configuration FullConfiguration()
-{
-    Configuration configuration;
-    configuration.url = "url";
-    configuration.failOnError = false;
-    configuration.reservedFlag = true;
-    configuration.method = Configuration::HttpMethod::EhttpPut;
-    configuration.httpVersion = Configuration::HttpVersion::Eversion20;
-    configuration.headers = {{"a", "1"}, {"b", ""}};
-    configuration.requestBody = std::string("x\0y", 3);
-    configuration.bodyParts = {{1, 2}, {}};
-    configuration.halvordConfig = Configuration::HalvordConfig{"resource", {{"key", "value"}}};
-    configuration.allowSelfSignedCertificates = true;
-    configuration.timeoutArg1 = 1;
-    configuration.wrapperOption30 = 2;
-    configuration.timeoutArg2 = 3;
-    configuration.wrapperOption20 = 4;
-    configuration.wrapperOption21 = 5;
-    configuration.wrapperOption31 = 6;
-    configuration.wrapperOption32 = 7;
-    configuration.wrapperOption27 = 8;
-    configuration.verbose = true;
-    configuration.randomDelay = Configuration::RandomDelay{9, 10};
-    configuration.fixedDelay = -11;
-    return configuration;
-}
-
-void ExpectFullConfiguration(const Configuration& seen)
-{
-    const Configuration full = FullConfiguration();
-    EXPECT_EQ(seen.url, full.url);
-    EXPECT_EQ(seen.failOnError, full.failOnError);
-    EXPECT_EQ(seen.reservedFlag, full.reservedFlag);
-    EXPECT_EQ(seen.method, full.method);
-    EXPECT_EQ(seen.httpVersion, full.httpVersion);
-    EXPECT_EQ(seen.headers, full.headers);
-    EXPECT_EQ(seen.requestBody, full.requestBody);
-    EXPECT_EQ(seen.bodyParts, full.bodyParts);
-    EXPECT_EQ(seen.halvordConfig.value().resource, full.halvordConfig->resource);
-    EXPECT_EQ(seen.halvordConfig.value().queryParameters, full.halvordConfig->queryParameters);
-    EXPECT_EQ(seen.allowSelfSignedCertificates, full.allowSelfSignedCertificates);
-    EXPECT_EQ(seen.timeoutArg1, full.timeoutArg1);
-    EXPECT_EQ(seen.wrapperOption30, full.wrapperOption30);
-    EXPECT_EQ(seen.timeoutArg2, full.timeoutArg2);
-    EXPECT_EQ(seen.wrapperOption20, full.wrapperOption20);
-    EXPECT_EQ(seen.wrapperOption21, full.wrapperOption21);
-    EXPECT_EQ(seen.wrapperOption31, full.wrapperOption31);
-    EXPECT_EQ(seen.wrapperOption32, full.wrapperOption32);
-    EXPECT_EQ(seen.wrapperOption27, full.wrapperOption27);
-    EXPECT_EQ(seen.verbose, full.verbose);
-    EXPECT_EQ(seen.randomDelay.value().min, full.randomDelay->min);
-    EXPECT_EQ(seen.randomDelay.value().max, full.randomDelay->max);
-    EXPECT_EQ(seen.fixedDelay.value(), *full.fixedDelay);
-}
 
 Result MakeResult(bool success, std::unique_ptr<long> httpCode)
 {
@@ -204,7 +149,7 @@ TEST(Configuration, IsCopiedDeeply)
     Configuration source = FullConfiguration();
     const Configuration copy = source;
     source = Configuration();
-    ExpectFullConfiguration(copy);
+    ExpectSame(copy, FullConfiguration());
 }
 
 TEST(TransferDetail, StartsWithNothingWanted)
@@ -232,7 +177,7 @@ TEST(GetTransferIntoBuffers, HandsTheConfigurationAndBothBuffersToTheHandler)
     int calls = 0;
     const ScriptedHandler handler([&](const TransferDetail& detail) {
         ++calls;
-        ExpectFullConfiguration(detail);
+        ExpectSame(detail, FullConfiguration());
         EXPECT_EQ(detail.headerBuffer, &header);
         EXPECT_EQ(detail.dataBuffer, &data);
         EXPECT_FALSE(detail.headerCallback);
@@ -286,7 +231,7 @@ TEST(GetTransferToCallbacks, HandsTheConfigurationAndTheCallbacksToTheHandler)
         };
     };
     const ScriptedHandler handler([&](const TransferDetail& detail) {
-        ExpectFullConfiguration(detail);
+        ExpectSame(detail, FullConfiguration());
         EXPECT_EQ(detail.headerBuffer, nullptr);
         EXPECT_EQ(detail.dataBuffer, nullptr);
         EXPECT_EQ(detail.userData, &userData);
