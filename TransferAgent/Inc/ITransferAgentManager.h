@@ -17,9 +17,16 @@ namespace VORTAN_MW {
 /// At most 4 transfers are in progress at a time; a fifth request is refused, not queued. A place
 /// is free again shortly after the complete callback has returned, not yet inside it.
 ///
-/// Callbacks, what they captured, and the factory are destroyed without the agent's lock: normally
-/// on the worker, after a cancellation on the thread that cancelled or on the worker, after a
-/// refusal on the thread that requested.
+/// The handler is destroyed first, when its transfer has ended, with the agent's lock held. The
+/// rest is destroyed on the worker without that lock: headerCallback and dataCallback before the
+/// complete callback is called, completeCallback and then the factory after it has returned, and
+/// all of them before the transfer's place is free. So a complete callback may use what its factory
+/// owns.
+///
+/// Unless the complete callback has begun, CancelTransfer destroys the factory and the callbacks on
+/// the thread that cancels, before it returns; a data callback that is running keeps a copy of
+/// itself. The handler may still be working then: after a cancellation it may outlive its factory.
+/// A refused request is destroyed on the thread that requested it.
 class [[gnu::visibility("default")]] ITransferAgentManager
 {
 public:

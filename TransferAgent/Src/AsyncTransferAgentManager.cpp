@@ -418,7 +418,8 @@ bool AsyncTransferAgentManager::m_NotifyClientComplete(Lock& lock, std::uint64_t
         return false;
     }
     // The transfer is over. What belongs to the client leaves the job here, and is destroyed
-    // without the mutex while shutdown still waits for this worker.
+    // without the mutex while shutdown still waits for this worker. The factory goes last: the
+    // complete callback may use what it owns.
     DataCallback headerCallback = std::exchange(job.headerCallback, nullptr);
     DataCallback dataCallback = std::exchange(job.dataCallback, nullptr);
     CompleteCallback completeCallback = std::exchange(job.completeCallback, nullptr);
@@ -429,7 +430,7 @@ bool AsyncTransferAgentManager::m_NotifyClientComplete(Lock& lock, std::uint64_t
     const State::MutexGap gap(lock, m_State->held);
     headerCallback = nullptr;
     dataCallback = nullptr;
-    factory.reset();
+    const std::unique_ptr<ITransferHandlerFactory> lastDestroyed = std::move(factory);
     if (const CompleteCallback notifyComplete = std::move(completeCallback)) {
         notifyComplete(std::move(result), userContext);
     }

@@ -320,7 +320,8 @@ TEST_P(AgentExecutionInBothModes, TheRequestIsOverForTheClientBeforeItsWorkerTak
     CaughtLog log;
     auto owned = std::make_shared<int>();
     const std::weak_ptr<int> alive = owned;
-    auto request = MakeRequest(Deliver("ab", "xyz"));
+    auto request = MakeRequest(
+        [owned, deliver = Deliver("ab", "xyz")](const auto& detail) { return deliver(detail); });
     bool completed = false;
     request->completeCallback = [&, owned = std::move(owned)](auto, void*) { completed = true; };
     bool checked = false;

@@ -248,18 +248,18 @@ TEST_F(AgentNotification, TheLastCopyOfACallbackIsDestroyedWithTheMutexFree)
     EXPECT_THAT(m_Client.Events(), ElementsAre("cancelled", "destroyed"));
 }
 
+class OwningFactory : public VORTAN_MW::ITransferHandlerFactory
+{
+public:
+    explicit OwningFactory(std::shared_ptr<OwnedByTheClient> owned) : m_Owned(std::move(owned)) {}
+    std::unique_ptr<ITransferHandler> Create() override { return nullptr; }
+
+private:
+    std::shared_ptr<OwnedByTheClient> m_Owned;
+};
+
 TEST_F(AgentNotification, CompletionDestroysWhatTheClientGaveWithTheMutexFree)
 {
-    class OwningFactory : public VORTAN_MW::ITransferHandlerFactory
-    {
-    public:
-        explicit OwningFactory(std::shared_ptr<OwnedByTheClient> owned) : m_Owned(std::move(owned))
-        {}
-        std::unique_ptr<ITransferHandler> Create() override { return nullptr; }
-
-    private:
-        std::shared_ptr<OwnedByTheClient> m_Owned;
-    };
     const auto own = [this](const std::string& name) {
         return std::make_shared<OwnedByTheClient>(*m_Manager,
                                                   [this, name] { m_Client.Add(name + " gone"); });
@@ -273,8 +273,39 @@ TEST_F(AgentNotification, CompletionDestroysWhatTheClientGaveWithTheMutexFree)
     request->handlerFactory = std::make_unique<OwningFactory>(own("factory"));
     const auto handle = FileJob(std::move(request));
     EXPECT_TRUE(Complete(handle, true));
-    EXPECT_THAT(m_Client.Events(), ElementsAre("header gone", "data gone", "factory gone",
-                                               "complete", "complete gone"));
+    EXPECT_THAT(m_Client.Events(), ElementsAre("header gone", "data gone", "complete",
+                                               "complete gone", "factory gone"));
+}
+
+TEST_F(AgentNotification, TheFactoryIsThereUntilTheCompleteCallbackReturns)
+{
+    auto owned = std::make_shared<OwnedByTheClient>(*m_Manager, [] {});
+    const std::weak_ptr<OwnedByTheClient> watched = owned;
+    auto request = MakeRequest();
+    request->handlerFactory = std::make_unique<OwningFactory>(std::move(owned));
+    std::uint64_t handle = 0;
+    request->completeCallback = [&](auto, void*) {
+        m_Manager->CancelTransfer(handle);
+        m_Client.Add(watched.expired() ? "factory gone" : "factory there");
+    };
+    handle = FileJob(std::move(request));
+    EXPECT_TRUE(Complete(handle, true));
+    EXPECT_THAT(m_Client.Events(), ElementsAre("factory there"));
+    EXPECT_TRUE(watched.expired());
+}
+
+// A factory that was destroyed with the mutex held would block here for ever.
+TEST_F(AgentNotification, ACompleteCallbackThatThrowsLeavesTheFactoryToBeDestroyedWithoutTheMutex)
+{
+    auto request = MakeRequest();
+    request->handlerFactory = std::make_unique<OwningFactory>(
+        std::make_shared<OwnedByTheClient>(*m_Manager, [this] { m_Client.Add("factory gone"); }));
+    request->completeCallback = [](auto, void*) { throw std::runtime_error("def"); };
+    const auto handle = FileJob(std::move(request));
+    auto lock = m_Peer.Hold();
+    EXPECT_THROW(m_Peer.NotifyComplete(lock, handle, {}), std::runtime_error);
+    EXPECT_TRUE(lock.owns_lock());
+    EXPECT_THAT(m_Client.Events(), ElementsAre("factory gone"));
 }
 
 }  // namespace
