@@ -71,9 +71,17 @@ constexpr const char* FileBaseName(const char* path)
     return base;
 }
 
+// Integers that a stream writes as numbers; it writes the 8-bit ones as characters.
+template <typename T>
+inline constexpr bool IsNumber =
+    std::is_integral_v<T> && !std::is_same_v<T, signed char> && !std::is_same_v<T, unsigned char>;
+
+class StreamedPieces;
+
 // The text of one log line. Pieces read as a default-formatted stream in the C locale writes them:
-// numbers in decimal, true and false as 1 and 0. The common types are written without a stream, and
-// a text of usual length without allocation: those are most of what a log line would cost.
+// numbers in decimal, true and false as 1 and 0. A null text is empty. The common types are written
+// without a stream, and a text of usual length without allocation: those are most of what a log
+// line would cost.
 class LogMessage
 {
 public:
@@ -81,12 +89,14 @@ public:
 
     LogMessage& operator<<(const std::string& piece) { return m_Append(piece); }
 
-    LogMessage& operator<<(const char* piece) { return m_Append(piece); }
+    LogMessage& operator<<(const char* piece) { return piece ? m_Append(piece) : *this; }
+    LogMessage& operator<<(char* piece) { return *this << static_cast<const char*>(piece); }
 
     LogMessage& operator<<(char piece) { return m_Append({&piece, 1}); }
 
-    // The number by which the system's threads library knows the thread, which is what an
-    // identifier consists of.
+    LogMessage& operator<<(bool piece) { return m_Append(piece ? "1" : "0"); }
+
+    // libstdc++'s thread::id wraps a pthread_t and prints that.
     LogMessage& operator<<(std::thread::id piece)
     {
         if (piece == std::thread::id()) {
@@ -98,22 +108,18 @@ public:
         return *this << number;
     }
 
-    template <typename T>
-    LogMessage& operator<<(const T& piece)
+    template <typename T, std::enable_if_t<IsNumber<T>, int> = 0>
+    LogMessage& operator<<(T piece)
     {
-        if constexpr (std::is_same_v<T, bool>) {
-            return m_Append(piece ? "1" : "0");
-        } else if constexpr (std::is_integral_v<T> && sizeof(T) > sizeof(char)) {
-            char digits[std::numeric_limits<T>::digits10 + 2];  // one more digit, and a sign
-            const char* const end = std::to_chars(digits, std::end(digits), piece).ptr;
-            return m_Append({digits, static_cast<std::size_t>(end - digits)});
-        } else {
-            std::ostringstream stream;
-            stream.imbue(std::locale::classic());
-            stream << piece;
-            return m_Append(stream.str());
-        }
+        char digits[std::numeric_limits<T>::digits10 + 2];  // one more digit, and a sign
+        const char* const end = std::to_chars(digits, std::end(digits), piece).ptr;
+        return m_Append({digits, static_cast<std::size_t>(end - digits)});
     }
+
+    // Everything else, manipulators included, and all pieces after it.
+    template <typename T, std::enable_if_t<!IsNumber<T>, int> = 0>
+    StreamedPieces operator<<(const T& piece);
+    StreamedPieces operator<<(std::ostream& (*manipulator)(std::ostream&));
 
     const char* Text() const { return m_Long.empty() ? m_Short : m_Long.c_str(); }
 
@@ -136,7 +142,60 @@ private:
     char m_Short[128];
     std::size_t m_Length = 0;
     std::string m_Long;  // the whole text once it does not fit into m_Short
+
+    friend class StreamedPieces;
 };
+
+// The pieces of a chain from the first one on that LogMessage cannot write by itself. One stream
+// writes them all, so that a manipulator affects the pieces that follow it. They are appended to
+// the message when the statement ends.
+class StreamedPieces
+{
+public:
+    template <typename T>
+    StreamedPieces(LogMessage& message, const T& first) : m_Message(message)
+    {
+        m_Stream.imbue(std::locale::classic());
+        m_Stream << first;
+    }
+    StreamedPieces(const StreamedPieces&) = delete;
+    StreamedPieces& operator=(const StreamedPieces&) = delete;
+
+    ~StreamedPieces() noexcept(false) { m_Message.m_Append(m_Stream.str()); }
+
+    template <typename T>
+    StreamedPieces& operator<<(const T& piece)
+    {
+        m_Stream << piece;
+        return *this;
+    }
+    StreamedPieces& operator<<(const char* piece)
+    {
+        m_Stream << (piece ? piece : "");
+        return *this;
+    }
+    StreamedPieces& operator<<(char* piece) { return *this << static_cast<const char*>(piece); }
+    StreamedPieces& operator<<(std::ostream& (*manipulator)(std::ostream&))
+    {
+        m_Stream << manipulator;
+        return *this;
+    }
+
+private:
+    LogMessage& m_Message;
+    std::ostringstream m_Stream;
+};
+
+template <typename T, std::enable_if_t<!IsNumber<T>, int>>
+StreamedPieces LogMessage::operator<<(const T& piece)
+{
+    return StreamedPieces(*this, piece);
+}
+
+inline StreamedPieces LogMessage::operator<<(std::ostream& (*manipulator)(std::ostream&))
+{
+    return StreamedPieces(*this, manipulator);
+}
 
 // Runs an action when it goes out of scope, if it is armed. A copy is armed as its original is, and
 // leaves the original armed: then the action runs once for each of them.

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
+#include <iomanip>
 #include <limits>
 #include <locale>
 #include <sstream>
@@ -141,6 +142,33 @@ TEST(Logging, AnEmptyTextIsAnEmptyMessage)
 {
     EXPECT_EQ(Logged(""), "");
     EXPECT_EQ(Logged(std::string()), "");
+}
+
+TEST(Logging, ANullTextIsEmpty)
+{
+    const char* const constant = nullptr;
+    char* const changeable = nullptr;
+    EXPECT_EQ(Logged(constant), "");
+    EXPECT_EQ(Logged(changeable), "");
+    const CaughtLog log;
+    LOG_DEBUG("a" << constant << 1.5 << constant << changeable << "b");
+    EXPECT_EQ(log.Lines().front().message, "a1.5b");
+}
+
+TEST(Logging, AManipulatorAffectsThePiecesAfterIt)
+{
+    const CaughtLog log;
+    LOG_DEBUG(std::hex << 255);
+    LOG_DEBUG(255 << ' ' << std::hex << 255 << ' ' << std::uint64_t{255} << std::dec << ' ' << 255);
+    LOG_DEBUG(std::setw(6) << std::setfill('.') << "ab" << std::string("c") << 'd' << std::endl);
+    LOG_DEBUG("to the end" << std::boolalpha << std::endl
+                           << true << std::setprecision(3) << 3.14159);
+    LOG_DEBUG(255 << true);
+    EXPECT_EQ(log.Count("ff"), 1U);
+    EXPECT_EQ(log.Count("255 ff ff 255"), 1U);
+    EXPECT_EQ(log.Count("....abcd\n"), 1U);
+    EXPECT_EQ(log.Count("to the end\ntrue3.14"), 1U);
+    EXPECT_EQ(log.Count("2551"), 1U);
 }
 
 TEST(Logging, ASingleBlankIsAMessage)

@@ -57,6 +57,12 @@ public:
     const char* what() const noexcept override { return "100% of another kind"; }
 };
 
+class ExceptionWithoutText : public std::exception
+{
+public:
+    const char* what() const noexcept override { return nullptr; }
+};
+
 }  // namespace
 
 TEST(ScopedExceptionSafeThread, TheFunctionRunsOnAThreadOfItsOwn)
@@ -211,6 +217,13 @@ TEST(ScopedExceptionSafeThreadDeathTest, AnExceptionOfTheClientsOwnClassIsLogged
     EXPECT_EXIT(RunThreadThatThrows(ExceptionOfAnotherKind()), testing::KilledBySignal(SIGABRT),
                 "^Utils.h E Invoker: Unhandled exception\n"
                 "Utils.h E Invoker: 100% of another kind\nterminated\n");
+}
+
+TEST(ScopedExceptionSafeThreadDeathTest, AnExceptionWithoutTextIsLoggedAsAnEmptyLine)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(RunThreadThatThrows(ExceptionWithoutText()), testing::KilledBySignal(SIGABRT),
+                "^Utils.h E Invoker: Unhandled exception\nUtils.h E Invoker: \nterminated\n");
 }
 
 TEST(ScopedExceptionSafeThreadDeathTest, AnyOtherObjectIsLoggedBeforeTheProcessEnds)
