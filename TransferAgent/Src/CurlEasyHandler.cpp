@@ -8,10 +8,10 @@
 #include <cstring>
 #include <exception>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 #include "CurlEasyHandlerFactory.h"
+#include "CurlOption.h"
 #include "TransferDetailUtils.h"
 #include "Utils.h"
 
@@ -20,6 +20,7 @@ namespace VORTAN_MW {
 namespace {
 
 using TransferDetail = ITransferHandler::TransferDetail;
+using UTILS::SetCurlOption;
 
 struct EasyHandleDeleter
 {
@@ -111,25 +112,12 @@ void ReserveAnnounced(ITransferHandler::Bytes& body, std::size_t chunk)
     }
 }
 
-// A variadic argument of the wrong width goes wrong on 32 bits: only the types that libcurl reads
-// pass. The result is ignored, as a request goes out with the options that this libcurl knows.
-template <typename T>
-void SetOption(CURL* handle, CURLoption option, T value)
-{
-    static_assert(std::is_same_v<T, long> || std::is_same_v<T, curl_off_t> ||
-                      std::is_same_v<T, const char*> || std::is_same_v<T, void*> ||
-                      std::is_same_v<T, curl_slist*> || std::is_same_v<T, curl_read_callback> ||
-                      std::is_same_v<T, curl_write_callback>,
-                  "not a type that libcurl reads");
-    static_cast<void>(curl_easy_setopt(handle, option, value));
-}
-
 void SetUpload(CURL* handle, const TransferDetail& detail)
 {
-    SetOption<curl_read_callback>(handle, CURLOPT_READFUNCTION,
-                                  &CurlEasyHandler::s_ReadBodyCallback);
-    SetOption(handle, CURLOPT_READDATA, UserPointer(detail));
-    SetOption(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(detail.requestBody.size()));
+    SetCurlOption<CURLOPT_READFUNCTION>(handle, &CurlEasyHandler::s_ReadBodyCallback);
+    SetCurlOption<CURLOPT_READDATA>(handle, UserPointer(detail));
+    SetCurlOption<CURLOPT_INFILESIZE_LARGE>(handle,
+                                            static_cast<curl_off_t>(detail.requestBody.size()));
 }
 
 void SetMethod(CURL* handle, const TransferDetail& detail)
@@ -137,19 +125,19 @@ void SetMethod(CURL* handle, const TransferDetail& detail)
     using HttpMethod = ITransferHandler::Configuration::HttpMethod;
     switch (detail.method) {
         case HttpMethod::EhttpGet:
-            SetOption(handle, CURLOPT_HTTPGET, 1L);
+            SetCurlOption<CURLOPT_HTTPGET>(handle, 1L);
             break;
         case HttpMethod::EhttpHead:
-            SetOption(handle, CURLOPT_NOBODY, 1L);
+            SetCurlOption<CURLOPT_NOBODY>(handle, 1L);
             break;
         case HttpMethod::EhttpPost:
-            SetOption(handle, CURLOPT_POST, 1L);
+            SetCurlOption<CURLOPT_POST>(handle, 1L);
             SetUpload(handle, detail);
-            SetOption(handle, CURLOPT_POSTREDIR, long{CURL_REDIR_POST_ALL});
+            SetCurlOption<CURLOPT_POSTREDIR>(handle, long{CURL_REDIR_POST_ALL});
             break;
         case HttpMethod::EhttpPut:  // without a redirect option, on purpose
-            SetOption(handle, CURLOPT_UPLOAD, 1L);
-            SetOption(handle, CURLOPT_PUT, 1L);
+            SetCurlOption<CURLOPT_UPLOAD>(handle, 1L);
+            SetCurlOption<CURLOPT_PUT>(handle, 1L);
             SetUpload(handle, detail);
             break;
         case HttpMethod::Default:
@@ -161,25 +149,23 @@ void SetMethod(CURL* handle, const TransferDetail& detail)
 void SetDelivery(CURL* handle, const TransferDetail& detail, bool wantHeader, bool wantBody)
 {
     if (wantHeader) {
-        SetOption<curl_write_callback>(handle, CURLOPT_HEADERFUNCTION,
-                                       &CurlEasyHandler::s_WriteHeaderCallback);
-        SetOption(handle, CURLOPT_HEADERDATA, UserPointer(detail));
+        SetCurlOption<CURLOPT_HEADERFUNCTION>(handle, &CurlEasyHandler::s_WriteHeaderCallback);
+        SetCurlOption<CURLOPT_HEADERDATA>(handle, UserPointer(detail));
     }
     if (wantBody) {
-        SetOption<curl_write_callback>(handle, CURLOPT_WRITEFUNCTION,
-                                       &CurlEasyHandler::s_WriteBodyCallback);
-        SetOption(handle, CURLOPT_WRITEDATA, UserPointer(detail));
+        SetCurlOption<CURLOPT_WRITEFUNCTION>(handle, &CurlEasyHandler::s_WriteBodyCallback);
+        SetCurlOption<CURLOPT_WRITEDATA>(handle, UserPointer(detail));
     } else {
-        SetOption(handle, CURLOPT_NOBODY, 1L);
+        SetCurlOption<CURLOPT_NOBODY>(handle, 1L);
     }
 }
 
 void SetConduct(CURL* handle, const TransferDetail& detail)
 {
-    SetOption<const char*>(handle, CURLOPT_USERAGENT, "libcurl-agent/1.0");
-    SetOption(handle, CURLOPT_FAILONERROR, long{detail.failOnError});
-    SetOption(handle, CURLOPT_FOLLOWLOCATION, 1L);
-    SetOption<const char*>(handle, CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can decode
+    SetCurlOption<CURLOPT_USERAGENT>(handle, "libcurl-agent/1.0");
+    SetCurlOption<CURLOPT_FAILONERROR>(handle, long{detail.failOnError});
+    SetCurlOption<CURLOPT_FOLLOWLOCATION>(handle, 1L);
+    SetCurlOption<CURLOPT_ACCEPT_ENCODING>(handle, "");  // all that libcurl can decode
 }
 
 // A line that cannot be appended is left out; the list so far stays.
@@ -233,12 +219,12 @@ ITransferHandler::Result CurlEasyHandler::DoTransfer(const TransferDetail& detai
     const bool wantBody = PrepareDelivery(detail.dataBuffer, detail.dataCallback) &&
                           detail.method != Configuration::HttpMethod::EhttpHead;
 
-    SetOption(handle.get(), CURLOPT_URL, detail.url.c_str());
+    SetCurlOption<CURLOPT_URL>(handle.get(), detail.url.c_str());
     SetMethod(handle.get(), detail);
     SetDelivery(handle.get(), detail, wantHeader, wantBody);
     SetConduct(handle.get(), detail);
     HeaderList headers = MakeHeaderList(detail);
-    SetOption(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+    SetCurlOption<CURLOPT_HTTPHEADER>(handle.get(), headers.get());
 
     const RunningTransfer running(handle.get());
     const CURLcode code = curl_easy_perform(handle.get());

@@ -5,8 +5,9 @@
 #include <climits>
 #include <mutex>
 #include <new>
-#include <type_traits>
 #include <utility>
+
+#include "CurlOption.h"
 
 namespace QXCurl {
 
@@ -145,7 +146,7 @@ Outcome Transfer::Send(const Settings& settings)
         m_ApplySinks(options, header, body);
         m_ApplySsl(settings);
         m_ApplyTimeouts(settings);
-        m_Apply(CURLOPT_HTTPHEADER, headers.get());
+        m_Apply<CURLOPT_HTTPHEADER>(headers.get());
         outcome = m_Perform(options.Get<std::string>(QXCURL_OPTION_URL, {}));
     }
     for (const Stream* const stream : {&upload, &header, &body}) {
@@ -156,24 +157,19 @@ Outcome Transfer::Send(const Settings& settings)
     return outcome;
 }
 
-template <typename T>
-void Transfer::m_Apply(CURLoption option, T value)
+template <CURLoption option, typename T>
+void Transfer::m_Apply(T value)
 {
-    static_assert(std::is_same_v<T, long> || std::is_same_v<T, curl_off_t> ||
-                      std::is_same_v<T, const char*> || std::is_same_v<T, char*> ||
-                      std::is_same_v<T, Stream*> || std::is_same_v<T, curl_slist*> ||
-                      std::is_same_v<T, curl_write_callback>,
-                  "not a type that libcurl reads");
-    static_cast<void>(curl_easy_setopt(m_Handle.get(), option, value));
+    VORTAN_MW::UTILS::SetCurlOption<option>(m_Handle.get(), value);
 }
 
 void Transfer::m_ApplyConduct(const OptionValues& options)
 {
-    m_Apply(CURLOPT_PROTOCOLS_STR, "http,https");
-    m_Apply(CURLOPT_HTTP_VERSION,
-            CurlHttpVersion(options.Get<long long>(QXCURL_OPTION_HTTP_VERSION, 0)));
-    m_Apply(CURLOPT_VERBOSE, long{options.IsOn(QXCURL_OPTION_VERBOSE)});
-    m_Apply(CURLOPT_NOSIGNAL, 1L);  // signals and threads do not mix
+    m_Apply<CURLOPT_PROTOCOLS_STR>("http,https");
+    m_Apply<CURLOPT_HTTP_VERSION>(
+        CurlHttpVersion(options.Get<long long>(QXCURL_OPTION_HTTP_VERSION, 0)));
+    m_Apply<CURLOPT_VERBOSE>(long{options.IsOn(QXCURL_OPTION_VERBOSE)});
+    m_Apply<CURLOPT_NOSIGNAL>(1L);  // signals and threads do not mix
 }
 
 void Transfer::m_ApplyMethod(const OptionValues& options, Stream& upload)
@@ -181,36 +177,36 @@ void Transfer::m_ApplyMethod(const OptionValues& options, Stream& upload)
     const bool uploads = upload.callback != nullptr;
     const curl_off_t size = uploads ? options.Get<long long>(QXCURL_OPTION_INFILESIZE, -1) : 0;
     if (options.IsOn(QXCURL_OPTION_PUT) || options.IsOn(QXCURL_OPTION_UPLOAD)) {
-        m_Apply(CURLOPT_UPLOAD, 1L);
-        m_Apply(CURLOPT_INFILESIZE_LARGE, size);
+        m_Apply<CURLOPT_UPLOAD>(1L);
+        m_Apply<CURLOPT_INFILESIZE_LARGE>(size);
     } else if (options.IsOn(QXCURL_OPTION_POST)) {
-        m_Apply(CURLOPT_POST, 1L);
-        m_Apply(CURLOPT_POSTFIELDSIZE_LARGE, size);
+        m_Apply<CURLOPT_POST>(1L);
+        m_Apply<CURLOPT_POSTFIELDSIZE_LARGE>(size);
     } else {
-        m_Apply(CURLOPT_NOBODY, long{options.IsOn(QXCURL_OPTION_NOBODY)});
+        m_Apply<CURLOPT_NOBODY>(long{options.IsOn(QXCURL_OPTION_NOBODY)});
     }
-    m_Apply<curl_read_callback>(CURLOPT_READFUNCTION, uploads ? &Supply : &SupplyNothing);
-    m_Apply(CURLOPT_READDATA, &upload);
+    m_Apply<CURLOPT_READFUNCTION>(uploads ? &Supply : &SupplyNothing);
+    m_Apply<CURLOPT_READDATA>(&upload);
 }
 
 void Transfer::m_ApplySinks(const OptionValues& options, Stream& header, Stream& body)
 {
     if (header.callback) {
-        m_Apply<curl_write_callback>(CURLOPT_HEADERFUNCTION, &Receive);
-        m_Apply(CURLOPT_HEADERDATA, &header);
+        m_Apply<CURLOPT_HEADERFUNCTION>(&Receive);
+        m_Apply<CURLOPT_HEADERDATA>(&header);
     }
     const bool wanted = body.callback && !options.IsOn(QXCURL_OPTION_NOBODY);
-    m_Apply<curl_write_callback>(CURLOPT_WRITEFUNCTION, wanted ? &Receive : &Drop);
-    m_Apply(CURLOPT_WRITEDATA, &body);
+    m_Apply<CURLOPT_WRITEFUNCTION>(wanted ? &Receive : &Drop);
+    m_Apply<CURLOPT_WRITEDATA>(&body);
 }
 
 void Transfer::m_ApplySsl(const Settings& settings)
 {
     const bool verify = settings.options.Get<long long>(QXCURL_OPTION_SSL_VERIFYPEER, 1) != 0;
-    m_Apply(CURLOPT_SSL_VERIFYPEER, long{verify});
+    m_Apply<CURLOPT_SSL_VERIFYPEER>(long{verify});
     if (!settings.caFile.empty()) {
-        m_Apply(CURLOPT_CAINFO, settings.caFile.c_str());
-        m_Apply<const char*>(CURLOPT_CAPATH, nullptr);  // not the system's beside it
+        m_Apply<CURLOPT_CAINFO>(settings.caFile.c_str());
+        m_Apply<CURLOPT_CAPATH, const char*>(nullptr);  // not the system's beside it
     }
 }
 
@@ -221,17 +217,17 @@ void Transfer::m_ApplyTimeouts(const Settings& settings)
     constexpr int longest = INT_MAX / 1000;
     const int transfer = std::clamp(settings.transferTimeout, 0, longest);
     const int connection = std::clamp(settings.connectionTimeout, 0, longest);
-    m_Apply(CURLOPT_TIMEOUT, long{transfer});
-    m_Apply(CURLOPT_CONNECTTIMEOUT, long{connection == 0 ? longest : connection});
+    m_Apply<CURLOPT_TIMEOUT>(long{transfer});
+    m_Apply<CURLOPT_CONNECTTIMEOUT>(long{connection == 0 ? longest : connection});
 }
 
 Outcome Transfer::m_Perform(const std::string& url)
 {
     std::array<char, CURL_ERROR_SIZE> detail{};
-    m_Apply(CURLOPT_ERRORBUFFER, detail.data());
-    m_Apply(CURLOPT_URL, url.c_str());
+    m_Apply<CURLOPT_ERRORBUFFER>(detail.data());
+    m_Apply<CURLOPT_URL>(url.c_str());
     const CURLcode code = curl_easy_perform(m_Handle.get());
-    m_Apply<char*>(CURLOPT_ERRORBUFFER, nullptr);
+    m_Apply<CURLOPT_ERRORBUFFER, char*>(nullptr);
     Outcome outcome;
     static_cast<void>(
         curl_easy_getinfo(m_Handle.get(), CURLINFO_RESPONSE_CODE, &outcome.responseCode));

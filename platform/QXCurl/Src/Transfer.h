@@ -48,10 +48,8 @@ private:
         void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
     };
 
-    // Exactly the types that libcurl reads: a variadic argument of the wrong width goes wrong on
-    // 32 bits.
-    template <typename T>
-    void m_Apply(CURLoption option, T value);
+    template <CURLoption option, typename T>
+    void m_Apply(T value);
     void m_ApplyConduct(const OptionValues& options);
     void m_ApplyMethod(const OptionValues& options, Stream& upload);
     void m_ApplySinks(const OptionValues& options, Stream& header, Stream& body);
