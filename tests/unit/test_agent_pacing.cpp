@@ -247,4 +247,25 @@ TEST_F(AgentPacing, ASegmentedTransferNeverSleeps)
     EXPECT_EQ(m_Client.Events().back(), "complete true 200");
 }
 
+// Tools search the log by file and function, so these stay when the code is divided differently.
+TEST_F(AgentPacing, EachLineOfAPacedTransferNamesItsFileAndFunction)
+{
+    const CaughtLog log;
+    auto request = MakeRandom(0, 0);
+    request->headerCallback = [](auto&&...) {};
+    const auto handle = m_Peer.CreateJob(std::move(*request));
+    auto lock = m_Peer.Hold();
+    const std::size_t before = log.Lines().size();
+    m_Peer.PerformPlain(lock, handle);
+    std::vector<std::string> origins;
+    const std::vector<LogLine> lines = log.Lines();
+    for (std::size_t i = before; i < lines.size(); ++i) {
+        EXPECT_GT(lines[i].line, 0);
+        origins.push_back(lines[i].file + ' ' + lines[i].function);
+    }
+    const std::string own = "AsyncTransferAgentManager.cpp m_PerformDataTransfer";
+    EXPECT_THAT(origins, ElementsAre(own, "Utils.h RandomNumberGenerator", own, own, own,
+                                     "ITransferHandler.cpp GetTransfer", own, own));
+}
+
 }  // namespace

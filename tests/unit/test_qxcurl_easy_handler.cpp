@@ -831,3 +831,50 @@ TEST_F(QXCurlEasyHandlerTest, TheFactoryMakesHandlersWithoutTouchingTheWrapper)
     EXPECT_TRUE(handler->GetTransfer(configuration, boost::none, boost::none).success);
     EXPECT_EQ(wrapper.events.front(), "D GetTransfer:  ");
 }
+
+// Tools search the log by file and function, so these stay when the code is divided differently.
+TEST_F(QXCurlEasyHandlerTest, EachLineNamesItsFileAndFunction)
+{
+    detail.url = "https://host/";
+    detail.halvordConfig = HalvordConfig{"r", {}};
+    wrapper.scheme = "https";
+    detail.allowSelfSignedCertificates = true;
+    detail.headers = {{"A", "1"}};
+    detail.verbose = true;
+    detail.headerCallback = [](auto&&...) { return true; };
+    detail.dataCallback = detail.headerCallback;
+    Transfer();
+    Events lines;
+    for (const LogLine& line : log.Lines()) {
+        EXPECT_GT(line.line, 0);
+        lines.push_back(line.file + ' ' + line.Summary());
+    }
+    const std::string action = "Utils.h D ~ScopedAction: Executing action...";
+    const Events byDoTransfer = {
+        "D DoTransfer:  ",
+        "I DoTransfer: Connecting to a Halvord server, with a URL: https://maker/r? resource: r "
+        "queryStr: ",
+        "I DoTransfer: Doing a HTTPS request, configuring SSL stack",
+        SelfSignedWarning,
+        "D DoTransfer: SSL lock",
+        Unlock,
+        "D DoTransfer: Setting final URL to https://maker/r?",
+        "I DoTransfer: Default",
+        "I DoTransfer: HTTP version 1.1",
+        "I DoTransfer: Doing a header request",
+        "I DoTransfer: Doing a body request",
+        "I DoTransfer: Request body size is: 0",
+        "I DoTransfer: curlHeader: A: 1",
+        "I DoTransfer: Enabling verbose mode",
+        "I DoTransfer: QXCurl send was successfull",
+        Unlock,
+        "D operator(): Cleaning up QXCurl"};
+    Events expectedLines;
+    for (const std::string& line : byDoTransfer) {
+        if (line.rfind("D operator()", 0) == 0) {
+            expectedLines.push_back(action);
+        }
+        expectedLines.push_back("QXCurlEasyHandler.cpp " + line);
+    }
+    EXPECT_THAT(lines, ElementsAreArray(expectedLines));
+}
