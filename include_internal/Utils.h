@@ -26,21 +26,28 @@
 // A line goes to the main buffer of the platform log with the tag "VORTAN". It names the source
 // file without its folder, the function and the line. Nothing is filtered here. Any thread may log
 // at any time. Inside a lambda the function's name is "operator()".
-#define LOG_DEBUG(pieces) VORTAN_LOG(Debug, pieces)
-#define LOG_INFO(pieces) VORTAN_LOG(Info, pieces)
-#define LOG_WARN(pieces) VORTAN_LOG(Warn, pieces)
-#define LOG_ERROR(pieces) VORTAN_LOG(Error, pieces)
+#define LOG_DEBUG(pieces) VORTAN_LOG(Debug, __func__, pieces)
+#define LOG_INFO(pieces) VORTAN_LOG(Info, __func__, pieces)
+#define LOG_WARN(pieces) VORTAN_LOG(Warn, __func__, pieces)
+#define LOG_ERROR(pieces) VORTAN_LOG(Error, __func__, pieces)
+
+// The same under the name of another function, for a helper that does part of that function's work:
+// whoever searches the log by function names finds its lines where they have always been.
+#define LOG_DEBUG_AS(function, pieces) VORTAN_LOG(Debug, function, pieces)
+#define LOG_INFO_AS(function, pieces) VORTAN_LOG(Info, function, pieces)
+#define LOG_WARN_AS(function, pieces) VORTAN_LOG(Warn, function, pieces)
+#define LOG_ERROR_AS(function, pieces) VORTAN_LOG(Error, function, pieces)
 
 // A chain of pieces cannot stand in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
-#define VORTAN_LOG(level, pieces)                                                               \
+#define VORTAN_LOG(level, function, pieces)                                                     \
     do {                                                                                        \
         constexpr const char* vortanLogFile = ::VORTAN_MW::UTILS::FileBaseName(__FILE__);       \
         ::VORTAN_MW::UTILS::LogMessage vortanLogMessage;                                        \
         vortanLogMessage << pieces;                                                             \
         __dlog_print(::VORTAN_MW::UTILS::LogMainBuffer, ::VORTAN_MW::UTILS::LogPriority##level, \
                      ::VORTAN_MW::UTILS::LogTag, ::VORTAN_MW::UTILS::LogFormat##level,          \
-                     vortanLogFile, __func__, __LINE__, vortanLogMessage.Text());               \
+                     vortanLogFile, function, __LINE__, vortanLogMessage.Text());               \
     } while (false)
 // NOLINTEND(bugprone-macro-parentheses)
 

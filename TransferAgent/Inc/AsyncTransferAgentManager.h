@@ -66,6 +66,11 @@ private:
     ITransferHandler::Result m_PerformDataTransfer(Lock & lock, std::uint64_t handle);
     ITransferHandler::Result m_PerformDataTransferSegmented(Lock & lock, std::uint64_t handle);
 
+    // Waits as long as the configuration asks for, or until somebody wakes it. Returns false, with
+    // the reason in the log, if the handle has a sleeper already.
+    bool m_Pace(Lock & lock, std::uint64_t handle,
+                const ITransferHandler::Configuration& configuration);
+
     // Returns null, with the reason in the log, if the job's factory makes no handler.
     std::unique_ptr<ITransferHandler> m_CreateHandler(Lock & lock, const TransferJob& job);
 

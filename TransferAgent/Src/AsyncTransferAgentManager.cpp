@@ -30,6 +30,36 @@ ITransferHandler::Configuration ConfigurationFor(ITransferHandler::Configuration
     return configuration;
 }
 
+// Log lines of m_PerformDataTransfer keep its name in the functions that do its work.
+constexpr char PerformDataTransfer[] = "m_PerformDataTransfer";
+
+// Fetches what there is a buffer for. After a failure there is no buffer.
+ITransferHandler::Result Fetch(const ITransferHandler& handler,
+                               const ITransferHandler::Configuration& configuration,
+                               std::uint64_t handle,
+                               std::unique_ptr<ITransferHandler::Bytes>& header,
+                               std::unique_ptr<ITransferHandler::Bytes>& data)
+{
+    ITransferHandler::Result result;
+    if (header || data) {
+        result = handler.GetTransfer(configuration, BufferIfWanted(header), BufferIfWanted(data));
+    }
+    if (!result.success) {
+        if (!header || !data) {  // a failure of both has no line, on purpose
+            LOG_INFO_AS(PerformDataTransfer, "Failed download header/data handle: " << handle);
+        }
+        header.reset();
+        data.reset();
+    }
+    if (header) {
+        LOG_INFO_AS(PerformDataTransfer, "Successfully download header size: " << header->size());
+    }
+    if (data) {
+        LOG_INFO_AS(PerformDataTransfer, "Successfully download data size: " << data->size());
+    }
+    return result;
+}
+
 // Never inlined: the generator takes 10 KiB of stack. A worker without a random delay stays within
 // the pages that the C library keeps for the next thread; to give others back interrupts every
 // processor that the process runs on.
@@ -287,26 +317,9 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransfer(Lock& 
         const bool wantsData = static_cast<bool>(job.dataCallback);
         // From here on the job may be gone.
 
-        if (configuration.randomDelay || configuration.fixedDelay) {
-            std::int64_t wait = 0;
-            if (configuration.randomDelay) {
-                const std::uint32_t seconds = DrawSeconds(*configuration.randomDelay);
-                LOG_DEBUG("randomized request enabled");
-                wait = std::uint32_t{seconds * 1000U};  // wraps at 32 bits, on purpose
-            } else {
-                LOG_DEBUG("wait before sending a request mode enabled");
-                wait = *configuration.fixedDelay;
-            }
-            if (!m_State->AddSleeper(handle)) {
-                LOG_ERROR("Failed to create conditional variable for handle: " << handle);
-                return result;
-            }
-            LOG_DEBUG("Start sleeping for: " << wait << " milliseconds");
-            const bool interrupted = m_State->Sleep(lock, handle, wait);
-            LOG_DEBUG((interrupted ? "Sleep interrupted" : "Finished sleeping"));
-            m_State->RemoveSleeper(handle);
+        if (!m_Pace(lock, handle, configuration)) {
+            return result;
         }
-
         const State::MutexGap gap(lock, m_State->held);
         if (wantsHeader) {
             header = std::make_unique<ITransferHandler::Bytes>();
@@ -314,29 +327,43 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransfer(Lock& 
         if (wantsData) {
             data = std::make_unique<ITransferHandler::Bytes>();
         }
-        if (header || data) {
-            result =
-                handler->GetTransfer(configuration, BufferIfWanted(header), BufferIfWanted(data));
-        }
-        if (!result.success) {
-            if (header && data) {
-                return result;  // without the failure line and without a notification, on purpose
-            }
-            LOG_INFO("Failed download header/data handle: " << handle);
-            header.reset();
-            data.reset();
-        }
-        if (header) {
-            LOG_INFO("Successfully download header size: " << header->size());
-        }
-        if (data) {
-            LOG_INFO("Successfully download data size: " << data->size());
+        result = Fetch(*handler, configuration, handle, header, data);
+        if (!result.success && wantsHeader && wantsData) {
+            return result;  // without a notification, on purpose
         }
     }
     if (!m_NotifyClientData(lock, handle, std::move(header), std::move(data))) {
         result.success = false;
     }
     return result;
+}
+
+bool AsyncTransferAgentManager::m_Pace(Lock& lock, std::uint64_t handle,
+                                       const ITransferHandler::Configuration& configuration)
+{
+    m_State->AssertHeld(lock, __FILE__, __LINE__);
+    if (!configuration.randomDelay && !configuration.fixedDelay) {
+        return true;
+    }
+    std::int64_t wait = 0;
+    if (configuration.randomDelay) {
+        const std::uint32_t seconds = DrawSeconds(*configuration.randomDelay);
+        LOG_DEBUG_AS(PerformDataTransfer, "randomized request enabled");
+        wait = std::uint32_t{seconds * 1000U};  // wraps at 32 bits, on purpose
+    } else {
+        LOG_DEBUG_AS(PerformDataTransfer, "wait before sending a request mode enabled");
+        wait = *configuration.fixedDelay;
+    }
+    if (!m_State->AddSleeper(handle)) {
+        LOG_ERROR_AS(PerformDataTransfer,
+                     "Failed to create conditional variable for handle: " << handle);
+        return false;
+    }
+    LOG_DEBUG_AS(PerformDataTransfer, "Start sleeping for: " << wait << " milliseconds");
+    const bool interrupted = m_State->Sleep(lock, handle, wait);
+    LOG_DEBUG_AS(PerformDataTransfer, (interrupted ? "Sleep interrupted" : "Finished sleeping"));
+    m_State->RemoveSleeper(handle);
+    return true;
 }
 
 ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransferSegmented(

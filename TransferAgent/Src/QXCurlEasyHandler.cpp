@@ -24,7 +24,8 @@ using HalvordConfig = ITransferHandler::Configuration::HalvordConfig;
 // The wrapper tells its options apart by the type of the value: 1 is an int, 1L a long. What it
 // returns is ignored, as a request goes out with the options that the wrapper knows.
 //
-// The functions below set options. DoTransfer logs what they did, so that the lines bear its name.
+// The functions below do the work of DoTransfer, step by step. Their log lines keep its name.
+constexpr char Caller[] = "DoTransfer";
 
 std::string MakeQueryString(const HalvordConfig& halvord)
 {
@@ -35,16 +36,49 @@ std::string MakeQueryString(const HalvordConfig& halvord)
     return queryStr;
 }
 
-// Returns what failed, or null.
-const char* SetClient(QXCurlEasy& easy)
+// Puts the URL of the maker's server into url. Returns false, with the reason in the log, if the
+// wrapper refuses.
+bool SetMakersServer(QXCurlEasy& easy, const HalvordConfig& halvord, std::string& url)
 {
+    const std::string queryStr = MakeQueryString(halvord);
+    url = QXCurlUtility::makeUri(halvord.resource, queryStr);
+    LOG_INFO_AS(Caller, "Connecting to a Halvord server, with a URL: "
+                            << url << " resource: " << halvord.resource
+                            << " queryStr: " << queryStr);
     if (!easy.setVistrelClient("dorix-cloud")) {
-        return "Failed to set VistrelClient";
+        LOG_ERROR_AS(Caller, "Failed to set VistrelClient");
+        return false;
     }
     if (!easy.setVistrelHeader(QXCurlEasy::QXCURL_HDR_CLIENT)) {
-        return "Failed to set VistrelHeader";
+        LOG_ERROR_AS(Caller, "Failed to set VistrelHeader");
+        return false;
     }
-    return nullptr;
+    return true;
+}
+
+// Prepares an HTTPS request. Returns false, with the reason in the log, if the wrapper refuses.
+bool SetSsl(QXCurlEasy& easy, const TransferDetail& detail, UTILS::ScopedAction& guard)
+{
+    LOG_INFO_AS(Caller, "Doing a HTTPS request, configuring SSL stack");
+    if (!easy.setHalvordPormelSSLContext()) {
+        LOG_ERROR_AS(Caller, "Failed to set the Halvord SSL context");
+        return false;
+    }
+    if (detail.allowSelfSignedCertificates) {
+        LOG_WARN_AS(Caller,
+                    "Disabling certificate check as they are self signed, THIS SHOULD BE USED FOR "
+                    "TESTING ONLY");
+        easy.setOption(QXCurl::QXCURL_OPTION_SSL_VERIFYPEER, 0L);
+    }
+    QXCurlUtility::init_ssl_lock();
+    LOG_DEBUG_AS(Caller, "SSL lock");
+    // The assigned temporary stays armed: the lock is released here, before the request is sent,
+    // and once more by the guard. That is meant.
+    guard = UTILS::ScopedAction([] {
+        LOG_DEBUG("Unlocking SSL lock");
+        QXCurlUtility::deinit_ssl_lock();
+    });
+    return true;
 }
 
 void SetUpload(QXCurlEasy& easy, const TransferDetail& detail)
@@ -103,16 +137,35 @@ const char* SetHttpVersion(QXCurlEasy& easy, const TransferDetail& detail)
     }
 }
 
-void SetHeaderSink(QXCurlEasy& easy, const TransferDetail& detail)
+void SetSinks(QXCurlEasy& easy, const TransferDetail& detail, bool wantHeader, bool wantBody)
 {
-    easy.setOption(QXCurl::QXCURL_OPTION_HEADERFUNCTION, &QXCurlEasyHandler::s_WriteHeaderCallback);
-    easy.setOption(QXCurl::QXCURL_OPTION_HEADERDATA, UserPointer(detail));
+    if (wantHeader) {
+        easy.setOption(QXCurl::QXCURL_OPTION_HEADERFUNCTION,
+                       &QXCurlEasyHandler::s_WriteHeaderCallback);
+        easy.setOption(QXCurl::QXCURL_OPTION_HEADERDATA, UserPointer(detail));
+        LOG_INFO_AS(Caller, "Doing a header request");
+    }
+    if (wantBody) {
+        easy.setOption(QXCurl::QXCURL_OPTION_WRITEFUNCTION,
+                       &QXCurlEasyHandler::s_WriteBodyCallback);
+        easy.setOption(QXCurl::QXCURL_OPTION_WRITEDATA, UserPointer(detail));
+        LOG_INFO_AS(Caller, "Doing a body request");
+    } else {
+        easy.setOption(QXCurl::QXCURL_OPTION_NOBODY, 1);
+    }
 }
 
-void SetBodySink(QXCurlEasy& easy, const TransferDetail& detail)
+void SetHeaderLines(QXCurlEasy& easy, const TransferDetail& detail)
 {
-    easy.setOption(QXCurl::QXCURL_OPTION_WRITEFUNCTION, &QXCurlEasyHandler::s_WriteBodyCallback);
-    easy.setOption(QXCurl::QXCURL_OPTION_WRITEDATA, UserPointer(detail));
+    // Without a blank, and for every method: both are meant.
+    std::list<std::string> lines{"Content-Length:" + std::to_string(detail.requestBody.size())};
+    LOG_INFO_AS(Caller, "Request body size is: " << detail.requestBody.size());
+    for (const auto& [name, value] : detail.headers) {
+        std::string& line = lines.emplace_back(name);
+        line.append(": ").append(value);
+        LOG_INFO_AS(Caller, "curlHeader: " << line);
+    }
+    easy.setOption(QXCurl::QXCURL_OPTION_HTTPHEADER, lines);
 }
 
 void SetForwardedValues(QXCurlEasy& easy, const TransferDetail& detail)
@@ -137,7 +190,7 @@ std::unique_ptr<long> ResponseCode(QXCurlEasy& easy)
 
 }  // namespace
 
-// Long, because all of its log lines bear its name. Everything is set in one fixed order.
+// Everything is set in one fixed order.
 ITransferHandler::Result QXCurlEasyHandler::DoTransfer(const TransferDetail& detail) const
 {
     LOG_DEBUG(" ");
@@ -153,41 +206,13 @@ ITransferHandler::Result QXCurlEasyHandler::DoTransfer(const TransferDetail& det
                           detail.method != Configuration::HttpMethod::EhttpHead;
 
     std::string url = detail.url;
-    if (detail.halvordConfig) {
-        const std::string& resource = detail.halvordConfig->resource;
-        const std::string queryStr = MakeQueryString(*detail.halvordConfig);
-        url = QXCurlUtility::makeUri(resource, queryStr);
-        LOG_INFO("Connecting to a Halvord server, with a URL: " << url << " resource: " << resource
-                                                                << " queryStr: " << queryStr);
-        if (const char* const failure = SetClient(easy)) {
-            LOG_ERROR(failure);
-            return result;
-        }
+    if (detail.halvordConfig && !SetMakersServer(easy, *detail.halvordConfig, url)) {
+        return result;
     }
-
     UTILS::ScopedAction sslGuard([] {});
-    if (QXCurlUtility::checkIsHttps(url)) {
-        LOG_INFO("Doing a HTTPS request, configuring SSL stack");
-        if (!easy.setHalvordPormelSSLContext()) {
-            LOG_ERROR("Failed to set the Halvord SSL context");
-            return result;
-        }
-        if (detail.allowSelfSignedCertificates) {
-            LOG_WARN(
-                "Disabling certificate check as they are self signed, THIS SHOULD BE USED FOR "
-                "TESTING ONLY");
-            easy.setOption(QXCurl::QXCURL_OPTION_SSL_VERIFYPEER, 0L);
-        }
-        QXCurlUtility::init_ssl_lock();
-        LOG_DEBUG("SSL lock");
-        // The assigned temporary stays armed: the lock is released here, before the request is
-        // sent, and once more by the guard. That is meant.
-        sslGuard = UTILS::ScopedAction([] {
-            LOG_DEBUG("Unlocking SSL lock");
-            QXCurlUtility::deinit_ssl_lock();
-        });
+    if (QXCurlUtility::checkIsHttps(url) && !SetSsl(easy, detail, sslGuard)) {
+        return result;
     }
-
     if (url.empty()) {
         LOG_ERROR("URL is empty: ");
         return result;
@@ -200,28 +225,8 @@ ITransferHandler::Result QXCurlEasyHandler::DoTransfer(const TransferDetail& det
     if (const char* const version = SetHttpVersion(easy, detail)) {
         LOG_INFO(version);
     }
-    if (wantHeader) {
-        SetHeaderSink(easy, detail);
-        LOG_INFO("Doing a header request");
-    }
-    if (wantBody) {
-        SetBodySink(easy, detail);
-        LOG_INFO("Doing a body request");
-    } else {
-        easy.setOption(QXCurl::QXCURL_OPTION_NOBODY, 1);
-    }
-
-    {
-        // Without a blank, and for every method: both are meant.
-        std::list<std::string> lines{"Content-Length:" + std::to_string(detail.requestBody.size())};
-        LOG_INFO("Request body size is: " << detail.requestBody.size());
-        for (const auto& [name, value] : detail.headers) {
-            std::string& line = lines.emplace_back(name);
-            line.append(": ").append(value);
-            LOG_INFO("curlHeader: " << line);
-        }
-        easy.setOption(QXCurl::QXCURL_OPTION_HTTPHEADER, lines);
-    }
+    SetSinks(easy, detail, wantHeader, wantBody);
+    SetHeaderLines(easy, detail);
     SetForwardedValues(easy, detail);
     if (detail.verbose) {
         LOG_INFO("Enabling verbose mode");
