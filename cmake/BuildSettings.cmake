@@ -18,6 +18,7 @@ option(VORTAN_FUZZ "Let libFuzzer drive the programs in tests/fuzz; needs clang 
 
 find_package(Boost REQUIRED)
 find_package(CURL REQUIRED)
+include(cmake/CurlFeatures.cmake)
 find_package(Threads REQUIRED)
 
 # Our own code is held to these; the headers of others are not.
