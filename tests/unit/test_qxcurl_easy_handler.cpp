@@ -196,6 +196,66 @@ TEST_F(QXCurlEasyHandlerTest, APlainDownloadIsTheseCallsAndLinesInThisOrder)
     EXPECT_THAT(wrapper.events, ElementsAreArray(all));
 }
 
+const std::string MakersUrl = "https://maker/res?[a=1][b=]";
+const Events UploadToTheMakersServer = {
+    "D DoTransfer:  ",
+    "QXCurlEasy()",
+    "Initialize()",
+    "makeQueryString(, a, 1)",
+    "makeQueryString([a=1], b, )",
+    "makeUri(res, [a=1][b=])",
+    "I DoTransfer: Connecting to a Halvord server, with a URL: " + MakersUrl +
+        " resource: res queryStr: [a=1][b=]",
+    "setVistrelClient(dorix-cloud)",
+    "setVistrelHeader(1)",
+    "checkIsHttps(" + MakersUrl + ")",
+    "I DoTransfer: Doing a HTTPS request, configuring SSL stack",
+    "setHalvordPormelSSLContext()",
+    SelfSignedWarning,
+    "setOption(39, long 0)",
+    "init_ssl_lock()",
+    "D DoTransfer: SSL lock",
+    "D ~ScopedAction: Executing action...",
+    "D operator(): Unlocking SSL lock",
+    "deinit_ssl_lock()",
+    "D DoTransfer: Setting final URL to " + MakersUrl,
+    "setOption(50, string " + MakersUrl + ")",
+    "setOption(16, long 1)",
+    "setOption(79, callback s_ReadBodyCallback)",
+    "setOption(87, pointer detail)",
+    "setOption(43, long long 3)",
+    "I DoTransfer: EhttpPost",
+    "setOption(18, int 3)",
+    "I DoTransfer: HTTP version 2.0",
+    "setOption(78, callback s_WriteBodyCallback)",
+    "setOption(86, pointer detail)",
+    "I DoTransfer: Doing a body request",
+    "I DoTransfer: Request body size is: 3",
+    "I DoTransfer: curlHeader: X-A: 1",
+    "I DoTransfer: curlHeader: X-B: ",
+    "setOption(75, list Content-Length:3|X-A: 1|X-B: )",
+    "setOption(30, long 30)",
+    "setTimeout(0, 10)",
+    "setOption(20, long 1)",
+    "setOption(21, long 1)",
+    "setOption(31, long 100)",
+    "setOption(32, long 30)",
+    "setOption(27, long 15728640)",
+    "I DoTransfer: Enabling verbose mode",
+    "setOption(1, long 1)",
+    "setOption(3, long 0)",
+    "send()",
+    "getInfo(8, 0)",
+    "I DoTransfer: QXCurl send was successfull",
+    "D ~ScopedAction: Executing action...",
+    "D operator(): Unlocking SSL lock",
+    "deinit_ssl_lock()",
+    "D ~ScopedAction: Executing action...",
+    "D operator(): Cleaning up QXCurl",
+    "reset()",
+    "~QXCurlEasy()",
+};
+
 TEST_F(QXCurlEasyHandlerTest, AnUploadToTheMakersServerIsTheseCallsAndLinesInThisOrder)
 {
     wrapper.scheme = "https";
@@ -209,75 +269,7 @@ TEST_F(QXCurlEasyHandlerTest, AnUploadToTheMakersServerIsTheseCallsAndLinesInThi
     detail.dataCallback = [](std::unique_ptr<Bytes>, void*) { return true; };
     const ITransferHandler::Result result = Transfer();
     EXPECT_TRUE(result.success);
-    const std::string url = "https://maker/res?[a=1][b=]";
-    const Events all = {
-        "D DoTransfer:  ",
-        "QXCurlEasy()",
-        "Initialize()",
-        "makeQueryString(, a, 1)",
-        "makeQueryString([a=1], b, )",
-        "makeUri(res, [a=1][b=])",
-        "I DoTransfer: Connecting to a Halvord server, with a URL: " + url +
-            " resource: res queryStr: [a=1][b=]",
-        "setVistrelClient(dorix-cloud)",
-        "setVistrelHeader(1)",
-        "checkIsHttps(" + url + ")",
-        "I DoTransfer: Doing a HTTPS request, configuring SSL stack",
-        "setHalvordPormelSSLContext()",
-        SelfSignedWarning,
-        "setOption(39, long 0)",
-        "init_ssl_lock()",
-        "D DoTransfer: SSL lock",
-        "D ~ScopedAction: Executing action...",
-        "D operator(): Unlocking SSL lock",
-        "deinit_ssl_lock()",
-        "D DoTransfer: Setting final URL to " + url,
-        "setOption(50, string " + url + ")",
-        "setOption(16, long 1)",
-        "setOption(79, callback s_ReadBodyCallback)",
-        "setOption(87, pointer detail)",
-        "setOption(43, long long 3)",
-        "I DoTransfer: EhttpPost",
-        "setOption(18, int 3)",
-        "I DoTransfer: HTTP version 2.0",
-        "setOption(78, callback s_WriteBodyCallback)",
-        "setOption(86, pointer detail)",
-        "I DoTransfer: Doing a body request",
-        "I DoTransfer: Request body size is: 3",
-        "I DoTransfer: curlHeader: X-A: 1",
-        "I DoTransfer: curlHeader: X-B: ",
-        "setOption(75, list Content-Length:3|X-A: 1|X-B: )",
-        "setOption(30, long 30)",
-        "setTimeout(0, 10)",
-        "setOption(20, long 1)",
-        "setOption(21, long 1)",
-        "setOption(31, long 100)",
-        "setOption(32, long 30)",
-        "setOption(27, long 15728640)",
-        "I DoTransfer: Enabling verbose mode",
-        "setOption(1, long 1)",
-        "setOption(3, long 0)",
-        "send()",
-        "getInfo(8, 0)",
-        "I DoTransfer: QXCurl send was successfull",
-        "D ~ScopedAction: Executing action...",
-        "D operator(): Unlocking SSL lock",
-        "deinit_ssl_lock()",
-        "D ~ScopedAction: Executing action...",
-        "D operator(): Cleaning up QXCurl",
-        "reset()",
-        "~QXCurlEasy()",
-    };
-    EXPECT_THAT(wrapper.events, ElementsAreArray(all));
-}
-
-TEST_F(QXCurlEasyHandlerTest, LinesNameTheFileThatTheyComeFrom)
-{
-    Transfer();
-    for (const LogLine& line : log.Lines()) {
-        const bool isUtility = line.function == "~ScopedAction";
-        EXPECT_EQ(line.file, isUtility ? "Utils.h" : "QXCurlEasyHandler.cpp") << line.message;
-    }
+    EXPECT_THAT(wrapper.events, ElementsAreArray(UploadToTheMakersServer));
 }
 
 TEST_F(QXCurlEasyHandlerTest, TheDefaultMethodSetsNothing)
@@ -849,26 +841,26 @@ TEST_F(QXCurlEasyHandlerTest, EachLineNamesItsFileAndFunction)
         EXPECT_GT(line.line, 0);
         lines.push_back(line.file + ' ' + line.Summary());
     }
+    const std::string url = "https://maker/r?";
     const std::string action = "Utils.h D ~ScopedAction: Executing action...";
-    const Events byDoTransfer = {
-        "D DoTransfer:  ",
-        "I DoTransfer: Connecting to a Halvord server, with a URL: https://maker/r? resource: r "
-        "queryStr: ",
-        "I DoTransfer: Doing a HTTPS request, configuring SSL stack",
-        SelfSignedWarning,
-        "D DoTransfer: SSL lock",
-        Unlock,
-        "D DoTransfer: Setting final URL to https://maker/r?",
-        "I DoTransfer: Default",
-        "I DoTransfer: HTTP version 1.1",
-        "I DoTransfer: Doing a header request",
-        "I DoTransfer: Doing a body request",
-        "I DoTransfer: Request body size is: 0",
-        "I DoTransfer: curlHeader: A: 1",
-        "I DoTransfer: Enabling verbose mode",
-        "I DoTransfer: QXCurl send was successfull",
-        Unlock,
-        "D operator(): Cleaning up QXCurl"};
+    const Events byDoTransfer = {"D DoTransfer:  ",
+                                 "I DoTransfer: Connecting to a Halvord server, with a URL: " +
+                                     url + " resource: r queryStr: ",
+                                 "I DoTransfer: Doing a HTTPS request, configuring SSL stack",
+                                 SelfSignedWarning,
+                                 "D DoTransfer: SSL lock",
+                                 Unlock,
+                                 "D DoTransfer: Setting final URL to " + url,
+                                 "I DoTransfer: Default",
+                                 "I DoTransfer: HTTP version 1.1",
+                                 "I DoTransfer: Doing a header request",
+                                 "I DoTransfer: Doing a body request",
+                                 "I DoTransfer: Request body size is: 0",
+                                 "I DoTransfer: curlHeader: A: 1",
+                                 "I DoTransfer: Enabling verbose mode",
+                                 "I DoTransfer: QXCurl send was successfull",
+                                 Unlock,
+                                 "D operator(): Cleaning up QXCurl"};
     Events expectedLines;
     for (const std::string& line : byDoTransfer) {
         if (line.rfind("D operator()", 0) == 0) {
