@@ -115,6 +115,22 @@ TEST_F(AgentShutdown, WakesASleepingTransferWhichIsStillSentAndDelivered)
     EXPECT_THAT(m_Client.Events(), ElementsAre("header h", "data b", "complete true 200"));
 }
 
+// The destructor walks the table of sleepers without the mutex.
+TEST_F(AgentShutdown, ASleeperThatItWakesStaysInTheTable)
+{
+    AsyncTransferAgentManagerPeer peer(*m_Manager);
+    std::size_t sleepers = 0;
+    auto request = m_Client.MakeRequest([&](const auto& detail) {
+        sleepers = peer.SleeperCount();
+        return Deliver("h", "b")(detail);
+    });
+    request->fixedDelay = Forever;
+    m_Manager->RequestTransfer(std::move(request));
+    ASSERT_TRUE(m_Log.WaitFor("Start sleeping for: 9223372036854775807 milliseconds"));
+    m_Manager.reset();
+    EXPECT_EQ(sleepers, 1U);
+}
+
 TEST_F(AgentShutdown, WakesFourSleepersInTheOrderOfTheirHandles)
 {
     for (int count = 0; count < 4; ++count) {
@@ -172,6 +188,19 @@ TEST_F(AgentShutdownBeforeTheWorkerStarts, ATransferThatReachesItsWaitDoesNotWai
                     "Start sleeping for: 9223372036854775807 milliseconds", "Sleep interrupted",
                     "Successfully download header size: 1", "Successfully download data size: 1"));
     EXPECT_THAT(m_Client.Events(), ElementsAre("header h", "data b", "complete true 200"));
+}
+
+TEST_F(AgentShutdownBeforeTheWorkerStarts, ATransferThatReachesItsWaitIsNotAddedToTheTable)
+{
+    AsyncTransferAgentManagerPeer peer(*m_Manager);
+    std::size_t sleepers = 1;
+    auto request = m_Client.MakeRequest([&](const auto& detail) {
+        sleepers = peer.SleeperCount();
+        return Deliver("h", "b")(detail);
+    });
+    request->fixedDelay = Forever;
+    Run(std::move(request));
+    EXPECT_EQ(sleepers, 0U);
 }
 
 TEST_F(AgentShutdown, WaitsForAWorkerInItsCompleteCallback)

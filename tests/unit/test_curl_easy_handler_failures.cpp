@@ -1,6 +1,7 @@
 // What the libcurl handler does when libcurl, memory or a client's callback fails.
 
 #include <stdexcept>
+#include <utility>
 
 #include "CurlHandlerTest.h"
 
@@ -309,12 +310,36 @@ TEST_F(CurlHandlerNesting, AnInnerExceptionThatIsNotCaughtGoesThroughBothTransfe
 
 TEST_F(CurlHandlerNesting, AnExceptionAfterAnInnerTransferBelongsToTheOuterOne)
 {
+    std::vector<std::size_t> taken;
+    curl.perform = [&](const CurlDoublePerform& perform) {
+        taken.push_back(perform.Body("abc"));
+        return taken.back() == 3 ? CURLE_OK : CURLE_WRITE_ERROR;
+    };
     innerDetail.dataCallback = [](std::unique_ptr<Bytes>, void*) { return true; };
     detail.dataCallback = [&](std::unique_ptr<Bytes>, void*) -> bool {
         InnerTransfer();
         throw std::runtime_error("outer");
     };
     EXPECT_EQ(CaughtFromTransfer(), "outer");
+    // It does not cross libcurl's frames: there the outer callback returns 0.
+    EXPECT_THAT(taken, ElementsAre(3, 0));
+}
+
+TEST_F(CurlHandlerNesting, TheOuterTransferStillKnowsItsAnnouncedLengthAfterAnInnerOne)
+{
+    curl.announcedLength = 100000;
+    detail.dataBuffer = &body;
+    detail.headerCallback = [&](std::unique_ptr<Bytes>, void*) { return InnerTransfer(); };
+    bool isInner = false;
+    curl.perform = [&](const CurlDoublePerform& perform) {
+        if (!std::exchange(isInner, true)) {
+            perform.Header("HTTP/1.1 200 OK\r\n");
+            perform.Body("a");
+        }
+        return CURLE_OK;
+    };
+    EXPECT_TRUE(Transfer().success);
+    EXPECT_EQ(body.capacity(), 100000U);
 }
 
 }  // namespace
