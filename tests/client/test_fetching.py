@@ -217,6 +217,32 @@ class Http(ClientTest):
                            url + ": Transferred a partial file (HTTP status 200)")
         self.assertEqual(result.output, BODY[:1000])
 
+    def assert_header_cut(self, *arguments):
+        """/a sends a response that is cut inside its header."""
+        url = self.server.url("/a")
+        self.assert_failed(self.run_client(url, "-o", "out", *arguments), TRANSFER_FAILED,
+                           url + ": the connection was closed inside the header of the response "
+                           "(HTTP status 200)")
+        self.assertEqual(self.read("out"), b"before")
+        self.assert_files("out")
+
+    def test_a_response_cut_inside_its_header_leaves_an_existing_file_untouched(self):
+        self.write("out", b"before")
+        interim = b"HTTP/1.1 100 Continue\r\n\r\n"
+        for before in (b"", interim):
+            for cut in (b"", b"Content-Type: te", b"Content-Length: 0\r\n"):
+                response = before + b"HTTP/1.1 200 OK\r\n" + cut
+                self.server.answers["/a"] = lambda request: request.send(response)
+                for mode in ("--segmented", "--plain"):
+                    for handler in ("curl", "vendor"):
+                        self.assert_header_cut(mode, "--handler", handler)
+
+    def test_a_header_cut_after_a_redirect_leaves_an_existing_file_untouched(self):
+        self.write("out", b"before")
+        answers = [b"HTTP/1.1 302 Found\r\nLocation: /a\r\n\r\n", b"HTTP/1.1 200 OK\r\nA: b\r\n"]
+        self.server.answers["/a"] = lambda request: request.send(answers.pop(0))
+        self.assert_header_cut()
+
     def test_a_reset_connection_leaves_no_partial_file(self):
         self.server.answers["/a"] = lambda request: request.reset()
         url = self.server.url("/a")

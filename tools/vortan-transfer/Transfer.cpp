@@ -19,6 +19,12 @@ std::optional<long> StatusIn(const VORTAN_MW::ITransferHandler::Result& result)
     return result.httpCode && *result.httpCode > 0 ? std::optional(*result.httpCode) : std::nullopt;
 }
 
+std::string CauseOfCutHeader(std::optional<long> status)
+{
+    const std::string cause = "the connection was closed inside the header of the response";
+    return status ? cause + " (HTTP status " + std::to_string(*status) + ")" : cause;
+}
+
 }  // namespace
 
 Transfer::Transfer(std::size_t job, const Source& source, Output output, Delivery delivery,
@@ -41,7 +47,7 @@ bool Transfer::Start(const std::shared_ptr<Transfer>& transfer,
     transfer->m_FailOnError = request.failOnError;
     configuration->handlerFactory = s_MakeFactory(transfer, request);
     configuration->segmented = transfer->m_Delivery.segmented;
-    if (transfer->m_WantsHeader()) {
+    if (transfer->m_Source.handler->speaksHttp) {
         configuration->headerCallback = [transfer](std::unique_ptr<Bytes> bytes, void*) {
             transfer->m_OnHeader(bytes.get());
         };
@@ -69,13 +75,6 @@ std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> Transfer::s_MakeFactory(
         });
     }
     return factory;
-}
-
-// A plain transfer keeps the header in memory: it is asked for only when it is wanted.
-bool Transfer::m_WantsHeader() const
-{
-    const bool isTraced = m_Trace.IsOn() && m_Source.handler->speaksHttp;
-    return m_Delivery.writeHeader || m_Delivery.watchHeader || isTraced;
 }
 
 void Transfer::Cancel()
@@ -107,9 +106,7 @@ void Transfer::m_OnHeader(const Bytes* bytes)
     if (!std::exchange(m_HeaderBegan, true)) {
         m_Trace.Record(m_Job, TraceEvent::Kind::FirstHeader);
     }
-    if (m_Delivery.watchHeader) {
-        m_Length.Add({reinterpret_cast<const char*>(bytes->data()), bytes->size()});
-    }
+    m_Header.Add({reinterpret_cast<const char*>(bytes->data()), bytes->size()});
     if (m_Delivery.writeHeader) {
         m_Write(*bytes);
     }
@@ -125,7 +122,7 @@ void Transfer::m_OnBody(const Bytes* bytes)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         m_Progress.received += bytes->size();
-        m_Progress.total = m_Length.Bytes();
+        m_Progress.total = m_Header.BodyLength();
     }
     m_Write(*bytes);
 }
@@ -149,6 +146,10 @@ void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
     const bool isError = m_FailOnError && status && IsErrorStatus(*status);
     if (!result.success || isError) {
         m_End(TransferFailed, FailureCause(m_Source, result, LastLibraryError()), status);
+        return;
+    }
+    if (m_HeaderBegan && !m_Header.IsWhole()) {
+        m_End(TransferFailed, CauseOfCutHeader(status), status);
         return;
     }
     try {

@@ -12,7 +12,7 @@
 #include "Arguments.h"
 #include "Mailbox.h"
 #include "Output.h"
-#include "ResponseLength.h"
+#include "ResponseHeader.h"
 #include "Trace.h"
 
 namespace VORTAN_TRANSFER {
@@ -26,7 +26,6 @@ public:
     {
         bool segmented;
         bool writeHeader;
-        bool watchHeader;  // for the length of the body
     };
 
     // Posts what becomes of it as the given job, and records it in the trace. That and the manager
@@ -60,7 +59,6 @@ private:
     static std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> s_MakeFactory(
         const std::shared_ptr<Transfer>& transfer,
         const VORTAN_MW::ITransferHandler::Configuration& request);
-    bool m_WantsHeader() const;
     void m_OnHeader(const Bytes* bytes);
     void m_OnBody(const Bytes* bytes);
     void m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result);
@@ -84,7 +82,7 @@ private:
     // The worker's alone. The output is closed when the outcome is known.
     std::optional<Output> m_Output;
     bool m_FailOnError = true;
-    ResponseLength m_Length;
+    ResponseHeader m_Header;
     bool m_HeaderBegan = false;
     bool m_BodyBegan = false;
 

@@ -76,8 +76,7 @@ void TransferQueue::m_Start(std::size_t job)
     Outcome refusal;
     try {
         const Transfer::Delivery delivery = {
-            m_Arguments.segmented, m_Arguments.includeHeader && source.handler->speaksHttp,
-            m_ShowsProgress && m_Arguments.segmented && source.handler->speaksHttp};
+            m_Arguments.segmented, m_Arguments.includeHeader && source.handler->speaksHttp};
         const auto transfer =
             std::make_shared<Transfer>(job, source, Output(m_Arguments.jobs[job].target), delivery,
                                        *m_Manager, m_Mailbox, m_Trace);

@@ -1,5 +1,6 @@
-#include "ResponseLength.h"
+#include "ResponseHeader.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "Text.h"
@@ -18,7 +19,7 @@ std::optional<std::uint64_t> ParseLength(std::string_view text)
 
 }  // namespace
 
-void ResponseLength::Add(std::string_view bytes)
+void ResponseHeader::Add(std::string_view bytes)
 {
     m_Line += bytes;
     std::size_t begin = 0;
@@ -29,27 +30,37 @@ void ResponseLength::Add(std::string_view bytes)
     m_Line.erase(0, begin);
 }
 
-std::optional<std::uint64_t> ResponseLength::Bytes() const
+std::optional<std::uint64_t> ResponseHeader::BodyLength() const
 {
     return m_Encoded ? std::nullopt : m_Length;
 }
 
-void ResponseLength::m_TakeLine(std::string_view line)
+void ResponseHeader::m_TakeLine(std::string_view line)
 {
-    if (line.substr(0, 5) == "HTTP/") {
-        m_Length.reset();
-        m_Encoded = false;
-        return;
-    }
     if (!line.empty() && line.back() == '\r') {
         line.remove_suffix(1);
     }
-    const std::size_t colon = line.find(':');
-    if (colon == std::string_view::npos) {
-        return;
+    if (line.empty()) {
+        m_HasEnded = true;
+    } else if (line.substr(0, 5) == "HTTP/") {
+        m_TakeStatusLine(line);
+    } else if (const std::size_t colon = line.find(':'); colon != std::string_view::npos) {
+        m_TakeField(LowerCase(line.substr(0, colon)), Trimmed(line.substr(colon + 1)));
     }
-    const std::string name = LowerCase(line.substr(0, colon));
-    const std::string_view value = Trimmed(line.substr(colon + 1));
+}
+
+// It begins another response.
+void ResponseHeader::m_TakeStatusLine(std::string_view line)
+{
+    m_Length.reset();
+    m_Encoded = false;
+    m_HasEnded = false;
+    const std::string_view status = Trimmed(line.substr(std::min(line.find(' '), line.size())));
+    m_IsInterim = status.substr(0, 1) == "1";
+}
+
+void ResponseHeader::m_TakeField(std::string_view name, std::string_view value)
+{
     if (name == "content-length") {
         m_Length = ParseLength(value);
     } else if (name == "content-encoding") {
