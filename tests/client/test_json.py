@@ -34,6 +34,12 @@ class Json(ClientTest):
         self.assertEqual((told["result"], told["error"], told["http_status"], told["bytes"]),
                          ("failed", "HTTP status 404", 404, 0))
 
+    def test_tells_of_a_source_that_is_not_modified(self):
+        url = self.serve("/kept", b"", status=304)
+        told, = objects_of(self.run_client("--json", url, "-o", "out"))
+        self.assertEqual((told["result"], told["error"], told["http_status"], told["bytes"]),
+                         ("not modified", None, 304, 0))
+
     def test_tells_of_a_file_that_has_no_status(self):
         self.write("a", b"")
         told, = objects_of(self.run_client("--json", "a", "-o", "out"))

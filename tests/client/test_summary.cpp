@@ -45,6 +45,15 @@ TEST(SummaryTable, TellsWhatWasNotWrittenAndWhatWasInterrupted)
     EXPECT_EQ(lines[3], "0 of 2         2 B  0.000 s     -  total");
 }
 
+TEST(SummaryTable, CountsWhatIsNotModifiedAsASuccess)
+{
+    Outcome notModified = Transferred(AllSucceeded, 0, {});
+    notModified.httpStatus = 304;
+    const Lines lines = SummaryTable(TwoJobs, {notModified, notModified}, {}, Palette(false));
+    EXPECT_EQ(lines[1], "not modified    0 B  0.000 s     -  http://host/a");
+    EXPECT_EQ(lines[3], "2 of 2          0 B  0.000 s     -  total");
+}
+
 TEST(SummaryTable, PaintsTheResultsOnly)
 {
     const Lines lines = SummaryTable(

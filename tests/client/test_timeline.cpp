@@ -152,6 +152,14 @@ TEST(DrawTimeline, HasABarForEachPhaseAndAColumnForEachChunk)
     EXPECT_EQ(Count(svg, ">succeeded, 1.5 KiB, 0.001 s<"), 1);
 }
 
+TEST(DrawTimeline, MarksWhatIsNotModifiedAsASuccess)
+{
+    Timeline timeline;
+    timeline.Add(At(0, Kind::Queued, 0, "source"));
+    timeline.Add(At(9, Kind::Complete, 0, "not modified"));
+    EXPECT_EQ(Count(DrawTimeline(timeline), R"(<line class="succeeded" x1="1180.00")"), 1);
+}
+
 TEST(DrawTimeline, MarksWhatDidNotSucceed)
 {
     Timeline timeline;

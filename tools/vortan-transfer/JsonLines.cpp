@@ -46,7 +46,7 @@ std::string JsonLineOf(std::size_t index, const Job& job, const Outcome& outcome
     json["source"] = job.source.text;
     json["handler"] = job.source.handler->name;
     json["file"] = job.target;
-    json["result"] = ResultName(outcome.status);
+    json["result"] = ResultName(outcome);
     json["error"] = outcome.status == AllSucceeded ? Json() : Json(outcome.cause);
     json["http_status"] = outcome.httpStatus ? Json(*outcome.httpStatus) : Json();
     json["bytes"] = outcome.received;

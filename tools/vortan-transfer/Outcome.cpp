@@ -2,6 +2,11 @@
 
 namespace VORTAN_TRANSFER {
 
+bool Outcome::IsNotModified() const
+{
+    return status == AllSucceeded && httpStatus == HttpNotModified;
+}
+
 Outcome WithoutTransfer(ExitStatus status, const std::string& cause)
 {
     Outcome outcome;
@@ -10,11 +15,11 @@ Outcome WithoutTransfer(ExitStatus status, const std::string& cause)
     return outcome;
 }
 
-std::string ResultName(ExitStatus status)
+std::string ResultName(const Outcome& outcome)
 {
-    switch (status) {
+    switch (outcome.status) {
         case AllSucceeded:
-            return "succeeded";
+            return outcome.IsNotModified() ? "not modified" : "succeeded";
         case CannotWrite:
             return "not written";
         case Interrupted:

@@ -93,12 +93,26 @@ void Output::Commit()
         if (m_Temporary) {
             m_Temporary->TakePlace();
         } else {
-            if (m_Terminal) {
-                m_WriteText(m_Terminal->Rest());
-            }
-            m_Stream.Close();
+            m_EndStream();
         }
     });
+}
+
+void Output::Leave()
+{
+    if (m_Temporary) {
+        m_Temporary.reset();
+    } else {
+        m_Do([this] { m_EndStream(); });
+    }
+}
+
+void Output::m_EndStream()
+{
+    if (m_Terminal) {
+        m_WriteText(m_Terminal->Rest());
+    }
+    m_Stream.Close();
 }
 
 void Output::m_WriteText(const std::string& text)

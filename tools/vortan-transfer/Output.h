@@ -42,9 +42,14 @@ public:
     // Everything is written: the file takes its name. Without this, a file is gone on destruction.
     void Commit();
 
+    // There is nothing to replace a file with: it stays as it is, and none is made. A stream is
+    // ended as by Commit().
+    void Leave();
+
 private:
     template <typename Action>
     void m_Do(Action action);
+    void m_EndStream();
     void m_WriteText(const std::string& text);
 
     std::string m_Name;  // for messages

@@ -19,9 +19,14 @@ Report::Report(const Arguments& arguments, Console& console)
 void Report::Add(std::size_t job, const Outcome& outcome)
 {
     const Job& told = m_Arguments.jobs[job];
+    const std::string name = Printable(told.source.text);
     // That all was interrupted has been said once.
     if (outcome.status != AllSucceeded && outcome.status != Interrupted) {
-        m_Console.Line(Printable(told.source.text) + ": " + outcome.cause);
+        m_Console.Line(name + ": " + outcome.cause);
+    }
+    // Of several sources the table says it.
+    if (outcome.IsNotModified() && m_Arguments.jobs.size() == 1 && !m_Arguments.quiet) {
+        m_Console.Line(name + ": " + ResultName(outcome));
     }
     m_Script([&](Output& objects) { objects.Write(JsonLineOf(job, told, outcome)); });
     m_Status = std::max(m_Status, outcome.status);

@@ -79,7 +79,7 @@ std::vector<std::string> SummaryTable(const std::vector<Job>& jobs,
     std::vector<Row> rows{heading};
     for (std::size_t job = 0; job < jobs.size(); ++job) {
         const Outcome& outcome = outcomes[job];
-        rows.push_back(MakeRow(ResultName(outcome.status), outcome.received, outcome.time,
+        rows.push_back(MakeRow(ResultName(outcome), outcome.received, outcome.time,
                                Printable(jobs[job].source.text), outcome.status == AllSucceeded));
     }
     rows.push_back(TotalOf(outcomes, time));

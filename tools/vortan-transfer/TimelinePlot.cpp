@@ -180,8 +180,8 @@ private:
         if (course.firstHeader) {
             m_Svg.VerticalLine("header", m_X(*course.firstHeader), y, BarHeight);
         }
-        m_Svg.VerticalLine(course.result == "succeeded" ? "succeeded" : "failed", m_X(end), y,
-                           BarHeight);
+        const bool isGood = course.result == "succeeded" || course.result == "not modified";
+        m_Svg.VerticalLine(isGood ? "succeeded" : "failed", m_X(end), y, BarHeight);
         m_Svg.Text("became", Left + PlotWidth + Gap, textY, became);
         m_Svg.EndGroup();
     }

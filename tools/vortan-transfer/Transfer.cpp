@@ -153,7 +153,11 @@ void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
         return;
     }
     try {
-        m_Output->Commit();
+        if (status == HttpNotModified) {
+            m_Output->Leave();
+        } else {
+            m_Output->Commit();
+        }
         m_End(AllSucceeded, "", status);
     } catch (const OutputError& error) {
         m_End(CannotWrite, error.what(), status);
@@ -178,7 +182,7 @@ void Transfer::m_End(ExitStatus status, const std::string& cause, std::optional<
     m_Output.reset();
     Outcome outcome = OutcomeNow(status, cause);
     outcome.httpStatus = httpStatus;
-    m_Trace.Record(m_Job, TraceEvent::Kind::Complete, outcome.received, ResultName(status));
+    m_Trace.Record(m_Job, TraceEvent::Kind::Complete, outcome.received, ResultName(outcome));
     m_Mailbox->Post({Event::Kind::TransferEnded, m_Job, outcome});
 }
 

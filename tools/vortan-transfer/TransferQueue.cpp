@@ -99,7 +99,7 @@ void TransferQueue::m_Start(std::size_t job)
 
 void TransferQueue::m_TraceEnd(std::size_t job, const Outcome& outcome)
 {
-    m_Trace.Record(job, TraceEvent::Kind::Complete, outcome.received, ResultName(outcome.status));
+    m_Trace.Record(job, TraceEvent::Kind::Complete, outcome.received, ResultName(outcome));
 }
 
 void TransferQueue::m_Handle(const Event& event)
