@@ -5,22 +5,25 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <system_error>
 
 namespace VORTAN_TRANSFER {
 
 namespace {
 
-// Where a chain of symbolic links ends: its last link's target is replaced, not a link itself. The
-// chain is one that the system could follow.
-std::string FollowLinks(std::filesystem::path path)
+// An open descriptor is written to through a copy: opening its file again would begin at its start,
+// and replacing the file would lose what others write to it.
+FileDescriptor CopyOf(int descriptor)
 {
-    std::error_code none;
-    while (std::filesystem::is_symlink(path, none)) {
-        path = path.parent_path() / std::filesystem::read_symlink(path);
+    const int flags = fcntl(descriptor, F_GETFD);
+    if (flags < 0) {
+        ThrowErrno();
     }
-    return path;
+    // Only the program's own are closed when it is replaced, those that it was given are not.
+    if ((static_cast<unsigned>(flags) & static_cast<unsigned>(FD_CLOEXEC)) != 0) {
+        throw std::system_error(EBADF, std::system_category());
+    }
+    return Duplicate(descriptor);
 }
 
 // Whether the target is to be written to as it is, because it is no file that could be replaced.
@@ -49,20 +52,22 @@ void RefuseReadOnly(const std::string& target)
 
 bool Output::IsStandardOutput(const std::string& target)
 {
-    return target == StandardOutput || target == "/dev/stdout";
+    return FindPlace(target).descriptor == STDOUT_FILENO;
 }
 
-Output::Output(const std::string& target)
-    : m_Name(IsStandardOutput(target) ? "standard output" : Quoted(target))
+Output::Output(const std::string& target) : Output(target, FindPlace(target)) {}
+
+Output::Output(const std::string& target, const Place& place)
+    : m_Name(place.descriptor == STDOUT_FILENO ? "standard output" : Quoted(target))
 {
     m_Do([&] {
-        if (IsStandardOutput(target)) {
-            m_Stream = Duplicate(STDOUT_FILENO);
+        if (place.descriptor) {
+            m_Stream = CopyOf(*place.descriptor);
         } else if (IsStream(target)) {
             m_Stream = OpenFile(target, O_WRONLY);
         } else {
             RefuseReadOnly(target);
-            m_Temporary = std::make_unique<TemporaryFile>(FollowLinks(target));
+            m_Temporary = std::make_unique<TemporaryFile>(place.path);
         }
         if (!m_Temporary && isatty(m_Stream.Get()) == 1) {
             m_Terminal = std::make_unique<TerminalText>();

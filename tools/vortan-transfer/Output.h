@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "FileDescriptor.h"
+#include "Place.h"
 #include "TemporaryFile.h"
 #include "Text.h"
 
@@ -22,9 +23,9 @@ public:
 
 // Where the bytes of one transfer go.
 //
-// A regular file appears under its name only when it is complete. A device, a pipe and standard
-// output get each byte at once, but a terminal gets control characters as escapes: what a server
-// sends is not to steer it. All throw OutputError.
+// A regular file appears under its name only when it is complete. A device, a pipe and an open
+// descriptor (standard output, /dev/stderr, /dev/fd/3) get each byte at once, but a terminal gets
+// control characters as escapes: what a server sends is not to steer it. All throw OutputError.
 class Output
 {
 public:
@@ -47,6 +48,8 @@ public:
     void Leave();
 
 private:
+    Output(const std::string& target, const Place& place);
+
     template <typename Action>
     void m_Do(Action action);
     void m_EndStream();
