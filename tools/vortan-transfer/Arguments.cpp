@@ -5,16 +5,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 #include <limits>
-#include <map>
 #include <optional>
-#include <set>
 #include <string_view>
 
 #include "FileDescriptor.h"
 #include "OptionValues.h"
 #include "Output.h"
+#include "Targets.h"
 #include "Text.h"
 #include "UsageError.h"
 #include "VendorOptions.h"
@@ -283,14 +281,9 @@ std::vector<Source> MakeSources(const Options& options, int argc, const char* co
 std::vector<Job> NamedAfterSources(std::vector<Source> sources)
 {
     std::vector<Job> jobs;
-    std::set<std::string> names;
     for (Source& source : sources) {
         std::string name = FileNameFor(source);
-        if (!names.insert(name).second) {
-            throw UsageError(Quoted(source.text) + ": another source is to be written to " +
-                             Quoted(name) + " already");
-        }
-        if (Output::IsStandardOutput(name)) {
+        if (name == Output::StandardOutput) {
             name.insert(0, "./");
         }
         jobs.push_back({std::move(source), std::move(name)});
@@ -325,26 +318,31 @@ void RefuseMethodsForFiles(const std::vector<Job>& jobs, HttpMethod method)
     }
 }
 
-// What is to be written to. Nothing is, twice.
-class Targets
+// Of several bodies, each goes to a file named after its source.
+void ClaimBodies(const std::vector<Job>& jobs, Targets& targets)
 {
-public:
-    void Claim(const std::string& target, const std::string& who, const std::string& advice)
-    {
-        const bool isStandardOutput = Output::IsStandardOutput(target);
-        const std::string key = isStandardOutput
-                                    ? "/dev/stdout"
-                                    : std::filesystem::path(target).lexically_normal().string();
-        const auto [owner, isFree] = m_Owners.insert({key, who});
-        if (!isFree) {
-            throw UsageError(who + ": " + (isStandardOutput ? "standard output" : Quoted(target)) +
-                             " has " + owner->second + " already, " + advice);
+    for (const Job& job : jobs) {
+        const auto other = targets.Claim(job.target, "the body");
+        if (other) {
+            const std::string same =
+                other->target == job.target
+                    ? "another source is to be written to " + Quoted(job.target) + " already"
+                    : Quoted(job.target) + " leads to the same file as " + Quoted(other->target) +
+                          " of another source";
+            throw UsageError(Quoted(job.source.text) + ": " + same);
         }
     }
+}
 
-private:
-    std::map<std::string, std::string> m_Owners;
-};
+void ClaimForOption(Targets& targets, const std::string& target, const std::string& option,
+                    const std::string& advice)
+{
+    if (const auto other = targets.Claim(target, option)) {
+        const std::string name =
+            Output::IsStandardOutput(target) ? "standard output" : Quoted(target);
+        throw UsageError(option + ": " + name + " has " + other->owner + " already, " + advice);
+    }
+}
 
 // Where the option's value says that its results go, if the option is set.
 std::optional<std::string> TargetOf(const CLI::Option* option, Targets& targets)
@@ -356,20 +354,18 @@ std::optional<std::string> TargetOf(const CLI::Option* option, Targets& targets)
     if (target.empty()) {
         throw UsageError(option->get_name() + ": is empty");
     }
-    targets.Claim(target, option->get_name(), "name another file");
+    ClaimForOption(targets, target, option->get_name(), "name another file");
     return target;
 }
 
 void SetTargets(Arguments& arguments, const Options& options)
 {
     Targets targets;
-    for (const Job& job : arguments.jobs) {
-        targets.Claim(job.target, "the body", "");
-    }
+    ClaimBodies(arguments.jobs, targets);
     arguments.json = IsSet(options.json);
     if (arguments.json) {
-        targets.Claim(Output::StandardOutput, options.json->get_name(),
-                      "write that to a file with -o or -O");
+        ClaimForOption(targets, Output::StandardOutput, options.json->get_name(),
+                       "write that to a file with -o or -O");
     }
     arguments.trace.file = TargetOf(options.trace, targets);
     arguments.trace.plot = TargetOf(options.tracePlot, targets);
