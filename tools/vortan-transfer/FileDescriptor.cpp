@@ -80,6 +80,20 @@ FileDescriptor Duplicate(int descriptor)
     return copy;
 }
 
+void Sync(int descriptor)
+{
+    while (fsync(descriptor) != 0) {
+        // File systems that cannot sync say so: they keep nothing over a power cut anyway. EROFS is
+        // none of these errors: a file that is being written is lost when its disk turns read-only.
+        if (errno == EINVAL || errno == ENOTSUP) {
+            return;
+        }
+        if (errno != EINTR) {
+            ThrowErrno();
+        }
+    }
+}
+
 std::size_t ReadSome(int descriptor, void* to, std::size_t size)
 {
     for (;;) {

@@ -35,6 +35,9 @@ FileDescriptor OpenFile(const std::string& path, int flags, mode_t mode = 0);
 // A second descriptor of an open file.
 FileDescriptor Duplicate(int descriptor);
 
+// Returns when what was written has reached the disk, as far as the file system has one.
+void Sync(int descriptor);
+
 // Returns how many bytes were read, 0 at the end.
 std::size_t ReadSome(int descriptor, void* to, std::size_t size);
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <set>
 #include <system_error>
@@ -65,6 +66,20 @@ void LendOwnerAndMode(int descriptor, const struct stat& from)
     [[maybe_unused]] const int allowed = fchmod(descriptor, from.st_mode & PermissionBits);
 }
 
+// Nothing if the user may write to the folder, but not open it: then there is no way to sync it.
+std::optional<FileDescriptor> OpenFolderOf(const std::string& path)
+{
+    const std::string folder = std::filesystem::path(path).parent_path();
+    try {
+        return OpenFile(folder.empty() ? "." : folder, O_RDONLY | O_DIRECTORY);
+    } catch (const std::system_error& error) {
+        if (error.code().value() != EACCES) {
+            throw;
+        }
+        return std::nullopt;
+    }
+}
+
 }  // namespace
 
 // What follows the delegation may throw: the destructor then cleans up.
@@ -96,7 +111,17 @@ TemporaryFile::~TemporaryFile()
 
 void TemporaryFile::TakePlace()
 {
+    Sync(m_File.Get());
+    const std::optional<FileDescriptor> folder = OpenFolderOf(m_Target);
     m_File.Close();
+    m_Rename();
+    if (folder) {
+        Sync(folder->Get());
+    }
+}
+
+void TemporaryFile::m_Rename()
+{
     Registry& registry = TheRegistry();
     const std::lock_guard<std::mutex> lock(registry.mutex);
     if (std::rename(m_Path.c_str(), m_Target.c_str()) != 0) {

@@ -8,6 +8,10 @@ namespace VORTAN_TRANSFER {
 
 // A file beside a target that is to take its place. It is removed on destruction unless it did.
 // What fails throws std::system_error.
+//
+//     TemporaryFile file("out");
+//     WriteAll(file.Descriptor(), text.data(), text.size());
+//     file.TakePlace();
 class TemporaryFile
 {
 public:
@@ -20,7 +24,9 @@ public:
 
     int Descriptor() const { return m_File.Get(); }
 
-    // Closes the file and gives it the target's name.
+    // Gives the file the target's name. What was written is on the disk before the old file is gone:
+    // after a power cut, the name leads to one of the two, whole. Returns when the name is on the
+    // disk, too.
     void TakePlace();
 
     // Removes every such file there is. From then on none can be made and none can take its place:
@@ -29,6 +35,8 @@ public:
 
 private:
     TemporaryFile() = default;
+
+    void m_Rename();
 
     std::string m_Target;
     std::string m_Path;  // empty when there is nothing to remove
