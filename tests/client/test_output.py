@@ -54,6 +54,59 @@ class Targets(ClientTest):
             self.assertEqual(self.mode_of("out"), mode)
             self.assertEqual((after.st_uid, after.st_gid), (before.st_uid, before.st_gid))
 
+    def part_in_the_middle(self, umask):
+        """The status of the partial file while it is written."""
+        gate = Gate(BODY, 1000)
+        self.server.answers["/a"] = gate
+        client = self.start(self.url, "-o", "out", preexec_fn=lambda: os.umask(umask))
+        gate.wait_until_reached()
+        part, = (name for name in os.listdir(self.folder) if name != "out")
+        status = os.lstat(self.path(part))
+        gate.open()
+        self.assert_succeeded(client.finish())
+        return status
+
+    def test_a_part_is_as_readable_as_the_file_that_it_becomes(self):
+        for umask in (0o022, 0o077):
+            part = self.part_in_the_middle(umask)
+            self.assertEqual(stat.S_IMODE(part.st_mode), 0o666 & ~umask)
+            self.assertEqual(self.mode_of("out"), 0o666 & ~umask)
+            os.remove(self.path("out"))
+
+    def test_a_part_is_the_users_alone_until_it_replaces_a_file(self):
+        self.write("out", b"before")
+        if os.geteuid() == 0:
+            os.chown(self.path("out"), NOBODY, NOBODY)
+        for mode in (0o644, 0o660, 0o755):
+            os.chmod(self.path("out"), mode)
+            part = self.part_in_the_middle(0)
+            self.assertEqual((stat.S_IMODE(part.st_mode), part.st_uid), (0o600, os.geteuid()))
+            self.assertEqual(self.mode_of("out"), mode)
+
+    def test_a_replaced_file_has_the_permissions_that_the_old_one_had_last(self):
+        self.write("out", b"before")
+        os.chmod(self.path("out"), 0o644)
+        gate = Gate(BODY, 1000)
+        self.server.answers["/a"] = gate
+        client = self.start(self.url, "-o", "out")
+        gate.wait_until_reached()
+        os.chmod(self.path("out"), 0o600)
+        gate.open()
+        self.assert_succeeded(client.finish())
+        self.assertEqual(self.mode_of("out"), 0o600)
+
+    def test_a_file_that_was_removed_meanwhile_keeps_its_permissions(self):
+        self.write("out", b"before")
+        os.chmod(self.path("out"), 0o640)
+        gate = Gate(BODY, 1000)
+        self.server.answers["/a"] = gate
+        client = self.start(self.url, "-o", "out")
+        gate.wait_until_reached()
+        os.remove(self.path("out"))
+        gate.open()
+        self.assert_succeeded(client.finish())
+        self.assertEqual(self.mode_of("out"), 0o640)
+
     def test_a_replaced_file_may_be_dated_beyond_32_bits_of_seconds(self):
         self.write("out", b"before")
         os.chmod(self.path("out"), 0o640)

@@ -52,6 +52,10 @@ class Order(SystemCalls):
         self.assert_succeeded(self.run_watched("-o", "folder/out"))
         self.assertEqual(self.calls(), ["write part", *self.END])
 
+    def test_a_file_is_given_away_only_when_it_is_whole(self):
+        self.assert_written()
+        self.assertEqual(self.calls(), ["write part", "fchown part", "fchmod part", *self.END])
+
     def test_a_file_in_the_current_folder_is_no_exception(self):
         self.assert_succeeded(self.run_watched("-o", "out"))
         self.assertEqual(self.calls(), ["write part", *self.END])

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
-#include <optional>
 #include <random>
 #include <set>
 #include <system_error>
@@ -19,6 +18,8 @@ namespace {
 
 constexpr mode_t PermissionBits = 0777;
 constexpr mode_t DefaultMode = 0666;  // less what the umask takes away
+constexpr mode_t ReadableByUser = 0400;
+constexpr mode_t WritableByUser = 0200;
 
 struct Registry
 {
@@ -58,9 +59,21 @@ std::string Make(FileDescriptor& file, const std::string& target, mode_t mode)
     }
 }
 
+std::optional<struct stat> StatusOf(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
+}
+
+// No more readable than the target is.
+mode_t ModeBeside(const std::optional<struct stat>& target)
+{
+    return target ? (target->st_mode & ReadableByUser) | WritableByUser : DefaultMode;
+}
+
 // As far as the system lets us: not every user may give files away, nor has every file system
-// permissions.
-void LendOwnerAndMode(int descriptor, const struct stat& from)
+// permissions. These come last, as a new owner must not get those of the old one's group.
+void GiveOwnerAndMode(int descriptor, const struct stat& from)
 {
     [[maybe_unused]] const int owned = fchown(descriptor, from.st_uid, from.st_gid);
     [[maybe_unused]] const int allowed = fchmod(descriptor, from.st_mode & PermissionBits);
@@ -86,17 +99,11 @@ std::optional<FileDescriptor> OpenFolderOf(const std::string& path)
 TemporaryFile::TemporaryFile(const std::string& target) : TemporaryFile()
 {
     m_Target = target;
-    struct stat existing = {};
-    const bool exists = stat(target.c_str(), &existing) == 0;
-    {
-        Registry& registry = TheRegistry();
-        const std::lock_guard<std::mutex> lock(registry.mutex);
-        m_Path = Make(m_File, target, exists ? existing.st_mode & PermissionBits : DefaultMode);
-        registry.paths.insert(m_Path);
-    }
-    if (exists) {
-        LendOwnerAndMode(m_File.Get(), existing);
-    }
+    m_Existing = StatusOf(target);
+    Registry& registry = TheRegistry();
+    const std::lock_guard<std::mutex> lock(registry.mutex);
+    m_Path = Make(m_File, target, ModeBeside(m_Existing));
+    registry.paths.insert(m_Path);
 }
 
 TemporaryFile::~TemporaryFile()
@@ -111,12 +118,24 @@ TemporaryFile::~TemporaryFile()
 
 void TemporaryFile::TakePlace()
 {
+    m_GiveToOwnerOfTarget();
     Sync(m_File.Get());
     const std::optional<FileDescriptor> folder = OpenFolderOf(m_Target);
     m_File.Close();
     m_Rename();
     if (folder) {
         Sync(folder->Get());
+    }
+}
+
+// As the target is by now, or was last.
+void TemporaryFile::m_GiveToOwnerOfTarget()
+{
+    if (const auto existing = StatusOf(m_Target)) {
+        m_Existing = existing;
+    }
+    if (m_Existing) {
+        GiveOwnerAndMode(m_File.Get(), *m_Existing);
     }
 }
 

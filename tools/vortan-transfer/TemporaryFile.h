@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/stat.h>
+
+#include <optional>
 #include <string>
 
 #include "FileDescriptor.h"
@@ -15,8 +18,8 @@ namespace VORTAN_TRANSFER {
 class TemporaryFile
 {
 public:
-    // Has the permissions (and, as far as allowed, the owner) of the target if there is one, else
-    // those of any file that is made.
+    // Until it takes the place of an existing target, nobody but the user may read it. Without one,
+    // it has the permissions of any file that is made.
     explicit TemporaryFile(const std::string& target);
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -24,9 +27,9 @@ public:
 
     int Descriptor() const { return m_File.Get(); }
 
-    // Gives the file the target's name. What was written is on the disk before the old file is gone:
-    // after a power cut, the name leads to one of the two, whole. Returns when the name is on the
-    // disk, too.
+    // Gives the file the permissions (and, as far as allowed, the owner) of the target, and then
+    // its name. What was written is on the disk before the old file is gone: after a power cut, the
+    // name leads to one of the two, whole. Returns when the name is on the disk, too.
     void TakePlace();
 
     // Removes every such file there is. From then on none can be made and none can take its place:
@@ -36,10 +39,12 @@ public:
 private:
     TemporaryFile() = default;
 
+    void m_GiveToOwnerOfTarget();
     void m_Rename();
 
     std::string m_Target;
-    std::string m_Path;  // empty when there is nothing to remove
+    std::optional<struct stat> m_Existing;  // the target when the file was made
+    std::string m_Path;                     // empty when there is nothing to remove
     FileDescriptor m_File;
 };
 
