@@ -285,6 +285,13 @@ class ClientTest(unittest.TestCase):
             self.skipTest("no device can be opened in " + self.folder)
         return path
 
+    def folder_in_memory(self):
+        """For hundreds of files: where there is one, they need not wait for the disk."""
+        memory = "/dev/shm"
+        folder = tempfile.mkdtemp(dir=memory if os.access(memory, os.W_OK) else None)
+        self.addCleanup(shutil.rmtree, folder)
+        return folder
+
     def serve(self, path, body=BODY, **options):
         self.server.answers[path] = lambda request: request.reply(body, **options)
         return self.server.url(path)
