@@ -199,6 +199,9 @@ int WatchedClose(int descriptor)
 
 int WatchedRename(const char* from, const char* to)
 {
-    Note("rename");
+    const int part = RealOpen(from, O_WRONLY | O_CLOEXEC);
+    const bool isLocked = RealFlock(part, LOCK_EX | LOCK_NB) != 0;
+    RealClose(part);
+    Note(isLocked ? "rename" : "rename without a lock");
     return Fails("rename") ? -1 : RealRename(from, to);
 }

@@ -46,24 +46,25 @@ class SystemCalls(ClientTest):
 
 
 class Order(SystemCalls):
+    BEGIN = ["flock part", "write part"]
     END = ["fsync part", "close part", "rename", "fsync folder", "close folder"]
 
     def test_bytes_and_name_reach_the_disk_before_success_is_told(self):
         self.assert_succeeded(self.run_watched("-o", "folder/out"))
-        self.assertEqual(self.calls(), ["write part", *self.END])
+        self.assertEqual(self.calls(), [*self.BEGIN, *self.END])
 
     def test_a_file_is_given_away_only_when_it_is_whole(self):
         self.assert_written()
-        self.assertEqual(self.calls(), ["write part", "fchown part", "fchmod part", *self.END])
+        self.assertEqual(self.calls(), [*self.BEGIN, "fchown part", "fchmod part", *self.END])
 
     def test_a_file_in_the_current_folder_is_no_exception(self):
         self.assert_succeeded(self.run_watched("-o", "out"))
-        self.assertEqual(self.calls(), ["write part", *self.END])
+        self.assertEqual(self.calls(), [*self.BEGIN, *self.END])
 
     def test_a_trace_reaches_the_disk_too(self):
         for option in ("--trace", "--trace-plot"):
             self.assert_succeeded(self.run_watched("-o", "/dev/null", option, "folder/out"))
-            self.assertEqual(self.calls(), ["write part", *self.END])
+            self.assertEqual(self.calls(), [*self.BEGIN, *self.END])
             os.remove(self.path("folder/out"))
 
 
@@ -108,6 +109,23 @@ class Faults(SystemCalls):
             result = self.run_watched(faults=[("close:part", errno.ENOSPC)], stdout=stream)
         self.assert_failed(result, CANNOT_WRITE,
                            "source: cannot write standard output: No space left on device")
+
+    def test_a_part_that_others_take_for_a_stale_one_is_made_again(self):
+        self.assert_written("others-removed")
+        self.assertEqual(self.calls().count("rename"), 1)
+        self.write_old()
+        locked_by_others = ("flock:part", errno.EWOULDBLOCK)
+        self.assert_succeeded(self.run_watched("-o", "folder/out", faults=[locked_by_others]))
+        self.assertEqual(self.read("folder/out"), self.NEW)
+        # They hold its lock and are about to remove it.
+        self.assertEqual(len(os.listdir(self.path("folder"))), 2)
+
+    def test_a_file_system_without_locks_is_written_to(self):
+        for error in (errno.ENOLCK, errno.ENOTSUP):
+            self.assert_succeeded(
+                self.run_watched("-o", "folder/out", faults=[("flock:part", error)]))
+            self.assertEqual(os.listdir(self.path("folder")), ["out"])
+            self.assertIn("rename without a lock", self.calls())
 
     def test_a_file_that_others_make_is_left_to_them(self):
         self.write_old()

@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
-#include <random>
 #include <set>
 #include <system_error>
+#include <utility>
+
+#include "Part.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -32,31 +34,6 @@ Registry& TheRegistry()
 {
     static Registry& registry = *new Registry;
     return registry;
-}
-
-std::string PathBeside(const std::string& target)
-{
-    constexpr std::size_t longestPart = 200;  // leaves room in the 255 bytes that a name may have
-    const std::filesystem::path path(target);
-    const std::string name = path.filename().string().substr(0, longestPart);
-    const std::string number = std::to_string(std::random_device()());
-    return path.parent_path() / ("." + name + "." + number + ".part");
-}
-
-// Opens a file that was not there before and returns its path.
-std::string Make(FileDescriptor& file, const std::string& target, mode_t mode)
-{
-    for (;;) {
-        std::string path = PathBeside(target);
-        try {
-            file = OpenFile(path, O_WRONLY | O_CREAT | O_EXCL, mode);
-            return path;
-        } catch (const std::system_error& error) {
-            if (error.code().value() != EEXIST) {
-                throw;
-            }
-        }
-    }
 }
 
 std::optional<struct stat> StatusOf(const std::string& path)
@@ -100,9 +77,12 @@ TemporaryFile::TemporaryFile(const std::string& target) : TemporaryFile()
 {
     m_Target = target;
     m_Existing = StatusOf(target);
+    RemoveStaleParts(target);
     Registry& registry = TheRegistry();
     const std::lock_guard<std::mutex> lock(registry.mutex);
-    m_Path = Make(m_File, target, ModeBeside(m_Existing));
+    Part part = MakePart(target, ModeBeside(m_Existing));
+    m_File = std::move(part.file);
+    m_Path = std::move(part.path);
     registry.paths.insert(m_Path);
 }
 
@@ -121,6 +101,8 @@ void TemporaryFile::TakePlace()
     m_GiveToOwnerOfTarget();
     Sync(m_File.Get());
     const std::optional<FileDescriptor> folder = OpenFolderOf(m_Target);
+    // Keeps the lock on the file until it has its name.
+    const FileDescriptor lock = Duplicate(m_File.Get());
     m_File.Close();
     m_Rename();
     if (folder) {

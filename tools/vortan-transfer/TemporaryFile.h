@@ -18,8 +18,9 @@ namespace VORTAN_TRANSFER {
 class TemporaryFile
 {
 public:
-    // Until it takes the place of an existing target, nobody but the user may read it. Without one,
-    // it has the permissions of any file that is made.
+    // First removes what killed programs have left of this target. Until the file takes the place
+    // of an existing target, nobody but the user may read it. Without one, it has the permissions
+    // of any file that is made.
     explicit TemporaryFile(const std::string& target);
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
