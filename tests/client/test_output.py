@@ -54,6 +54,23 @@ class Targets(ClientTest):
             self.assertEqual(self.mode_of("out"), mode)
             self.assertEqual((after.st_uid, after.st_gid), (before.st_uid, before.st_gid))
 
+    def test_another_group_gets_no_more_than_everybody(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can give a file to a group that the user is not in")
+        os.chown(self.folder, NOBODY, NOBODY)
+        for mode, expected in ((0o660, 0o600), (0o664, 0o644), (0o604, 0o644)):
+            self.write("out", b"before")
+            os.chown(self.path("out"), NOBODY, 1)
+            os.chmod(self.path("out"), mode)
+            try:
+                result = self.run_client(self.url, "-o", "out", user=NOBODY, group=NOBODY,
+                                         extra_groups=[])
+            except PermissionError:
+                self.skipTest("another user cannot start the program from where it is")
+            self.assert_succeeded(result)
+            self.assertEqual(os.stat(self.path("out")).st_gid, NOBODY)
+            self.assertEqual(self.mode_of("out"), expected)
+
     def part_in_the_middle(self, umask):
         """The status of the partial file while it is written."""
         gate = Gate(BODY, 1000)

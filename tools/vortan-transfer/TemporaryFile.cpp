@@ -48,12 +48,23 @@ mode_t ModeBeside(const std::optional<struct stat>& target)
     return target ? (target->st_mode & ReadableByUser) | WritableByUser : DefaultMode;
 }
 
+// What is meant for a group must not be for another one: that gets no more than everybody.
+mode_t ForAnyGroup(mode_t mode)
+{
+    constexpr mode_t others = 0007;
+    constexpr mode_t group = 0070;
+    return (mode & ~group) | ((mode & others) << 3U);
+}
+
 // As far as the system lets us: not every user may give files away, nor has every file system
 // permissions. These come last, as a new owner must not get those of the old one's group.
 void GiveOwnerAndMode(int descriptor, const struct stat& from)
 {
-    [[maybe_unused]] const int owned = fchown(descriptor, from.st_uid, from.st_gid);
-    [[maybe_unused]] const int allowed = fchmod(descriptor, from.st_mode & PermissionBits);
+    constexpr auto sameUser = static_cast<uid_t>(-1);
+    const bool hasGroup = fchown(descriptor, from.st_uid, from.st_gid) == 0 ||
+                          fchown(descriptor, sameUser, from.st_gid) == 0;
+    const mode_t mode = from.st_mode & PermissionBits;
+    [[maybe_unused]] const int allowed = fchmod(descriptor, hasGroup ? mode : ForAnyGroup(mode));
 }
 
 // Nothing if the user may write to the folder, but not open it: then there is no way to sync it.
