@@ -4,6 +4,7 @@ set(VORTAN_PLATFORM standin CACHE STRING
     "standin: build stand-ins for the device's libraries; device: use the device's own")
 set_property(CACHE VORTAN_PLATFORM PROPERTY STRINGS standin device)
 
+add_subdirectory(platform/text)
 if(VORTAN_PLATFORM STREQUAL "standin")
     add_subdirectory(platform)
 elseif(VORTAN_PLATFORM STREQUAL "device")

@@ -288,6 +288,19 @@ TEST(PlatformLog, ControlCharactersAreWrittenOutButATabStays)
     EXPECT_EQ(SaidOnStandardError("\001\b\t\037\177\033"), "I VORTAN: \\x01\\x08\t\\x1f\\x7f\\x1b");
 }
 
+TEST(PlatformLog, ControlCharactersOfEightBitsAreWrittenOut)
+{
+    EXPECT_EQ(SaidOnStandardError("a\x9B"
+                                  "2J \xC2\x9B \xC0\x9B"),
+              "I VORTAN: a\\x9b2J \\xc2\\x9b \xC0\\x9b");
+}
+
+TEST(PlatformLog, CharactersThatTurnTheDirectionOfTextAreWrittenOut)
+{
+    EXPECT_EQ(SaidOnStandardError("a\xE2\x80\xAE \xE2\x81\xA6 \xE2\x80\xAF"),
+              "I VORTAN: a\\xe2\\x80\\xae \\xe2\\x81\\xa6 \xE2\x80\xAF");
+}
+
 TEST(PlatformLog, ACutOffColourIsWrittenOut)
 {
     EXPECT_EQ(SaidOnStandardError("\033[31"), "I VORTAN: \\x1b[31");

@@ -1,8 +1,8 @@
 #include "Text.h"
 
+#include <TerminalCharacters.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -11,12 +11,6 @@ namespace VORTAN_MW {
 namespace DLOG {
 
 namespace {
-
-bool IsControl(char character)
-{
-    const auto code = static_cast<unsigned char>(character);
-    return (code < ' ' && character != '\t') || code == 0x7F;
-}
 
 // The length of the colour sequence with which text begins, 0 if it does not.
 std::size_t ColourLength(std::string_view text)
@@ -28,16 +22,18 @@ std::size_t ColourLength(std::string_view text)
     return end != std::string_view::npos && text[end] == 'm' ? end + 1 : 0;
 }
 
-void AppendWrittenOut(std::string& to, char control)
+void AppendWrittenOut(std::string& to, std::string_view character)
 {
     constexpr std::string_view digits = "0123456789abcdef";
-    const auto code = static_cast<unsigned char>(control);
-    if (control == '\n') {
-        to += "\\n";
-    } else if (control == '\r') {
-        to += "\\r";
-    } else {
-        to.append("\\x").append(1, digits[code >> 4U]).append(1, digits[code & 0xFU]);
+    for (const char control : character) {
+        const auto code = static_cast<unsigned char>(control);
+        if (control == '\n') {
+            to += "\\n";
+        } else if (control == '\r') {
+            to += "\\r";
+        } else {
+            to.append("\\x").append(1, digits[code >> 4U]).append(1, digits[code & 0xFU]);
+        }
     }
 }
 
@@ -56,16 +52,16 @@ std::string ReadableText(std::string_view text, bool keepColours)
     std::string readable;
     readable.reserve(text.size());
     while (!text.empty()) {
-        const auto control = std::find_if(text.begin(), text.end(), IsControl);
-        readable.append(text.begin(), control);
-        text.remove_prefix(static_cast<std::size_t>(control - text.begin()));
         const std::size_t colour = ColourLength(text);
-        if (colour > 0 && keepColours) {
-            readable.append(text.substr(0, colour));
-        } else if (colour == 0 && !text.empty()) {
-            AppendWrittenOut(readable, text.front());
+        const auto [size, code] = FirstCharacter(text);
+        const std::string_view next = text.substr(0, colour > 0 ? colour : size);
+        const bool stays = colour > 0 ? keepColours : code == '\t' || !SteersTerminal(code);
+        if (stays) {
+            readable.append(next);
+        } else if (colour == 0) {
+            AppendWrittenOut(readable, next);
         }
-        text.remove_prefix(std::min(text.size(), std::max<std::size_t>(colour, 1)));
+        text.remove_prefix(next.size());
     }
     return readable;
 }
