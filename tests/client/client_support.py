@@ -231,7 +231,7 @@ class Terminal:
         except OSError:
             pass  # Linux says so when the last writer has gone
         os.close(self._master)
-        return self._written.decode()
+        return self._written.decode(errors="surrogateescape")
 
 
 class ClientTest(unittest.TestCase):

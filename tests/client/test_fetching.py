@@ -19,7 +19,8 @@ def limit_memory():
 class Files(ClientTest):
     def test_a_file_is_written_to_standard_output(self):
         path = self.write("a", BODY)
-        for source in (path, "a", "file://" + path, "FILE://localhost" + path):
+        for source in (path, "a", "file://" + path, "FILE://localhost" + path,
+                       "file://LOCALHOST" + path):
             result = self.run_client(source)
             self.assert_succeeded(result)
             self.assertEqual(result.output, BODY)

@@ -41,6 +41,44 @@ TEST(Printable, EscapesControlCharacters)
               "a\\xc2\\x9bb\\xc2\\x80");
 }
 
+TEST(Printable, EscapesControlCharactersOfEightBits)
+{
+    EXPECT_EQ(Printable("a\x9B"
+                        "b\x80\x9F"),
+              "a\\x9bb\\x80\\x9f");
+    EXPECT_EQ(Printable("\xC3\xA4\x9B\xE4"), "\xC3\xA4\\x9b\xE4");
+}
+
+TEST(Printable, EscapesWhatTurnsTheDirectionOfText)
+{
+    EXPECT_EQ(Printable("a\xE2\x80\xAE"
+                        "b"),
+              "a\\xe2\\x80\\xaeb");
+    for (const std::string mark :
+         {"\xD8\x9C", "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xAA", "\xE2\x80\xAB",
+          "\xE2\x80\xAC", "\xE2\x80\xAD", "\xE2\x80\xAE", "\xE2\x81\xA6", "\xE2\x81\xA7",
+          "\xE2\x81\xA8", "\xE2\x81\xA9"}) {
+        EXPECT_EQ(Printable(mark).size(), 4 * mark.size()) << Printable(mark);
+    }
+    // Their neighbours.
+    const std::string others =
+        "\xD8\x9B\xE2\x80\x8D\xE2\x80\x90\xE2\x80\xA9\xE2\x80\xAF\xE2\x81\xA5\xE2\x81\xAA";
+    EXPECT_EQ(Printable(others), others);
+}
+
+TEST(Printable, TakesNoBytesTogetherThatAreNoCharacter)
+{
+    // U+001B and U+202E in more bytes than they need, a surrogate, a character beyond the last one,
+    // one that ends early, and bytes that begin none.
+    EXPECT_EQ(Printable("\xC0\x9B"), "\xC0\\x9b");
+    EXPECT_EQ(Printable("\xF0\x82\x80\xAE"), "\xF0\\x82\\x80\xAE");
+    EXPECT_EQ(Printable("\xED\xA0\x80"), "\xED\xA0\\x80");
+    EXPECT_EQ(Printable("\xF4\x90\x80\x80"), "\xF4\\x90\\x80\\x80");
+    EXPECT_EQ(Printable("\xE2\x80x"), "\xE2\\x80x");
+    EXPECT_EQ(Printable("\xF5\x80\xFF"), "\xF5\\x80\xFF");
+    EXPECT_EQ(Printable("\xF0\x9F\x98\x80"), "\xF0\x9F\x98\x80");
+}
+
 TEST(TerminalText, LeavesTextAndLinesAlone)
 {
     const std::string text = "a\tb\n\r\nc\xC3\xA4\xE2\x82\xAC";
@@ -67,6 +105,32 @@ TEST(TerminalText, WaitsForTheRestOfACharacterAndOfALineEnd)
     EXPECT_EQ(terminal.Next("\xA0\r"), "\xC2\xA0");
     EXPECT_EQ(terminal.Rest(), "\\r");
     EXPECT_EQ(terminal.Rest(), "");
+}
+
+TEST(TerminalText, ShowsACharacterOnlyWhenAllOfItHasArrived)
+{
+    for (const std::string character : {"\xC3\xA4", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
+        TerminalText terminal;
+        for (std::size_t index = 0; index + 1 < character.size(); ++index) {
+            EXPECT_EQ(terminal.Next(character.substr(index, 1)), "");
+        }
+        EXPECT_EQ(terminal.Next(character.substr(character.size() - 1)), character);
+    }
+    TerminalText terminal;
+    EXPECT_EQ(terminal.Next("\xE2"), "");
+    EXPECT_EQ(terminal.Next("\x80"), "");
+    EXPECT_EQ(terminal.Next("\xAEx"), "\\xe2\\x80\\xaex");
+}
+
+TEST(TerminalText, ShowsACharacterThatIsCutOffInTheEnd)
+{
+    TerminalText terminal;
+    EXPECT_EQ(terminal.Next("a\xE2\x80"), "a");
+    EXPECT_EQ(terminal.Rest(), "\xE2\\x80");
+    EXPECT_EQ(terminal.Next("\xE2\x80"), "");
+    EXPECT_EQ(terminal.Next("b"),
+              "\xE2\\x80"
+              "b");
 }
 
 TEST(FailureCause, NamesTheStatusOfAnHttpError)

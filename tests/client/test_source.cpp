@@ -134,6 +134,11 @@ TEST(FileName, IsDecoded)
     EXPECT_EQ(NameFor("http://localhost/a%20b%C3%A4"), "a b\xC3\xA4");
 }
 
+TEST(FileName, MayHaveBytesThatAreNoCharacter)
+{
+    EXPECT_EQ(NameFor("http://localhost/caf%E9"), "caf\xE9");
+}
+
 TEST(FileName, KeepsAPercentSignThatEncodesNothing)
 {
     EXPECT_EQ(NameFor("http://localhost/100%"), "100%");
@@ -148,12 +153,28 @@ TEST(FileName, IsTheLastSegmentOfAPath)
 
 TEST(FileName, IsNeverEmptyAndNeverLeavesTheFolder)
 {
-    for (const char* const text :
-         {"http://localhost", "http://localhost/", "http://localhost/a/", "http://localhost?a/b",
-          "http://localhost/.", "http://localhost/..", "http://localhost/%2e%2E",
-          "http://localhost/..%2Fa", "http://localhost/%2Fa", "http://localhost/a%00b",
-          "http://localhost/a%0Ab", "http://localhost/%1b", "http://localhost/%C2%9b", "/", "/a/",
-          "..", "a/.."}) {
+    for (const char* const text : {"http://localhost",
+                                   "http://localhost/",
+                                   "http://localhost/a/",
+                                   "http://localhost?a/b",
+                                   "http://localhost/.",
+                                   "http://localhost/..",
+                                   "http://localhost/%2e%2E",
+                                   "http://localhost/..%2Fa",
+                                   "http://localhost/%2Fa",
+                                   "http://localhost/a%00b",
+                                   "http://localhost/a%0Ab",
+                                   "http://localhost/%1b",
+                                   "http://localhost/%C2%9b",
+                                   "http://localhost/%9B",
+                                   "http://localhost/a%7F",
+                                   "http://localhost/a%E2%80%AEb",
+                                   "http://localhost/%E2%81%A6a",
+                                   "/a\x9B",
+                                   "/",
+                                   "/a/",
+                                   "..",
+                                   "a/.."}) {
         EXPECT_THROW(NameFor(text), UsageError) << text;
     }
 }

@@ -96,8 +96,38 @@ class Body(ClientTest):
         self.assertEqual(shown.replace("\r\r\n", "\r\n"),
                          "one\\x1b]0;title\\x07\ttwo\r\n\\xc2\\x9b2Jthree\\r")
 
+    def shown(self, body):
+        """What a terminal gets of a body that the server sends byte by byte."""
+        def answer(request):
+            request.send_header(200, [("Transfer-Encoding", "chunked")])
+            for byte in body:
+                request.send(b"1\r\n%c\r\n" % byte)
+            request.send(b"0\r\n\r\n")
+
+        self.server.answers["/bytes"] = answer
+        terminal = Terminal()
+        self.assert_succeeded(self.run_client(self.server.url("/bytes"), stdout=terminal.slave))
+        return terminal.close_and_read()
+
+    def test_reaches_a_terminal_without_del(self):
+        self.assertEqual(self.shown(b"a\x7fb"), "a\\x7fb")
+
+    def test_reaches_a_terminal_without_controls_of_eight_bits(self):
+        self.assertEqual(self.shown(b"a\x9b2J\xc0\x9b"), "a\\x9b2J\udcc0\\x9b")
+        self.assertEqual(self.shown(b"a\xc2\x9b2J\xc2\x85"), "a\\xc2\\x9b2J\\xc2\\x85")
+
+    def test_reaches_a_terminal_without_what_turns_its_direction(self):
+        self.assertEqual(self.shown("a\u202eb\u2066c\u200f".encode()),
+                         r"a\xe2\x80\xaeb\xe2\x81\xa6c\xe2\x80\x8f")
+
+    def test_reaches_a_terminal_with_its_characters_whole(self):
+        self.assertEqual(self.shown("\u00e4\u20ac\U0001f600".encode()), "\u00e4\u20ac\U0001f600")
+
+    def test_that_ends_inside_a_character_is_shown_to_its_end(self):
+        self.assertEqual(self.shown(b"a\xe2\x80"), "a\udce2\\x80")
+
     def test_is_not_changed_on_its_way_to_a_file_or_a_pipe(self):
-        body = b"\x1b]0;title\x07\r\xc2\x9b"
+        body = b"\x1b]0;title\x07\r\xc2\x9b\x9b\xe2\x80\xae"
         self.write("body", body)
         self.assertEqual(self.run_client("body").output, body)
         self.assert_succeeded(self.run_client("body", "-o", "out"))
@@ -132,6 +162,39 @@ class Log(ClientTest):
         log, failure = result.errors.splitlines()
         self.assertIn("curl_easy_perform() failed: 'HTTP response code said error'", log)
         self.assertEqual(failure, "vortan-transfer: %s: HTTP status 404" % url)
+
+
+class Messages(ClientTest):
+    # A control character of 8 bits on its own and in UTF-8, and one that turns the direction.
+    NAME = b"a\x9b2J\xc2\x9b\xe2\x80\xaeb\x7f"
+    ESCAPED = r"a\x9b2J\xc2\x9b\xe2\x80\xaeb\x7f"
+
+    def test_name_files_without_what_would_steer_a_terminal(self):
+        self.assert_failed(self.run_client(self.NAME), TRANSFER_FAILED,
+                           self.ESCAPED + ": No such file or directory")
+
+    def test_name_arguments_without_what_would_steer_a_terminal(self):
+        self.assert_failed(self.run_client("-X", self.NAME, "a"), WRONG_ARGUMENTS,
+                           "--method: '%s' is none of GET, HEAD, POST, PUT (--help tells more)"
+                           % self.ESCAPED)
+
+    def test_the_summary_has_nothing_that_would_steer_a_terminal(self):
+        result = self.run_client("-O", self.NAME + b"/x", "y")
+        self.assertIn("  %s/x\n" % self.ESCAPED, result.errors)
+
+    def test_the_log_has_nothing_that_would_steer_a_terminal(self):
+        result = self.run_client("-v", self.NAME)
+        self.assertIn("RequestTransfer", result.errors)
+        self.assertIn("Url: %s\n" % self.ESCAPED, result.errors)
+
+    def test_no_file_is_named_so_that_it_would_steer_a_terminal(self):
+        for name in ("%9B", "a%C2%9B", "%E2%80%AEgpj.exe", "a%E2%81%A9", "%7F"):
+            url = self.serve("/" + name)
+            result = self.run_client("-O", url)
+            self.assert_failed(result, WRONG_ARGUMENTS,
+                               "'%s': has no name that a file can take, say where to write with -o "
+                               "(--help tells more)" % url)
+        self.assert_files()
 
 
 class CommandLine(ClientTest):

@@ -1,10 +1,16 @@
 #include "Text.h"
 
+#include <TerminalCharacters.h>
+
 #include <algorithm>
 #include <system_error>
 #include <utility>
 
 namespace VORTAN_TRANSFER {
+
+using VORTAN_MW::FirstCharacter;
+using VORTAN_MW::IsCutCharacter;
+using VORTAN_MW::SteersTerminal;
 
 namespace {
 
@@ -26,13 +32,6 @@ std::string Escaped(char character)
     }
 }
 
-// The control characters U+0080 to U+009F are two bytes long in UTF-8.
-bool StartsLongControl(std::string_view text)
-{
-    return text.size() >= 2 && text[0] == '\xC2' &&
-           (static_cast<unsigned char>(text[1]) >> 5U) == 4;
-}
-
 std::optional<unsigned> HexValue(char digit)
 {
     const std::size_t value = HexDigits.find(LowerCase({&digit, 1}));
@@ -51,15 +50,12 @@ bool IsControl(char character)
 std::string Printable(std::string_view text)
 {
     std::string printable;
-    for (; !text.empty(); text.remove_prefix(1)) {
-        if (StartsLongControl(text)) {
-            printable += Escaped(text[0]) + Escaped(text[1]);
-            text.remove_prefix(1);
-        } else if (IsControl(text[0])) {
-            printable += Escaped(text[0]);
-        } else {
-            printable += text[0];
+    while (!text.empty()) {
+        const auto [length, code] = FirstCharacter(text);
+        for (const char byte : text.substr(0, length)) {
+            printable += SteersTerminal(code) ? Escaped(byte) : std::string(1, byte);
         }
+        text.remove_prefix(length);
     }
     return printable;
 }
@@ -69,16 +65,15 @@ std::string TerminalText::Next(std::string_view piece)
     const std::string text = std::exchange(m_Held, "") + std::string(piece);
     std::string shown;
     for (std::string_view rest = text; !rest.empty();) {
-        if (rest == "\r" || rest == "\xC2") {
+        if (rest == "\r" || IsCutCharacter(rest)) {
             m_Held = rest;
             break;
         }
         const bool isLineEnd = rest.substr(0, 2) == "\r\n";
-        const std::size_t length = isLineEnd || StartsLongControl(rest) ? 2 : 1;
-        const std::string_view next = rest.substr(0, length);
+        const std::string_view next = rest.substr(0, isLineEnd ? 2 : FirstCharacter(rest).length);
         const bool staysAsItIs = isLineEnd || next == "\n" || next == "\t";
         shown += staysAsItIs ? std::string(next) : Printable(next);
-        rest.remove_prefix(length);
+        rest.remove_prefix(next.size());
     }
     return shown;
 }

@@ -6,15 +6,15 @@
 
 namespace VORTAN_TRANSFER {
 
-// The text with every control character written as an escape, so that a name or an answer of a
-// server can neither break a line nor steer the terminal.
+// The text with an escape for each byte of a control character, of 7 or 8 bits, and of a character
+// that turns the direction of text: a name or a server's answer can then neither break a line nor
+// steer the terminal nor pass for another one.
 std::string Printable(std::string_view text);
 
 // The same between single quotes.
 std::string Quoted(std::string_view text);
 
-// Makes what a server sent safe to be shown on a terminal, piece by piece: lines and tabs stay,
-// every other control character becomes an escape.
+// Printable() for what a server sends piece by piece, with its lines and tabs as they are.
 class TerminalText
 {
 public:
