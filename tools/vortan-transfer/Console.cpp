@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "FileDescriptor.h"
+#include "Password.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -35,7 +36,7 @@ std::size_t RoomInLine()
 void Console::Line(const std::string& text)
 {
     ClearProgress();
-    WriteToStandardError(m_Palette.Bad("vortan-transfer:") + " " + text + "\n");
+    WriteToStandardError(m_Palette.Bad("vortan-transfer:") + " " + WithoutPasswords(text) + "\n");
 }
 
 void Console::Table(const std::vector<std::string>& lines)

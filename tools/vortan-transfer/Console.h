@@ -13,7 +13,7 @@ class Console
 public:
     ~Console() { ClearProgress(); }
 
-    // Writes one line. The progress, if it is shown, makes room for it.
+    // Writes one line, without passwords. The progress, if it is shown, makes room for it.
     void Line(const std::string& text);
 
     // Writes lines that do not begin with the program's name.

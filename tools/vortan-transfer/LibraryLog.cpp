@@ -6,6 +6,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Password.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -17,6 +21,13 @@ constexpr int ErrorPriority = 6;
 
 std::atomic<bool> s_Through = false;
 thread_local std::string s_LastError;
+
+// URLs, and what is shown of them.
+std::vector<std::pair<std::string, std::string>>& ShownUrls()
+{
+    static std::vector<std::pair<std::string, std::string>> urls;
+    return urls;
+}
 
 PrintFunction PlatformLog()
 {
@@ -53,8 +64,20 @@ std::string MessageOf(std::string_view line)
     return std::string(line);
 }
 
-int Take(int buffer, int priority, const char* tag, const std::string& line)
+std::string WithShownUrls(std::string line)
 {
+    for (const auto& [url, shown] : ShownUrls()) {
+        for (std::size_t at = 0; (at = line.find(url, at)) != std::string::npos;
+             at += shown.size()) {
+            line.replace(at, url.size(), shown);
+        }
+    }
+    return WithoutPasswords(line);
+}
+
+int Take(int buffer, int priority, const char* tag, const std::string& original)
+{
+    const std::string line = WithShownUrls(original);
     if (priority >= ErrorPriority) {
         s_LastError = MessageOf(line);
     }
@@ -67,6 +90,11 @@ int Take(int buffer, int priority, const char* tag, const std::string& line)
 void LetLibraryLogThrough(bool through)
 {
     s_Through = through;
+}
+
+void ShowInLog(const std::string& url, const std::string& shown)
+{
+    ShownUrls().emplace_back(url, shown);
 }
 
 std::string LastLibraryError()

@@ -9,6 +9,10 @@ namespace VORTAN_TRANSFER {
 // Whether the log's lines go on to the platform's log. Off at first.
 void LetLibraryLogThrough(bool through);
 
+// Lets the URL of a request appear like this in the log: without its password. Called before the
+// first request.
+void ShowInLog(const std::string& url, const std::string& shown);
+
 // The last error that the library logged on the calling thread; empty if there was none.
 std::string LastLibraryError();
 void ForgetLibraryError();

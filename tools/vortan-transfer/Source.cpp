@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "Password.h"
 #include "Text.h"
 #include "UsageError.h"
 
@@ -39,21 +40,22 @@ std::string_view TakeHost(std::string_view& rest)
 // url begins with "file:", in any case.
 std::string PathOfFileUrl(std::string_view url)
 {
+    const std::string shown = Quoted(WithoutPassword(url));
     std::string_view rest = url.substr(url.find(':') + 1);
     const std::string_view host = TakeHost(rest);
     if (!host.empty() && LowerCase(host) != "localhost") {
-        throw UsageError(Quoted(url) + ": the files of another host (" + Printable(host) +
-                         ") are out of reach");
+        throw UsageError(shown + ": the files of another host (" +
+                         Printable(WithoutPassword(host)) + ") are out of reach");
     }
     if (rest.substr(0, 1) != "/") {
-        throw UsageError(Quoted(url) + ": a file URL needs an absolute path");
+        throw UsageError(shown + ": a file URL needs an absolute path");
     }
     if (rest.find_first_of("?#") != std::string_view::npos) {
-        throw UsageError(Quoted(url) + ": write %3F for ? and %23 for # in a file URL");
+        throw UsageError(shown + ": write %3F for ? and %23 for # in a file URL");
     }
     std::optional<std::string> path = PercentDecoded(rest);
     if (!path || path->find('\0') != std::string::npos) {
-        throw UsageError(Quoted(url) + ": invalid percent encoding");
+        throw UsageError(shown + ": invalid percent encoding");
     }
     return *std::move(path);
 }
@@ -94,7 +96,8 @@ Source MakeSource(const std::string& text, const Handler* given)
     const std::string scheme = SchemeOf(text);
     const Handler& handler = given ? *given : HandlerByScheme(scheme);
     const bool isFileUrl = !handler.speaksHttp && scheme == "file";
-    return {text, &handler, isFileUrl ? PathOfFileUrl(text) : text};
+    return {handler.speaksHttp ? WithoutPassword(text) : text, &handler,
+            isFileUrl ? PathOfFileUrl(text) : text};
 }
 
 std::string FileNameFor(const Source& source)

@@ -9,7 +9,7 @@ namespace VORTAN_TRANSFER {
 // Something to transfer.
 struct Source
 {
-    // As the user wrote it.
+    // As the user wrote it, without a password: what is shown.
     std::string text;
     const Handler* handler;
     // As the handler wants it: a URL or a path.

@@ -60,7 +60,8 @@ VendorOptions::VendorOptions(CLI::App& app)
                          "Do not verify the server's certificate; for testing")),
       m_Timeout(m_Add(app.add_option("--timeout")->type_name("A:B"),
                       "The two values of the wrapper's time-out, in its units")),
-      m_Verbose(m_Add(AddFlag(app, "--verbose-wrapper"), "Let the wrapper report what it does"))
+      m_Verbose(m_Add(AddFlag(app, "--verbose-wrapper"),
+                      "Let the wrapper report what it does, passwords included"))
 {
     m_Query->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     const std::pair<const char*, long Configuration::*> forwarded[] = {

@@ -82,6 +82,11 @@ ExitStatus RunTransfers(Arguments arguments, Signals& signals, Trace::Clock::tim
 {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment.
     LetLibraryLogThrough(arguments.verbose || std::getenv("VORTAN_DLOG"));
+    for (const Job& job : arguments.jobs) {
+        if (job.source.handler->speaksHttp && job.source.url != job.source.text) {
+            ShowInLog(job.source.url, job.source.text);
+        }
+    }
     const auto mailbox = std::make_shared<Mailbox>();
     TransferQueue queue(std::move(arguments), mailbox, start);
     signals.OnFirst([mailbox] { mailbox->Post({Event::Kind::Interrupted, 0, {}}); });
