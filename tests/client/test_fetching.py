@@ -72,6 +72,15 @@ class Files(ClientTest):
                            "/dev/zero: Is not a regular file")
         self.assert_files()
 
+    def test_a_file_that_makes_readers_wait_is_refused(self):
+        try:
+            os.close(os.open("/proc/kmsg", os.O_RDONLY))
+        except OSError:
+            self.skipTest("the kernel's messages may not be read here")
+        self.assert_failed(self.run_client("/proc/kmsg", "-o", "out"), CANNOT_WRITE,
+                           "/proc/kmsg: Has no end, copy what you need of it to a file first")
+        self.assert_files()
+
     @unittest.skipIf(SANITIZED, "a sanitizer ends the program when memory is short")
     def test_a_file_that_exceeds_the_memory_fails(self):
         with open(self.path("huge"), "wb") as file:

@@ -18,7 +18,7 @@ std::string CauseOf(const std::string& source, long status, const std::string& l
 {
     VORTAN_MW::ITransferHandler::Result result;
     result.httpCode = std::make_unique<long>(status);
-    return FailureCause(MakeSource(source, nullptr), result, libraryError);
+    return FailureOf(MakeSource(source, nullptr), result, libraryError).cause;
 }
 
 constexpr const char* Url = "http://localhost/";
@@ -169,6 +169,16 @@ TEST(FailureCause, OfAFileIsWhatTheSystemSays)
     EXPECT_EQ(CauseOf("/", 0, ""), "Is a directory");
     EXPECT_EQ(CauseOf("/dev/null", 0, ""), "Is not a regular file");
     EXPECT_EQ(CauseOf("/proc/self/mem", 0, ""), "Input/output error");
+}
+
+TEST(FailureCause, OfAFileThatMakesReadersWaitIsThatItHasNoEnd)
+{
+    // Like /proc/kmsg it decides by itself what poll() reports, and everybody may open it.
+    const Source source = MakeSource("/proc/self/mountinfo", nullptr);
+    const Failure failure = FailureOf(source, {}, "");
+    EXPECT_EQ(failure.cause, "Has no end, copy what you need of it to a file first");
+    EXPECT_EQ(failure.status, CannotWrite);
+    EXPECT_EQ(FailureOf(MakeSource("/proc/self/mem", nullptr), {}, "").status, TransferFailed);
 }
 
 TEST(LibraryLog, RemembersTheMessageOfTheLastError)

@@ -52,7 +52,8 @@ constexpr const char* Explanation =
     "  0    every transfer succeeded\n"
     "  1    a transfer failed\n"
     "  2    the arguments are wrong; nothing was transferred\n"
-    "  3    something could not be written (whether or not a transfer failed, too)\n"
+    "  3    something could not be written, or a file has no end (whether or not a transfer "
+    "failed)\n"
     "  130  interrupted\n";
 
 // The options as CLI11 has them. Their values are taken as raw text: CLI11's conversions give

@@ -8,7 +8,7 @@ enum ExitStatus : int
     AllSucceeded = 0,
     TransferFailed = 1,
     WrongArguments = 2,
-    CannotWrite = 3,
+    CannotWrite = 3,  // also because a file has no end
     Interrupted = 130,
 };
 

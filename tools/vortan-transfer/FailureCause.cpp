@@ -1,7 +1,9 @@
 #include "FailureCause.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string_view>
 #include <system_error>
@@ -40,20 +42,34 @@ std::string CauseOverHttp(long status, std::string_view reason)
     return status > 0 ? cause + " (" + statusText + ")" : cause;
 }
 
-// The library does not tell why it could not read a file: tries what it tried.
-std::string CauseOfReading(const std::string& path)
+// Whether a file that could not be read makes its readers wait where others end, as /proc/kmsg
+// does: it then has a say in what poll() reports, which for other files is always both.
+bool IsEndless(int file)
+{
+    pollfd ready = {file, POLLIN | POLLOUT, 0};
+    return poll(&ready, 1, 0) >= 0 && ready.revents != ready.events;
+}
+
+// The library does not tell why it could not read a file: tries what it tried, but never waits.
+Failure FailureOfReading(const std::string& path)
 {
     try {
         const FileDescriptor file = OpenFile(path, O_RDONLY | O_NONBLOCK);
         struct stat status = {};
         if (fstat(file.Get(), &status) == 0 && !S_ISREG(status.st_mode)) {
-            return S_ISDIR(status.st_mode) ? "Is a directory" : "Is not a regular file";
+            return {TransferFailed,
+                    S_ISDIR(status.st_mode) ? "Is a directory" : "Is not a regular file"};
+        }
+        if (IsEndless(file.Get())) {
+            return {CannotWrite, "Has no end, copy what you need of it to a file first"};
         }
         char byte = 0;
-        ReadSome(file.Get(), &byte, sizeof byte);
-        return "Cannot be read as a whole";
+        if (read(file.Get(), &byte, sizeof byte) < 0) {
+            ThrowErrno();
+        }
+        return {TransferFailed, "Cannot be read as a whole"};
     } catch (const std::system_error& error) {
-        return ErrorText(error.code().value());
+        return {TransferFailed, ErrorText(error.code().value())};
     }
 }
 
@@ -64,13 +80,14 @@ bool IsErrorStatus(long status)
     return status >= 400;
 }
 
-std::string FailureCause(const Source& source, const VORTAN_MW::ITransferHandler::Result& result,
-                         const std::string& libraryError)
+Failure FailureOf(const Source& source, const VORTAN_MW::ITransferHandler::Result& result,
+                  const std::string& libraryError)
 {
     if (!source.handler->speaksHttp) {
-        return CauseOfReading(source.url);
+        return FailureOfReading(source.url);
     }
-    return CauseOverHttp(result.httpCode ? *result.httpCode : 0, ReasonIn(libraryError));
+    return {TransferFailed,
+            CauseOverHttp(result.httpCode ? *result.httpCode : 0, ReasonIn(libraryError))};
 }
 
 }  // namespace VORTAN_TRANSFER

@@ -145,7 +145,8 @@ void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
     // Not every handler fails by itself on an HTTP status that tells of an error.
     const bool isError = m_FailOnError && status && IsErrorStatus(*status);
     if (!result.success || isError) {
-        m_End(TransferFailed, FailureCause(m_Source, result, LastLibraryError()), status);
+        const Failure failure = FailureOf(m_Source, result, LastLibraryError());
+        m_End(failure.status, failure.cause, status);
         return;
     }
     if (m_HeaderBegan && !m_Header.IsWhole()) {
