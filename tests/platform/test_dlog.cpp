@@ -125,6 +125,7 @@ private:
     {
         unsetenv("VORTAN_DLOG");
         unsetenv("VORTAN_DLOG_LEVEL");
+        unsetenv("NO_COLOR");
         for (const auto& [name, value] : environment) {
             setenv(name.c_str(), value.c_str(), 1);
         }
@@ -262,6 +263,17 @@ TEST(PlatformLog, ColoursAreKeptOnATerminal)
 {
     Probe probe({}, Say("\033[32mgreen\033[0m"), Probe::StandardError::Terminal);
     EXPECT_THAT(probe.Output(), EndsWith(" I VORTAN: \033[32mgreen\033[0m\r\n"));
+}
+
+TEST(PlatformLog, ColoursAreLeftOutOnATerminalThatIsToHaveNone)
+{
+    const auto said = [](const char* noColour) {
+        return Probe({{"NO_COLOR", noColour}}, Say("\033[32mgreen\033[0m"),
+                     Probe::StandardError::Terminal)
+            .Output();
+    };
+    EXPECT_THAT(said("1"), EndsWith(" I VORTAN: green\r\n"));
+    EXPECT_THAT(said(""), EndsWith(" I VORTAN: \033[32mgreen\033[0m\r\n"));
 }
 
 TEST(PlatformLog, OtherEscapeSequencesDoNotReachATerminal)

@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::string_view destinationVariable = "VORTAN_DLOG";
 constexpr std::string_view levelVariable = "VORTAN_DLOG_LEVEL";
+constexpr std::string_view noColourVariable = "NO_COLOR";
 constexpr int everyPriority = 0;
 
 std::string_view ValueOf(std::string_view variable)
@@ -37,7 +38,8 @@ void Complain(std::string_view variable, std::string_view value, const std::stri
 
 Settings OnStandardError()
 {
-    return {Destination::StandardError, STDERR_FILENO, isatty(STDERR_FILENO) == 1, everyPriority};
+    const bool keepColours = isatty(STDERR_FILENO) == 1 && ValueOf(noColourVariable).empty();
+    return {Destination::StandardError, STDERR_FILENO, keepColours, everyPriority};
 }
 
 Settings InFile(const char* path, std::string_view value)

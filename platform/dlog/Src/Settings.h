@@ -18,10 +18,11 @@ enum class Destination
 //                      none        nowhere
 //                      otherwise   to standard error
 //   VORTAN_DLOG_LEVEL  debug, info, warning or error: lines below it are dropped; else none are
+//   NO_COLOR           anything: a terminal gets no colours. Files and the journal never do
 //
 // A variable with an empty value counts as not set. One with a wrong value is told about in one
 // line on standard error and then counts as not set. A process that runs with more rights than
-// its caller has reads neither.
+// its caller has reads none.
 struct Settings
 {
     Destination destination;
