@@ -3,6 +3,8 @@
 import gzip
 import os
 import re
+import subprocess
+import unittest
 
 from client_support import *
 
@@ -162,6 +164,56 @@ class Log(ClientTest):
         log, failure = result.errors.splitlines()
         self.assertIn("curl_easy_perform() failed: 'HTTP response code said error'", log)
         self.assertEqual(failure, "vortan-transfer: %s: HTTP status 404" % url)
+
+
+class LogColours(ClientTest):
+    COLOURED = "> \x1b[32mRequesting transfer for: %s handle: 0\x1b[0m\r\n"
+    PLAIN = "> Requesting transfer for: %s handle: 0\r\n"
+
+    def setUp(self):
+        super().setUp()
+        self.write("a", b"")
+
+    def log_on_terminal(self, source="a", **changes):
+        terminal = Terminal()
+        result = self.run_client("-v", source, stdout=subprocess.DEVNULL, stderr=terminal.slave,
+                                 env=environment(**{"TERM": "xterm", **changes}))
+        self.assertEqual(result.status, SUCCEEDED)
+        return terminal.close_and_read()
+
+    def test_are_on_a_terminal(self):
+        self.assertIn(self.COLOURED % "a", self.log_on_terminal())
+        self.assertIn(self.COLOURED % "a", self.log_on_terminal(NO_COLOR=""))
+
+    def test_are_not_on_a_terminal_that_is_to_have_none(self):
+        for changes in ({"NO_COLOR": "1"}, {"TERM": "dumb"}):
+            log = self.log_on_terminal(**changes)
+            self.assertIn(self.PLAIN % "a", log)
+            self.assertNotIn("\x1b", log)
+
+    def test_are_not_in_a_pipe_or_a_file(self):
+        self.assertNotIn("\x1b", self.run_client("-v", "a").errors)
+        self.log_on_terminal(VORTAN_DLOG="file:" + self.path("log"))
+        self.assertNotIn(b"\x1b", self.read("log"))
+
+    @unittest.skipIf(SANITIZED or EMULATED, "the sanitizer or the emulator takes preloading badly")
+    def test_do_not_reach_a_platform_log_that_would_keep_them(self):
+        double = {"LD_PRELOAD": os.environ["VORTAN_LOG_DOUBLE"]}
+        self.assertIn(self.COLOURED % "a", self.log_on_terminal(**double))
+        for changes in ({"NO_COLOR": "1"}, {"VORTAN_DLOG": "file:" + self.path("log")}):
+            log = self.log_on_terminal(**double, **changes)
+            self.assertIn(self.PLAIN % "a", log)
+            self.assertNotIn("\x1b", log)
+        log = self.run_client("-v", "a", env=environment(**double, TERM="xterm")).errors
+        self.assertIn((self.PLAIN % "a").replace("\r", ""), log)
+        self.assertNotIn("\x1b", log)
+
+    @unittest.skipIf(SANITIZED or EMULATED, "the sanitizer or the emulator takes preloading badly")
+    def test_of_somebody_else_in_a_message_are_not_touched(self):
+        self.write("\x1b[31mred\x1b[0m", b"")
+        log = self.log_on_terminal("./\x1b[31mred\x1b[0m", NO_COLOR="1",
+                                   LD_PRELOAD=os.environ["VORTAN_LOG_DOUBLE"])
+        self.assertIn(self.PLAIN % "./\x1b[31mred\x1b[0m", log)
 
 
 class Messages(ClientTest):

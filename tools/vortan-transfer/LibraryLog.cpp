@@ -20,6 +20,7 @@ using PrintFunction = int (*)(int, int, const char*, const char*, ...);
 constexpr int ErrorPriority = 6;
 
 std::atomic<bool> s_Through = false;
+std::atomic<bool> s_KeepsColours = false;
 thread_local std::string s_LastError;
 
 // URLs, and what is shown of them.
@@ -50,18 +51,30 @@ std::string Formatted(const char* format, va_list arguments)
     return text;
 }
 
-// The message in a line of the form "file: function(line) > message", the message being between
-// two colour sequences.
-std::string MessageOf(std::string_view line)
+// Where the message begins in a line of the form "file: function(line) > message".
+std::size_t BeginOfMessage(std::string_view line)
 {
     constexpr std::string_view before = " > ";
-    line.remove_prefix(
-        line.find(before) == std::string_view::npos ? 0 : line.find(before) + before.size());
-    if (line.substr(0, 2) == "\033[") {
-        line.remove_prefix(line.find('m') + 1);
-        line = line.substr(0, line.rfind("\033["));
+    const std::size_t at = line.find(before);
+    return at == std::string_view::npos ? 0 : at + before.size();
+}
+
+// Takes out the two colour sequences that the library puts around its message. Those that came into
+// the message from elsewhere are none of them.
+std::string WithoutColours(std::string line)
+{
+    constexpr std::string_view end = "\033[0m";
+    const std::size_t begin = BeginOfMessage(line);
+    for (const std::string_view colour : {"\033[31m", "\033[32m", "\033[33m"}) {
+        if (line.compare(begin, colour.size(), colour) == 0 &&
+            line.size() >= begin + colour.size() + end.size() &&
+            line.compare(line.size() - end.size(), end.size(), end) == 0) {
+            line.erase(line.size() - end.size());
+            line.erase(begin, colour.size());
+            break;
+        }
     }
-    return std::string(line);
+    return line;
 }
 
 std::string WithShownUrls(std::string line)
@@ -78,18 +91,21 @@ std::string WithShownUrls(std::string line)
 int Take(int buffer, int priority, const char* tag, const std::string& original)
 {
     const std::string line = WithShownUrls(original);
+    const std::string plain = WithoutColours(line);
     if (priority >= ErrorPriority) {
-        s_LastError = MessageOf(line);
+        s_LastError = plain.substr(BeginOfMessage(plain));
     }
-    return s_Through && PlatformLog() ? PlatformLog()(buffer, priority, tag, "%s", line.c_str())
-                                      : 0;
+    return s_Through && PlatformLog()
+               ? PlatformLog()(buffer, priority, tag, "%s", (s_KeepsColours ? line : plain).c_str())
+               : 0;
 }
 
 }  // namespace
 
-void LetLibraryLogThrough(bool through)
+void LetLibraryLogThrough(LogColours colours)
 {
-    s_Through = through;
+    s_KeepsColours = colours == LogColours::Kept;
+    s_Through = true;
 }
 
 void ShowInLog(const std::string& url, const std::string& shown)

@@ -6,8 +6,14 @@
 // log. This program therefore stands between the two.
 namespace VORTAN_TRANSFER {
 
-// Whether the log's lines go on to the platform's log. Off at first.
-void LetLibraryLogThrough(bool through);
+enum class LogColours
+{
+    Kept,
+    TakenOut,
+};
+
+// From here on the log's lines go on to the platform's log.
+void LetLibraryLogThrough(LogColours colours);
 
 // Lets the URL of a request appear like this in the log: without its password. Called before the
 // first request.

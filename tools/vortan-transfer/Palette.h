@@ -10,6 +10,8 @@ class Palette
 public:
     explicit Palette(bool hasColours) : m_HasColours(hasColours) {}
 
+    bool HasColours() const { return m_HasColours; }
+
     // Has colours if standard error is a terminal that shows them, and NO_COLOR is empty or unset.
     static Palette ForStandardError();
 

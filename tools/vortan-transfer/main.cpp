@@ -15,6 +15,7 @@
 #include "LibraryLog.h"
 #include "Mailbox.h"
 #include "Output.h"
+#include "Palette.h"
 #include "Signals.h"
 #include "TemporaryFile.h"
 #include "Text.h"
@@ -78,15 +79,24 @@ ExitStatus Print(const std::string& text)
     }
 }
 
-ExitStatus RunTransfers(Arguments arguments, Signals& signals, Trace::Clock::time_point start)
+void SetUpLog(const Arguments& arguments)
 {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment.
-    LetLibraryLogThrough(arguments.verbose || std::getenv("VORTAN_DLOG"));
     for (const Job& job : arguments.jobs) {
         if (job.source.handler->speaksHttp && job.source.url != job.source.text) {
             ShowInLog(job.source.url, job.source.text);
         }
     }
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment.
+    const bool goesElsewhere = std::getenv("VORTAN_DLOG") != nullptr;
+    if (arguments.verbose || goesElsewhere) {
+        const bool inColour = !goesElsewhere && Palette::ForStandardError().HasColours();
+        LetLibraryLogThrough(inColour ? LogColours::Kept : LogColours::TakenOut);
+    }
+}
+
+ExitStatus RunTransfers(Arguments arguments, Signals& signals, Trace::Clock::time_point start)
+{
+    SetUpLog(arguments);
     const auto mailbox = std::make_shared<Mailbox>();
     TransferQueue queue(std::move(arguments), mailbox, start);
     signals.OnFirst([mailbox] { mailbox->Post({Event::Kind::Interrupted, 0, {}}); });
