@@ -47,6 +47,15 @@ def environment(**changes):
     return {**kept, "TERM": "dumb", **changes}
 
 
+def options_of_help(text):
+    """Each option's names, the name of its value or nothing, and what it is said to do."""
+    form = r"^(?:  |      )(-\S(?:\S| (?! ))*)  +(\S.*(?:\n {10,}\S.*)*)"
+    for shown, told in re.findall(form, text, re.MULTILINE):
+        *names, last = shown.split(", ")
+        name, _, value = last.partition(" ")
+        yield [*names, name], value, " ".join(told.split())
+
+
 class Request:
     """A request that the server has received. A test answers it."""
 

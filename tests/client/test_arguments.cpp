@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Arguments.h"
+#include "Handler.h"
+#include "Help.h"
 #include "Output.h"
 #include "UsageError.h"
 
@@ -34,6 +37,16 @@ std::string RefusalOf(const std::vector<const char*>& arguments)
         return error.what();
     }
     return "accepted";
+}
+
+std::vector<std::string> LinesOfHelp()
+{
+    std::istringstream help(std::get<Information>(ParseAny({"--help"})));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(help, line);) {
+        lines.push_back(line);
+    }
+    return lines;
 }
 
 constexpr const char* Url = "http://localhost/a";
@@ -485,14 +498,35 @@ TEST(Arguments, HelpNamesEveryExitStatus)
     }
 }
 
-TEST(Arguments, HelpFitsIntoAHundredColumns)
+TEST(Arguments, HelpFitsIntoEightyColumns)
 {
-    const auto help = std::get<Information>(ParseAny({"--help"}));
-    for (std::size_t begin = 0; begin < help.size();) {
-        const std::size_t end = std::min(help.find('\n', begin), help.size());
-        EXPECT_LE(end - begin, 100U) << help.substr(begin, end - begin);
-        begin = end + 1;
+    for (const std::string& line : LinesOfHelp()) {
+        EXPECT_LE(line.size(), 80U) << line;
+        EXPECT_EQ(line.find('\t'), std::string::npos) << line;
     }
+}
+
+TEST(Arguments, HelpHasEachOptionAndNoOther)
+{
+    std::vector<std::string> shown;
+    for (const std::string& line : LinesOfHelp()) {
+        const std::size_t begin = line.find_first_not_of(' ');
+        if (begin == 2 || begin == 6) {
+            if (line[begin] == '-') {
+                shown.push_back(line.substr(begin, line.find("  ", begin) - begin));
+            }
+        }
+    }
+    std::vector<std::string> known = OptionForms();
+    std::sort(known.begin(), known.end());
+    std::sort(shown.begin(), shown.end());
+    EXPECT_GT(known.size(), 20U);
+    EXPECT_EQ(shown, known);
+}
+
+TEST(Arguments, HelpNamesEveryHandler)
+{
+    EXPECT_NE(std::string(HelpText).find(" " + HandlerNames() + "\n"), std::string::npos);
 }
 
 TEST(Arguments, TheVersionNamesTheProgram)

@@ -40,14 +40,15 @@ class ManPage(ClientTest):
         self.page = dict(paragraphs_of_page())
 
     def test_tells_the_same_of_each_option(self):
-        of_help = dict(re.findall(r"^  (-\S.*?)  +(.*)$", self.help, re.MULTILINE))
-        of_page = {tag.replace(", ", ","): text for tag, text in self.page.items()
-                   if tag.startswith("-")}
+        of_help = {(", ".join(names) + " " + value).strip(): told
+                   for names, value, told in options_of_help(self.help)}
+        of_page = {tag: text for tag, text in self.page.items() if tag.startswith("-")}
         self.assertGreater(len(of_help), 20)
         self.assertEqual(of_page, of_help)
 
     def test_tells_the_same_of_each_exit_status(self):
-        of_help = dict(re.findall(r"^  (\d+)  +(.*)$", self.help, re.MULTILINE))
+        told = re.findall(r"^  (\d+)  +(.*(?:\n {7}\S.*)*)", self.help, re.MULTILINE)
+        of_help = {status: " ".join(text.split()) for status, text in told}
         of_page = {tag: lower_first(text) for tag, text in self.page.items() if tag.isdigit()}
         self.assertEqual(len(of_help), 5)
         self.assertEqual(of_page, of_help)

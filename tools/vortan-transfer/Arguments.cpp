@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "FileDescriptor.h"
+#include "Help.h"
 #include "OptionValues.h"
 #include "Output.h"
 #include "Targets.h"
@@ -24,37 +25,17 @@ namespace {
 using Configuration = VORTAN_MW::ITransferHandler::Configuration;
 using HttpMethod = Configuration::HttpMethod;
 
-constexpr const char* Description =
-    "Fetches URLs and files, and sends data, with the Vortan transfer agent.";
-
-constexpr const char* Explanation =
-    "A SOURCE is an http: or https: URL, a file: URL or the path of a file. Up to 4 sources are\n"
-    "transferred at a time, the others wait their turn.\n"
-    "\n"
-    "A file is written beside its place under a name of its own, which ends in .part, and takes "
-    "its\n"
-    "place only when the transfer has succeeded. Until then an existing file stays as it is.\n"
-    "\n"
-    "Ctrl-C (SIGINT), SIGTERM and SIGHUP cancel what is running, wait for it to end and remove "
-    "the\n"
-    "partial files. A transfer whose server has fallen silent ends only when the server closes "
-    "the\n"
-    "connection: a second Ctrl-C removes the partial files and does not wait.\n"
-    "\n"
-    "After several sources, a table on standard error shows the outcome of each. Colours are only "
-    "for\n"
-    "a terminal; with NO_COLOR set there are none.\n"
-    "\n"
-    "The library's log goes where VORTAN_DLOG says (journal, file:PATH, none); without it, to\n"
-    "standard error with -v and nowhere otherwise. VORTAN_DLOG_LEVEL filters it.\n"
-    "\n"
-    "Exit status:\n"
-    "  0    every transfer succeeded\n"
-    "  1    a transfer failed\n"
-    "  2    the arguments are wrong; nothing was transferred\n"
-    "  3    something could not be written, or a file has no end (whether or not a transfer "
-    "failed)\n"
-    "  130  interrupted\n";
+// "-d, --data DATA", or "--json" of a flag.
+std::string FormOf(const CLI::Option& option)
+{
+    std::string form;
+    for (const std::string& name : option.get_snames()) {
+        form += "-" + name + ", ";
+    }
+    form += "--" + option.get_lnames().front();
+    const bool isFlag = option.get_items_expected_max() == 0;
+    return isFlag ? form : form + " " + option.get_type_name();
+}
 
 // The options as CLI11 has them. Their values are taken as raw text: CLI11's conversions give
 // brackets and braces a meaning of their own.
@@ -64,66 +45,53 @@ public:
     Options()
     {
         m_App.name("vortan-transfer");
-        m_App.footer(Explanation);
-        m_App.get_formatter()->column_width(32);
         m_App.set_version_flag("--version", "vortan-transfer " VORTAN_TRANSFER_VERSION);
         sources->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
         header->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
 
     void Parse(int argc, const char* const* argv) { m_App.parse(argc, argv); }
-    std::string Help() const { return m_App.help(); }
+
+    std::vector<std::string> Forms() const
+    {
+        std::vector<std::string> forms;
+        for (const CLI::Option* const option : m_App.get_options()) {
+            if (!option->get_positional()) {
+                forms.push_back(FormOf(*option));
+            }
+        }
+        return forms;
+    }
 
 private:
-    CLI::App m_App{Description};
+    CLI::App m_App;
 
-    CLI::Option* m_Value(const std::string& name, const std::string& type,
-                         const std::string& description)
+    CLI::Option* m_Value(const std::string& name, const std::string& type)
     {
-        return m_App.add_option(name)->type_name(type)->description(description);
+        return m_App.add_option(name)->type_name(type);
     }
 
-    CLI::Option* m_Flag(const std::string& name, const std::string& description)
-    {
-        return AddFlag(m_App, name)->description(description);
-    }
+    CLI::Option* m_Flag(const std::string& name) { return AddFlag(m_App, name); }
 
 public:
-    CLI::Option* const sources = m_Value("SOURCE", "", "URL or path to fetch from or send to");
-    CLI::Option* const method =
-        m_Value("-X,--method", "METHOD",
-                "GET, HEAD, POST or PUT; otherwise POST if there is data, else GET");
-    CLI::Option* const header = m_Value("-H,--header", "'NAME: VALUE'",
-                                        "Send this header, too; may be given several times");
-    CLI::Option* const data = m_Value(
-        "-d,--data", "DATA", "Send this text, the bytes of a file (@FILE) or of stdin (@-)");
-    CLI::Option* const output = m_Value(
-        "-o,--output", "FILE", "Write to FILE, or to standard output: -, as without this option");
-    CLI::Option* const remoteName =
-        m_Flag("-O,--remote-name", "Write to the current folder, under the names in the sources");
-    CLI::Option* const include =
-        m_Flag("-i,--include", "Write the response headers before the body; always so with HEAD");
-    CLI::Option* const segmented =
-        m_Flag("--segmented", "Write the bytes as they arrive (the default)");
-    CLI::Option* const plain =
-        m_Flag("--plain", "Collect each response in memory and write it when it is complete");
-    CLI::Option* const randomDelay =
-        m_Value("--random-delay", "MIN:MAX",
-                "Wait a random number of seconds before each request; implies --plain");
-    CLI::Option* const fixedDelay =
-        m_Value("--fixed-delay", "MS", "Wait MS milliseconds before each request; implies --plain");
-    CLI::Option* const noFail =
-        m_Flag("--no-fail", "Take an HTTP status of 400 or above for a success and write the body");
-    CLI::Option* const handler =
-        m_Value("--handler", "NAME", "Use this handler for all sources: " + HandlerNames());
-    CLI::Option* const json =
-        m_Flag("--json", "Report each source in a line of JSON on standard output");
-    CLI::Option* const trace =
-        m_Value("--trace", "FILE", "Write to FILE what happens to each source, and when");
-    CLI::Option* const tracePlot =
-        m_Value("--trace-plot", "FILE", "Draw the same into FILE, as an SVG picture");
-    CLI::Option* const quiet = m_Flag("-q,--quiet", "Show no progress and no summary");
-    CLI::Option* const verbose = m_Flag("-v,--verbose", "Show the library's log, and no progress");
+    CLI::Option* const sources = m_Value("SOURCE", "");
+    CLI::Option* const method = m_Value("-X,--method", "METHOD");
+    CLI::Option* const header = m_Value("-H,--header", "'NAME: VALUE'");
+    CLI::Option* const data = m_Value("-d,--data", "DATA");
+    CLI::Option* const output = m_Value("-o,--output", "FILE");
+    CLI::Option* const remoteName = m_Flag("-O,--remote-name");
+    CLI::Option* const include = m_Flag("-i,--include");
+    CLI::Option* const segmented = m_Flag("--segmented");
+    CLI::Option* const plain = m_Flag("--plain");
+    CLI::Option* const randomDelay = m_Value("--random-delay", "MIN:MAX");
+    CLI::Option* const fixedDelay = m_Value("--fixed-delay", "MS");
+    CLI::Option* const noFail = m_Flag("--no-fail");
+    CLI::Option* const handler = m_Value("--handler", "NAME");
+    CLI::Option* const json = m_Flag("--json");
+    CLI::Option* const trace = m_Value("--trace", "FILE");
+    CLI::Option* const tracePlot = m_Value("--trace-plot", "FILE");
+    CLI::Option* const quiet = m_Flag("-q,--quiet");
+    CLI::Option* const verbose = m_Flag("-v,--verbose");
     const VendorOptions vendor{m_App};
 };
 
@@ -392,13 +360,18 @@ Arguments Checked(const Options& options, int argc, const char* const* argv)
 
 }  // namespace
 
+std::vector<std::string> OptionForms()
+{
+    return Options().Forms();
+}
+
 std::variant<Arguments, Information> ParseArguments(int argc, const char* const* argv)
 {
     Options options;
     try {
         options.Parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
-        return options.Help();
+        return HelpText;
     } catch (const CLI::CallForVersion& version) {
         return version.what() + std::string("\n");
     } catch (const CLI::ParseError& error) {

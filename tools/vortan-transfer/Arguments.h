@@ -35,6 +35,9 @@ struct Arguments
 // The text that --help or --version asks for.
 using Information = std::string;
 
+// How --help is to show each option: "-d, --data DATA".
+std::vector<std::string> OptionForms();
+
 // Reads the command line, and the data that it names. Throws UsageError if it is wrong.
 std::variant<Arguments, Information> ParseArguments(int argc, const char* const* argv);
 

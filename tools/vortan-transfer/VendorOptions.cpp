@@ -14,7 +14,6 @@ namespace {
 using Configuration = VORTAN_MW::ITransferHandler::Configuration;
 using HttpVersion = Configuration::HttpVersion;
 
-constexpr const char* Group = "Options of the vendor handler";
 constexpr const char* VendorHandler = "vendor";
 
 HttpVersion ParseHttpVersion(const std::string& text)
@@ -50,18 +49,12 @@ void SetTimeout(Configuration& request, const std::string& text)
 }  // namespace
 
 VendorOptions::VendorOptions(CLI::App& app)
-    : m_Resource(m_Add(app.add_option("--resource")->type_name("PATH"),
-                       "Ask the maker's server for this resource; takes the place of SOURCE")),
-      m_Query(m_Add(app.add_option("--query")->type_name("KEY=VALUE"),
-                    "Add this to the resource's query string; may be given several times")),
-      m_HttpVersion(m_Add(app.add_option("--http-version")->type_name("VERSION"),
-                          "1.0, 1.1 (the default) or 2")),
-      m_SelfSigned(m_Add(AddFlag(app, "--self-signed"),
-                         "Do not verify the server's certificate; for testing")),
-      m_Timeout(m_Add(app.add_option("--timeout")->type_name("A:B"),
-                      "The two values of the wrapper's time-out, in its units")),
-      m_Verbose(m_Add(AddFlag(app, "--verbose-wrapper"),
-                      "Let the wrapper report what it does, passwords included"))
+    : m_Resource(m_Add(app.add_option("--resource")->type_name("PATH"))),
+      m_Query(m_Add(app.add_option("--query")->type_name("KEY=VALUE"))),
+      m_HttpVersion(m_Add(app.add_option("--http-version")->type_name("VERSION"))),
+      m_SelfSigned(m_Add(AddFlag(app, "--self-signed"))),
+      m_Timeout(m_Add(app.add_option("--timeout")->type_name("A:B"))),
+      m_Verbose(m_Add(AddFlag(app, "--verbose-wrapper")))
 {
     m_Query->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     const std::pair<const char*, long Configuration::*> forwarded[] = {
@@ -71,14 +64,13 @@ VendorOptions::VendorOptions(CLI::App& app)
     for (const auto& [number, value] : forwarded) {
         CLI::Option* const option =
             app.add_option(std::string("--option") + number)->type_name("N");
-        m_Forwarded.push_back(
-            {m_Add(option, std::string("Value of the wrapper's option ") + number), value});
+        m_Forwarded.push_back({m_Add(option), value});
     }
 }
 
-CLI::Option* VendorOptions::m_Add(CLI::Option* option, const std::string& description)
+CLI::Option* VendorOptions::m_Add(CLI::Option* option)
 {
-    m_All.push_back(option->description(description)->group(Group));
+    m_All.push_back(option);
     return option;
 }
 

@@ -27,7 +27,7 @@ public:
     void Apply(VORTAN_MW::ITransferHandler::Configuration& request, const Handler* given) const;
 
 private:
-    CLI::Option* m_Add(CLI::Option* option, const std::string& description);
+    CLI::Option* m_Add(CLI::Option* option);
     void m_SetAddress(VORTAN_MW::ITransferHandler::Configuration& request) const;
 
     struct ForwardedValue
