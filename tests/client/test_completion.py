@@ -116,6 +116,12 @@ class Completion:
         self.assert_completed("--data=@somet", "--data=@something")
         self.assert_completed("-d some", "-d", "some")
 
+    def test_goes_on_inside_a_folder_whose_file_is_to_be_sent(self):
+        os.mkdir(self.path("shell/a folder"))
+        self.write("shell/a folder/inside", b"")
+        self.assert_completed("-d @a\tins", "-d", "@a folder/inside")
+        self.assert_completed("--data=@a\tins", "--data=@a folder/inside")
+
 
 class Bash(Completion, ClientTest):
     SETTINGS = ""

@@ -9,9 +9,19 @@ _vortan_transfer_offer() {
 # The bytes of a file are named by an @ before it.
 _vortan_transfer_data() {
     compopt +o default
-    if [[ $1 == @* ]]; then
+    # bash may have put a backslash before the @ that it has inserted.
+    local name=${1#\\} index
+    if [[ $name == @* ]]; then
         compopt -o filenames
-        mapfile -t COMPREPLY < <(compgen -P @ -f -- "${1#@}")
+        mapfile -t COMPREPLY < <(compgen -f -- "${name#@}")
+        # With the @ before it, bash does not recognise a folder.
+        for index in "${!COMPREPLY[@]}"; do
+            if [[ -d ${COMPREPLY[index]} ]]; then
+                COMPREPLY[index]+=/
+                compopt -o nospace
+            fi
+            COMPREPLY[index]=@${COMPREPLY[index]}
+        done
     fi
 }
 
