@@ -106,6 +106,33 @@ TEST(Source, AnUnknownSchemeIsRefusedWithTheKnownOnes)
     EXPECT_NE(refusal.find("http, https, file"), std::string::npos) << refusal;
 }
 
+TEST(Source, AHostWithAPortIsRefusedWithWhatToType)
+{
+    EXPECT_EQ(RefusalOf("localhost:8000/"),
+              "'localhost:8000/': for a web address type http://localhost:8000/, for a file "
+              "./localhost:8000/");
+    for (const char* const text : {"localhost:80", "example.org:8000/a?b", "a:1?b"}) {
+        EXPECT_NE(RefusalOf(text).find(std::string("type http://") + text), std::string::npos);
+    }
+    for (const char* const text : {"localhost:", "localhost:80a/", "a:b/80", "a:/80"}) {
+        EXPECT_NE(RefusalOf(text).find("unknown scheme"), std::string::npos) << text;
+    }
+    EXPECT_EQ(MakeSource("localhost:80/", &HandlerByName("curl")).url, "localhost:80/");
+}
+
+TEST(Source, APathThatLooksLikeAWebAddressHasAnAdvice)
+{
+    for (const char* const path :
+         {"example.org", "example.org/a b", "localhost", "localhost/a", "127.0.0.1:80/", "1:80"}) {
+        EXPECT_EQ(WebAddressAdvice(path), std::string("For a web address type http://") + path);
+    }
+    for (const char* const path : {"a", "./example.org", "/example.org", "../a.b", ".a", "a.",
+                                   "a b.c", "a/b.c", "", "-", ":80"}) {
+        EXPECT_EQ(WebAddressAdvice(path), "") << path;
+    }
+    EXPECT_EQ(WebAddressAdvice("a.b/\033"), "For a web address type http://a.b/\\x1b");
+}
+
 TEST(Source, AnEmptySourceIsRefused)
 {
     EXPECT_EQ(RefusalOf(""), "a source is empty");

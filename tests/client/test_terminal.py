@@ -258,6 +258,31 @@ class CommandLine(ClientTest):
         self.assert_succeeded(version_result)
         self.assertRegex(version_result.output, rb"^vortan-transfer \d+\.\d+\.\d+\n$")
 
+    def test_an_address_without_a_scheme_is_refused_with_what_to_type(self):
+        for text in ("example.org", "example.org/a", "127.0.0.1:%d/" % self.server.port):
+            self.assert_failed(self.run_client(text, "-o", "out"), TRANSFER_FAILED,
+                               "%s: No such file or directory. For a web address type http://%s"
+                               % (text, text))
+        self.assert_failed(self.run_client("-d", "x", "example.org"), WRONG_ARGUMENTS,
+                           "'example.org': a file can only be fetched. For a web address type "
+                           "http://example.org (--help tells more)")
+        self.assert_failed(self.run_client("localhost:8000/", "-o", "out"), WRONG_ARGUMENTS,
+                           "'localhost:8000/': for a web address type http://localhost:8000/, for "
+                           "a file ./localhost:8000/ (--help tells more)")
+        self.assert_files()
+
+    def test_a_file_that_looks_like_an_address_is_read(self):
+        self.write("example.org", BODY)
+        self.assertEqual(self.run_client("example.org").output, BODY)
+
+    def test_an_option_for_redirects_is_refused_with_what_to_type(self):
+        url = self.serve("/a")
+        for option in ("-L", "--location", "-iL"):
+            self.assert_failed(self.run_client(option, url), WRONG_ARGUMENTS,
+                               "-L: redirects are always followed, leave it out "
+                               "(--help tells more)")
+        self.assertTrue(self.server.requests.empty())
+
     def test_wrong_arguments_are_one_line_and_touch_nothing(self):
         self.write("out", b"before")
         url = self.serve("/a")

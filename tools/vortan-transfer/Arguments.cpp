@@ -52,11 +52,12 @@ public:
 
     void Parse(int argc, const char* const* argv) { m_App.parse(argc, argv); }
 
+    // Of those that are not hidden.
     std::vector<std::string> Forms() const
     {
         std::vector<std::string> forms;
         for (const CLI::Option* const option : m_App.get_options()) {
-            if (!option->get_positional()) {
+            if (!option->get_positional() && !option->get_group().empty()) {
                 forms.push_back(FormOf(*option));
             }
         }
@@ -92,6 +93,8 @@ public:
     CLI::Option* const tracePlot = m_Value("--trace-plot", "FILE");
     CLI::Option* const quiet = m_Flag("-q,--quiet");
     CLI::Option* const verbose = m_Flag("-v,--verbose");
+    // Hidden, and refused with a hint for those who are used to it from curl.
+    CLI::Option* const location = m_Flag("-L,--location")->group("");
     const VendorOptions vendor{m_App};
 };
 
@@ -282,7 +285,9 @@ void RefuseMethodsForFiles(const std::vector<Job>& jobs, HttpMethod method)
 {
     for (const Job& job : jobs) {
         if (!job.source.handler->speaksHttp && method != HttpMethod::EhttpGet) {
-            throw UsageError(Quoted(job.source.text) + ": a file can only be fetched");
+            const std::string advice = WebAddressAdvice(job.source.text);
+            throw UsageError(Quoted(job.source.text) + ": a file can only be fetched" +
+                             (advice.empty() ? "" : ". " + advice));
         }
     }
 }
@@ -342,6 +347,9 @@ void SetTargets(Arguments& arguments, const Options& options)
 
 Arguments Checked(const Options& options, int argc, const char* const* argv)
 {
+    if (IsSet(options.location)) {
+        throw UsageError("-L: redirects are always followed, leave it out");
+    }
     RefuseTogether(options.segmented, options.plain);
     Arguments arguments;
     options.vendor.Apply(arguments.request, NamedHandler(options));

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string_view>
 #include <system_error>
 
@@ -69,7 +70,9 @@ Failure FailureOfReading(const std::string& path)
         }
         return {TransferFailed, "Cannot be read as a whole"};
     } catch (const std::system_error& error) {
-        return {TransferFailed, ErrorText(error.code().value())};
+        const int number = error.code().value();
+        const std::string advice = number == ENOENT ? WebAddressAdvice(path) : "";
+        return {TransferFailed, ErrorText(number) + (advice.empty() ? "" : ". " + advice)};
     }
 }
 

@@ -1,5 +1,6 @@
 #include "Source.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "Password.h"
@@ -23,6 +24,30 @@ std::string SchemeOf(std::string_view text)
         return "";
     }
     return LowerCase(text.substr(0, end));
+}
+
+bool IsNumber(std::string_view text)
+{
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// Whether the text begins with "host:port", and not with a scheme.
+bool StartsWithPort(std::string_view text)
+{
+    const std::string_view authority = text.substr(0, text.find_first_of("/?#"));
+    const std::size_t colon = authority.find(':');
+    return colon != std::string_view::npos && IsNumber(authority.substr(colon + 1));
+}
+
+// Whether the text, which has no scheme, begins like "example.org", "localhost" or "host:port".
+bool StartsWithHost(std::string_view text)
+{
+    const std::string_view authority = text.substr(0, text.find_first_of("/?#"));
+    const std::string_view host = authority.substr(0, authority.find(':'));
+    const std::size_t dot = host.find('.');
+    const bool isDotted = dot != std::string_view::npos && dot > 0 && host.back() != '.';
+    return !host.empty() && host.find_first_not_of(SchemeCharacters) == std::string_view::npos &&
+           (isDotted || host == "localhost" || StartsWithPort(text));
 }
 
 // Takes "//host" off the front and returns the host.
@@ -94,10 +119,19 @@ Source MakeSource(const std::string& text, const Handler* given)
         throw UsageError("a source is empty");
     }
     const std::string scheme = SchemeOf(text);
+    if (!given && !scheme.empty() && StartsWithPort(text)) {
+        throw UsageError(Quoted(text) + ": for a web address type http://" + Printable(text) +
+                         ", for a file ./" + Printable(text));
+    }
     const Handler& handler = given ? *given : HandlerByScheme(scheme);
     const bool isFileUrl = !handler.speaksHttp && scheme == "file";
     return {handler.speaksHttp ? WithoutPassword(text) : text, &handler,
             isFileUrl ? PathOfFileUrl(text) : text};
+}
+
+std::string WebAddressAdvice(const std::string& path)
+{
+    return StartsWithHost(path) ? "For a web address type http://" + Printable(path) : "";
 }
 
 std::string FileNameFor(const Source& source)

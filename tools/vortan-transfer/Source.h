@@ -20,6 +20,10 @@ struct Source
 // the one that its scheme chooses. Throws UsageError if it makes no sense.
 Source MakeSource(const std::string& text, const Handler* given);
 
+// What to type instead of a path that looks like a web address without its scheme: "For a web
+// address type http://example.org". Empty if it does not look like one.
+std::string WebAddressAdvice(const std::string& path);
+
 // The name of a file in the current folder for what the source yields: the last segment of its
 // path. Throws UsageError if that is no name of a file, or one that leaves the folder.
 std::string FileNameFor(const Source& source);
