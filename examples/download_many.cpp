@@ -1,5 +1,5 @@
-// download_many URL...: downloads any number of URLs, four at a time, and prints a line for each.
-// Exits with 0 if all arrived.
+// download_many URL...: downloads any number of URLs, four at a time, and prints a line for each,
+// on standard error if it did not arrive. Exits with 0 if all arrived.
 
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
@@ -8,7 +8,6 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <string>
 
 using namespace VORTAN_MW;
@@ -56,22 +55,30 @@ struct PlaceOfThread
 thread_local PlaceOfThread placeOfThread;
 //! [places]
 
+// The log says more.
+std::string WhyItFailed(const ITransferHandler::Result& result)
+{
+    const long status = result.httpCode ? *result.httpCode : 0;
+    return status == 0    ? "no answer from the server"
+           : status < 400 ? "it broke off, HTTP status " + std::to_string(status)
+                          : "HTTP status " + std::to_string(status);
+}
+
 // Counts what failed; callbacks of several workers use it at the same time.
 class Report
 {
 public:
-    void Add(const std::string& url, bool succeeded, std::size_t size)
+    void AddSuccess(const std::string& url, std::size_t size)
     {
-        std::ostringstream line;
-        line << url << ": ";
-        if (succeeded) {
-            line << size << " bytes\n";
-        } else {
-            line << "failed\n";
-        }
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        std::cout << line.str();
-        m_AllSucceeded = m_AllSucceeded && succeeded;
+        std::cout << url << ": " << size << " bytes\n";
+    }
+
+    void AddFailure(const std::string& url, const std::string& why)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        std::cerr << url << ": " << why << '\n';
+        m_AllSucceeded = false;
     }
 
     bool AllSucceeded() const { return m_AllSucceeded; }
@@ -94,7 +101,11 @@ std::unique_ptr<ITransferAgentManager::TransferConfiguration> RequestFor(
         *size += chunk ? chunk->size() : 0;
     };
     request->completeCallback = [=, &report](const ITransferHandler::Result& result, void*) {
-        report.Add(url, result.success, *size);
+        if (result.success) {
+            report.AddSuccess(url, *size);
+        } else {
+            report.AddFailure(url, WhyItFailed(result));
+        }
         placeOfThread.places = places;
     };
     return request;
@@ -116,11 +127,15 @@ int main(int argc, char** argv)
         places->Take();
         if (agent->RequestTransfer(RequestFor(argv[i], places, report)) ==
             ITransferAgentManager::InvalidHandle) {
-            report.Add(argv[i], false, 0);
+            report.AddFailure(argv[i], "the request was refused, the log says why");
             places->GiveBack();
         }
     }
     agent.reset();  // waits for the last ones
     //! [queue]
-    return report.AllSucceeded() && std::cout.flush() ? 0 : 1;
+    if (!std::cout.flush()) {
+        std::cerr << "cannot write to standard output\n";
+        return 1;
+    }
+    return report.AllSucceeded() ? 0 : 1;
 }

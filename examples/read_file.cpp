@@ -1,13 +1,28 @@
 // read_file PATH: a local file, through the same agent and callbacks as a download. Exits with 0 if
-// it was read whole.
+// it was read whole, and otherwise prints why not.
 
 #include <AsyncTransferAgentManager.h>
 #include <FileReaderFactory.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <future>
 #include <iostream>
+#include <string>
+#include <system_error>
 
 using namespace VORTAN_MW;
+
+namespace {
+
+// The agent tells only that it failed.
+std::string WhyItFailed(const char* path)
+{
+    return access(path, R_OK) == 0 ? "it cannot be read to its end, or is no regular file"
+                                   : std::generic_category().message(errno);
+}
+
+}  // namespace
 
 int main(int argc, char** argv)
 {
@@ -32,11 +47,19 @@ int main(int argc, char** argv)
     request->completeCallback = [&](ITransferHandler::Result result, void*) {
         succeeded.set_value(result.success);  // there is no HTTP status to look at
     };
-    if (agent->RequestTransfer(std::move(request)) == ITransferAgentManager::InvalidHandle ||
-        !succeeded.get_future().get()) {
-        return 1;  // the log says why
+    if (agent->RequestTransfer(std::move(request)) == ITransferAgentManager::InvalidHandle) {
+        std::cerr << "the request was refused, the log says why\n";
+        return 1;
+    }
+    if (!succeeded.get_future().get()) {
+        std::cerr << "cannot read " << argv[1] << ": " << WhyItFailed(argv[1]) << '\n';
+        return 1;
     }
     std::cout.write(reinterpret_cast<const char*>(contents.data()),
                     static_cast<std::streamsize>(contents.size()));
-    return std::cout.flush() ? 0 : 1;
+    if (!std::cout.flush()) {
+        std::cerr << "cannot write to standard output\n";
+        return 1;
+    }
+    return 0;
 }

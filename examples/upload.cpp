@@ -1,14 +1,16 @@
 // upload FILE URL: puts a file, and prints the HTTP status and the server's answer. Exits with 0 if
-// the server took it.
+// the server took it, and otherwise prints why not.
 
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
 
+#include <cerrno>
 #include <fstream>
 #include <future>
 #include <iostream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 using namespace VORTAN_MW;
 
@@ -54,7 +56,8 @@ int main(int argc, char** argv)
     std::ifstream file(argv[1], std::ios::binary);
     std::string data(std::istreambuf_iterator<char>(file), {});
     if (!file) {
-        std::cerr << "cannot read " << argv[1] << '\n';
+        std::cerr << "cannot read " << argv[1] << ": " << std::generic_category().message(errno)
+                  << '\n';
         return 1;
     }
     std::string answer;
@@ -63,6 +66,17 @@ int main(int argc, char** argv)
     const long status = result.httpCode ? *result.httpCode : 0;
     const bool taken = result.success && status >= 200 && status < 300;
     //! [result]
+    if (!taken) {
+        std::cerr << "the upload failed: "
+                  << (status > 0        ? "HTTP status " + std::to_string(status)
+                      : result.httpCode ? "no answer from the server"
+                                        : "the request was refused, the log says why")
+                  << '\n';
+    }
     std::cout << status << '\n' << answer;
-    return taken && std::cout.flush() ? 0 : 1;
+    if (!std::cout.flush()) {
+        std::cerr << "cannot write to standard output\n";
+        return 1;
+    }
+    return taken ? 0 : 1;
 }

@@ -3,6 +3,7 @@
 import os
 import pathlib
 import resource
+import socket
 
 from client_support import *
 
@@ -22,9 +23,30 @@ class ExampleTest(ClientTest):
         self.assertEqual(result.status, SUCCEEDED)
         self.assertTrue(result.output == output, "%d bytes printed" % len(result.output))
 
-    def assert_fails(self, *arguments):
+    def assert_fails(self, why, *arguments):
+        """Prints only why, and that on standard error."""
         result = self.run_client(*arguments)
-        self.assertEqual((result.status, result.output), (TRANSFER_FAILED, b""))
+        self.assertEqual((result.status, result.output, result.errors),
+                         (TRANSFER_FAILED, b"", why + "\n"))
+
+    def assert_tells_that_nothing_can_be_written(self, *arguments):
+        with open("/dev/full", "wb") as full:
+            result = self.run_client(*arguments, stdout=full)
+        self.assertEqual((result.status, result.errors),
+                         (TRANSFER_FAILED, "cannot write to standard output\n"))
+
+    def serve_cut(self, path):
+        """A response that ends before its body does."""
+        self.server.answers[path] = Gate(BODY[:-1], 0, [("Content-Length", len(BODY))])
+        self.server.answers[path].open()
+        return self.server.url(path)
+
+    @staticmethod
+    def unserved():
+        """A URL of a server that is not there."""
+        with socket.socket() as bound:
+            bound.bind(("127.0.0.1", 0))
+            return "http://127.0.0.1:%d/" % bound.getsockname()[1]
 
     def serve_endlessly(self, path):
         def answer(request):
@@ -51,25 +73,49 @@ class ExampleTest(ClientTest):
 
 
 class Download(ExampleTest):
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.serve("/a"))
+
     def test_what_the_server_has_is_printed(self):
         self.assert_prints(BODY, self.serve("/a"))
 
     def test_a_missing_page_is_a_failure(self):
-        self.assert_fails(self.server.url("/missing"))
+        self.assert_fails("the download failed: HTTP status 404", self.server.url("/missing"))
+
+    def test_a_download_that_breaks_off_is_a_failure(self):
+        self.assert_fails("the download failed: it broke off, HTTP status 200",
+                          self.serve_cut("/a"))
+
+    def test_a_missing_server_is_a_failure(self):
+        self.assert_fails("the download failed: no answer from the server", self.unserved())
 
     def test_a_refused_request_is_a_failure(self):
-        self.assert_fails("")
+        self.assert_fails("the request was refused, the log says why", "")
 
 
 class ReadFile(ExampleTest):
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.write("file", BODY))
+
     def test_the_file_is_printed(self):
         self.assert_prints(BODY, self.write("file", BODY))
 
     def test_a_missing_file_is_a_failure(self):
-        self.assert_fails(self.path("missing"))
+        path = self.path("missing")
+        self.assert_fails("cannot read %s: No such file or directory" % path, path)
+
+    def test_a_folder_is_a_failure(self):
+        self.assert_fails("cannot read %s: it cannot be read to its end, or is no regular file"
+                          % self.folder, self.folder)
+
+    def test_a_refused_request_is_a_failure(self):
+        self.assert_fails("the request was refused, the log says why", "")
 
 
 class Upload(ExampleTest):
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.write("file", BODY), self.serve("/a"))
+
     def test_the_file_arrives_and_the_answer_is_printed(self):
         url = self.serve("/a", b"thanks")
         self.assert_prints(b"200\nthanks", self.write("file", BODY), url)
@@ -81,14 +127,26 @@ class Upload(ExampleTest):
     def test_a_refusal_is_a_failure_and_told(self):
         url = self.serve("/a", b"not you", status=403)
         result = self.run_client(self.write("file", BODY), url)
-        self.assertEqual((result.status, result.output), (TRANSFER_FAILED, b"403\nnot you"))
+        self.assertEqual((result.status, result.output, result.errors),
+                         (TRANSFER_FAILED, b"403\nnot you",
+                          "the upload failed: HTTP status 403\n"))
+
+    def test_a_missing_server_is_a_failure(self):
+        result = self.run_client(self.write("file", BODY), self.unserved())
+        self.assertEqual((result.status, result.output, result.errors),
+                         (TRANSFER_FAILED, b"0\n", "the upload failed: no answer from the server\n"))
 
     def test_a_file_that_cannot_be_read_is_not_sent(self):
-        self.assert_fails(self.path("missing"), self.serve("/a"))
+        path = self.path("missing")
+        self.assert_fails("cannot read %s: No such file or directory" % path, path,
+                          self.serve("/a"))
         self.assertTrue(self.server.requests.empty())
 
 
 class PacedDownload(ExampleTest):
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.serve("/a"), "0", "0", "4000000")
+
     def test_what_still_waits_at_shutdown_is_sent_at_once(self):
         self.assert_prints(BODY, self.serve("/a"), "4000000", "4000000", "0")
 
@@ -101,14 +159,20 @@ class PacedDownload(ExampleTest):
         self.assert_prints(BODY, self.serve("/a"), "0", "0", "4000000")
 
     def test_a_missing_page_is_a_failure(self):
-        self.assert_fails(self.server.url("/missing"), "0", "0", "4000000")
+        self.assert_fails("the download failed: HTTP status 404",
+                          self.server.url("/missing"), "0", "0", "4000000")
+
+    def test_a_refused_request_is_a_failure(self):
+        self.assert_fails("the request was refused, the log says why", "", "0", "0", "4000000")
 
 
 class DownloadToFile(ExampleTest):
-    def assert_no_file_comes_of(self, *arguments, status=TRANSFER_FAILED, **options):
+    def assert_no_file_comes_of(self, why, *arguments, **options):
         self.write("copy", b"older")
         result = self.run_client(*arguments, "copy", **options)
-        self.assertEqual(result.status, status)
+        self.assertEqual(result.status, TRANSFER_FAILED)
+        self.assertTrue(result.errors.endswith(" bytes\nthe download failed: %s\n" % why),
+                        result.errors)
         self.assertEqual(self.read("copy"), b"older")
         self.assert_files("copy")
 
@@ -131,16 +195,17 @@ class DownloadToFile(ExampleTest):
         self.assert_files("copy")
 
     def test_a_download_that_breaks_off_leaves_no_file(self):
-        self.server.answers["/a"] = Gate(BODY[:-1], 0, [("Content-Length", len(BODY))])
-        self.server.answers["/a"].open()
-        self.assert_no_file_comes_of(self.server.url("/a"))
+        self.assert_no_file_comes_of("it broke off, HTTP status 200", self.serve_cut("/a"))
 
     def test_a_response_that_ends_inside_its_header_leaves_no_file(self):
         self.server.answers["/a"] = lambda request: request.send(b"HTTP/1.1 200 OK\r\nX-One: 1\r\n")
-        self.assert_no_file_comes_of(self.server.url("/a"))
+        self.assert_no_file_comes_of("the response ended inside its header", self.server.url("/a"))
 
     def test_a_missing_page_leaves_no_file(self):
-        self.assert_no_file_comes_of(self.server.url("/missing"))
+        self.assert_no_file_comes_of("HTTP status 404", self.server.url("/missing"))
+
+    def test_a_refused_request_leaves_no_file(self):
+        self.assert_no_file_comes_of("the request was refused, the log says why", "")
 
     def test_a_redirect_counts_by_its_last_response(self):
         def answer(request):
@@ -148,7 +213,7 @@ class DownloadToFile(ExampleTest):
 
         self.server.answers["/a"] = answer
         self.server.answers["/b"] = lambda request: request.send(b"HTTP/1.1 200 OK\r\nX-One: 1\r\n")
-        self.assert_no_file_comes_of(self.server.url("/a"))
+        self.assert_no_file_comes_of("the response ended inside its header", self.server.url("/a"))
         self.serve("/b")
         self.assertEqual(self.run_client(self.server.url("/a"), "copy").status, SUCCEEDED)
         self.assertTrue(self.read("copy") == BODY)
@@ -157,7 +222,9 @@ class DownloadToFile(ExampleTest):
         running = self.start(self.serve_endlessly("/a"), "copy")
         self.server.requests.get(timeout=TIMEOUT)
         running.interrupt()
-        self.assertEqual(running.finish().status, INTERRUPTED)
+        result = running.finish()
+        self.assertEqual(result.status, INTERRUPTED)
+        self.assertTrue(result.errors.endswith(" bytes\nthe download failed: it was cancelled\n"))
         self.assert_files()
 
     def test_a_full_disk_ends_the_download(self):
@@ -165,15 +232,20 @@ class DownloadToFile(ExampleTest):
             signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
             resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
 
-        self.assert_no_file_comes_of(self.serve_endlessly("/a"), preexec_fn=limit_files)
+        self.assert_no_file_comes_of("cannot write copy.part: File too large",
+                                     self.serve_endlessly("/a"), preexec_fn=limit_files)
 
     def test_a_file_that_cannot_be_made_is_told(self):
         result = self.run_client(self.serve("/a"), "missing/copy")
         self.assertEqual((result.status, result.errors),
-                         (TRANSFER_FAILED, "cannot write missing/copy.part\n"))
+                         (TRANSFER_FAILED,
+                          "cannot write missing/copy.part: No such file or directory\n"))
 
 
 class DownloadMany(ExampleTest):
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.serve("/a"))
+
     def test_each_url_has_its_line(self):
         found = [self.serve("/%d" % length, BODY[:length]) for length in range(60)]
         result = self.run_client(*found)
@@ -185,9 +257,11 @@ class DownloadMany(ExampleTest):
         urls = [self.serve("/a"), self.server.url("/missing"), "", self.serve("/b")]
         result = self.run_client(*urls)
         self.assertEqual(result.status, TRANSFER_FAILED)
-        lines = ["%s: 1234567 bytes", "%s: failed", "%s: failed", "%s: 1234567 bytes"]
         self.assertEqual(sorted(result.output.decode().splitlines()),
-                         sorted(line % url for line, url in zip(lines, urls)))
+                         sorted("%s: 1234567 bytes" % url for url in (urls[0], urls[3])))
+        self.assertEqual(sorted(result.errors.splitlines()),
+                         sorted([urls[1] + ": HTTP status 404",
+                                 ": the request was refused, the log says why"]))
 
     def test_four_run_at_a_time(self):
         meeting = threading.Barrier(4)
@@ -201,6 +275,9 @@ class DownloadMany(ExampleTest):
 
 
 class ResilientDownload(ExampleTest):
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.serve("/a"))
+
     def test_what_the_server_has_is_printed(self):
         self.assert_prints(BODY, self.serve("/a"))
 
@@ -218,7 +295,10 @@ class ResilientDownload(ExampleTest):
         self.assert_prints(BODY, self.server.url("/a"))
 
     def test_a_missing_page_is_a_failure(self):
-        self.assert_fails(self.server.url("/missing"))
+        self.assert_fails("the download failed: HTTP status 404", self.server.url("/missing"))
+
+    def test_a_refused_request_is_a_failure(self):
+        self.assert_fails("the request was refused, the log says why", "")
 
     def test_ctrl_c_ends_it_though_the_server_is_silent(self):
         gate, url = self.serve_gate("/a", BODY, 1)
