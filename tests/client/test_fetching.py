@@ -156,6 +156,41 @@ class Http(ClientTest):
                 b"HTTP/1.1 200 Reason\r\nConnection: close\r\nContent-Length: 8\r\n\r\n"
                 b"contents")
 
+    def redirect(self, path, location, status=302):
+        return self.serve(path, b"gone", status=status, headers=[("Location", location)])
+
+    def assert_redirect_fails(self, url, target, cause):
+        for mode in ("--segmented", "--plain"):
+            self.assert_failed(self.run_client(mode, url, "-o", "out"), TRANSFER_FAILED,
+                               "%s: redirected to %s: %s" % (url, target, cause))
+        self.assert_files()
+
+    def test_a_failure_after_redirects_names_the_last_target(self):
+        with socket.socket() as bound:
+            bound.bind(("127.0.0.1", 0))
+            closed = "http://127.0.0.1:%d/b" % bound.getsockname()[1]
+            self.assert_redirect_fails(self.redirect("/a", closed), closed,
+                                       "Couldn't connect to server (HTTP status 302)")
+            self.assert_redirect_fails(self.redirect("/first", "/a", 301), closed,
+                                       "Couldn't connect to server (HTTP status 302)")
+
+    def test_a_relative_target_is_named_as_a_whole(self):
+        url = self.redirect("/x/a", "../b?c")
+        self.assert_redirect_fails(url, self.server.url("/b?c"), "HTTP status 404")
+
+    def test_a_target_is_named_without_its_password(self):
+        target = self.server.url("/b").replace("http://", "http://user:%s@")
+        self.assert_redirect_fails(self.redirect("/a", target % "secret"), target % "***",
+                                   "HTTP status 404")
+
+    def test_a_target_of_another_kind_is_named(self):
+        self.assert_redirect_fails(self.redirect("/a", "gopher://localhost/b"),
+                                   "gopher://localhost/b", "Unsupported protocol (HTTP status 302)")
+
+    def test_a_location_without_a_redirect_is_not_named(self):
+        url = self.serve("/a", b"sorry", status=404, headers=[("Location", "/b")])
+        self.assert_failed(self.run_client(url), TRANSFER_FAILED, url + ": HTTP status 404")
+
     def test_trailers_are_not_mistaken_for_the_body(self):
         def answer(request):
             request.send_header(200, [("Transfer-Encoding", "chunked")])

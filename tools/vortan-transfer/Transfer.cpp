@@ -35,6 +35,7 @@ Transfer::Transfer(std::size_t job, const Source& source, Output output, Deliver
       m_Manager(manager),
       m_Mailbox(std::move(mailbox)),
       m_Trace(trace),
+      m_Redirects(source.url),
       m_Output(std::move(output))
 {}
 
@@ -68,13 +69,17 @@ std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> Transfer::s_MakeFactory(
     const std::shared_ptr<Transfer>& transfer,
     const VORTAN_MW::ITransferHandler::Configuration& request)
 {
-    auto factory = transfer->m_Source.handler->makeFactory();
-    if (transfer->m_Trace.IsOn() && (request.randomDelay || request.fixedDelay)) {
-        factory = std::make_unique<WatchedFactory>(std::move(factory), [transfer] {
+    const bool hasDelay = request.randomDelay || request.fixedDelay;
+    const auto onBegin = [transfer, hasDelay] {
+        if (hasDelay) {
             transfer->m_Trace.Record(transfer->m_Job, TraceEvent::Kind::Slept);
-        });
-    }
-    return factory;
+        }
+    };
+    const auto onHeader = [transfer](const Bytes& lines) {
+        transfer->m_Redirects.Add({reinterpret_cast<const char*>(lines.data()), lines.size()});
+    };
+    return std::make_unique<WatchedFactory>(transfer->m_Source.handler->makeFactory(),
+                                            WatchedFactory::Watch{onBegin, onHeader});
 }
 
 void Transfer::Cancel()
@@ -106,7 +111,11 @@ void Transfer::m_OnHeader(const Bytes* bytes)
     if (!std::exchange(m_HeaderBegan, true)) {
         m_Trace.Record(m_Job, TraceEvent::Kind::FirstHeader);
     }
-    m_Header.Add({reinterpret_cast<const char*>(bytes->data()), bytes->size()});
+    const std::string_view lines(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+    m_Header.Add(lines);
+    if (m_Delivery.segmented) {
+        m_Redirects.Add(lines);
+    }
     if (m_Delivery.writeHeader) {
         m_Write(*bytes);
     }
@@ -181,7 +190,8 @@ void Transfer::m_Write(const Bytes& bytes)
 void Transfer::m_End(ExitStatus status, const std::string& cause, std::optional<long> httpStatus)
 {
     m_Output.reset();
-    Outcome outcome = OutcomeNow(status, cause);
+    Outcome outcome =
+        OutcomeNow(status, status == TransferFailed ? m_Redirects.Preface() + cause : cause);
     outcome.httpStatus = httpStatus;
     m_Trace.Record(m_Job, TraceEvent::Kind::Complete, outcome.received, ResultName(outcome));
     m_Mailbox->Post({Event::Kind::TransferEnded, m_Job, outcome});

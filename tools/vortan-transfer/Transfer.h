@@ -12,6 +12,7 @@
 #include "Arguments.h"
 #include "Mailbox.h"
 #include "Output.h"
+#include "Redirects.h"
 #include "ResponseHeader.h"
 #include "Trace.h"
 
@@ -78,6 +79,9 @@ private:
     // A callback may run before the request has returned the handle.
     std::promise<std::uint64_t> m_HandlePromise;
     const std::shared_future<std::uint64_t> m_Handle = m_HandlePromise.get_future().share();
+
+    // The worker's alone.
+    Redirects m_Redirects;
 
     // The worker's alone. The output is closed when the outcome is known.
     std::optional<Output> m_Output;

@@ -9,31 +9,35 @@ namespace {
 class WatchedHandler : public VORTAN_MW::ITransferHandler
 {
 public:
-    WatchedHandler(std::unique_ptr<ITransferHandler> handler, std::function<void()> onBegin)
-        : m_Handler(std::move(handler)), m_OnBegin(std::move(onBegin))
+    WatchedHandler(std::unique_ptr<ITransferHandler> handler, WatchedFactory::Watch watch)
+        : m_Handler(std::move(handler)), m_Watch(std::move(watch))
     {}
 
     Result DoTransfer(const TransferDetail& detail) const override
     {
-        m_OnBegin();
-        return m_Handler->DoTransfer(detail);
+        m_Watch.onBegin();
+        Result result = m_Handler->DoTransfer(detail);
+        if (detail.headerBuffer) {
+            m_Watch.onHeader(*detail.headerBuffer);
+        }
+        return result;
     }
 
 private:
     const std::unique_ptr<ITransferHandler> m_Handler;
-    const std::function<void()> m_OnBegin;
+    const WatchedFactory::Watch m_Watch;
 };
 
 }  // namespace
 
 WatchedFactory::WatchedFactory(std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory,
-                               std::function<void()> onBegin)
-    : m_Factory(std::move(factory)), m_OnBegin(std::move(onBegin))
+                               Watch watch)
+    : m_Factory(std::move(factory)), m_Watch(std::move(watch))
 {}
 
 std::unique_ptr<VORTAN_MW::ITransferHandler> WatchedFactory::Create()
 {
-    return std::make_unique<WatchedHandler>(m_Factory->Create(), m_OnBegin);
+    return std::make_unique<WatchedHandler>(m_Factory->Create(), m_Watch);
 }
 
 }  // namespace VORTAN_TRANSFER
