@@ -3,33 +3,37 @@
 #include <curl/curl.h>
 #include <dlfcn.h>
 
+#include <filesystem>
+
 namespace {
 
-std::string& TrustedFile()
+std::string& TrustedPath()
 {
-    static std::string file;
-    return file;
+    static std::string path;
+    return path;
 }
 
 }  // namespace
 
-TrustedAuthority::TrustedAuthority(const std::string& file)
+TrustedAuthority::TrustedAuthority(const std::string& path)
 {
-    TrustedFile() = file;
+    TrustedPath() = path;
 }
 
 TrustedAuthority::~TrustedAuthority()
 {
-    TrustedFile().clear();
+    TrustedPath().clear();
 }
 
 extern "C" CURLcode curl_easy_perform(CURL* handle)
 {
     using Perform = CURLcode (*)(CURL*);
     static const auto next = reinterpret_cast<Perform>(dlsym(RTLD_NEXT, "curl_easy_perform"));
-    if (!TrustedFile().empty()) {
-        curl_easy_setopt(handle, CURLOPT_CAINFO, TrustedFile().c_str());
-        curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
+    if (!TrustedPath().empty()) {
+        const char* const path = TrustedPath().c_str();
+        const bool isFolder = std::filesystem::is_directory(TrustedPath());
+        curl_easy_setopt(handle, CURLOPT_CAINFO, isFolder ? nullptr : path);
+        curl_easy_setopt(handle, CURLOPT_CAPATH, isFolder ? path : nullptr);
     }
     return next(handle);
 }

@@ -22,10 +22,18 @@
     /redirect/CODE/N    N redirects with that status, then /echo
     /redirect-mirror/CODE
                         a redirect with that status to /mirror
+    /redirect-to/CODE/URL
+                        a redirect with that status to URL, whose special characters are encoded
+                        (%2F and the like)
+    /early-redirect/CODE/URL
+                        the same, before the request's body is read
     /redirect-forever   a redirect to itself
     /redirect-until/KEY a redirect to itself, to /echo when /release/KEY was asked for
     /big-header/N       a header line with a value of N bytes
     /headers/N          N header lines of 1000 bytes
+    /interim/N          N responses with the status 103, then /echo
+    /trailers/N         an empty body in chunks with N trailers of 30 bytes
+    /trailers-forever   the same without end
     /echo               the head of the request, as it came, is the body
     /mirror             the body of the request is the body
     /silent-mirror      the same, but "Expect: 100-continue" is not answered
@@ -46,6 +54,7 @@ import struct
 import sys
 import threading
 import time
+import urllib.parse
 import zlib
 
 # Only reached when a connection was leaked.
@@ -121,7 +130,8 @@ class Connection:
             self.peer.close()
 
     def answer(self, parts):
-        self.read_body(answer_expect=parts[0] != 'silent-mirror')
+        if parts[0] != 'early-redirect':
+            self.read_body(answer_expect=parts[0] != 'silent-mirror')
         behaviour = getattr(self, 'do_' + parts[0].replace('-', '_'), None)
         if behaviour:
             behaviour(*parts[1:])
@@ -310,6 +320,14 @@ class Connection:
     def do_redirect_mirror(self, code):
         self.send(b'moved', status=int(code), headers=[('Location', '/mirror')])
 
+    def do_redirect_to(self, code, url):
+        location = ('Location', urllib.parse.unquote(url))
+        self.send(b'moved', status=int(code), headers=[location])
+
+    def do_early_redirect(self, code, url):
+        self.do_redirect_to(code, url)
+        raise Closed
+
     def do_redirect_forever(self):
         self.send(b'moved', status=302, headers=[('Location', '/redirect-forever')])
 
@@ -323,6 +341,26 @@ class Connection:
 
     def do_headers(self, count):
         self.send(b'', headers=[('X-Many', 'x' * 990)] * int(count))
+
+    def do_interim(self, count):
+        self.peer.sendall(b'HTTP/1.1 103 Early\r\n\r\n' * int(count))
+        self.do_echo()
+
+    def do_trailers(self, count):
+        self.head(200, [('Transfer-Encoding', 'chunked')])
+        self.write(b'0\r\n')
+        self.send_trailers(range(int(count)))
+        self.write(b'\r\n')
+
+    def do_trailers_forever(self):
+        self.head(200, [('Transfer-Encoding', 'chunked')])
+        self.write(b'0\r\n')
+        self.send_trailers(itertools.count())
+
+    def send_trailers(self, numbers):
+        lines = (b'X-Trailer-%08d: %08d\r\n' % (number, number) for number in numbers)
+        while piece := b''.join(itertools.islice(lines, 1000)):
+            self.write(piece)
 
     def do_echo(self):
         self.send(self.request.head)

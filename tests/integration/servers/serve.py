@@ -1,17 +1,19 @@
 #!/usr/bin/python3
 """Runs one of the servers that the tests talk to, on free ports of the loopback interface.
 
-    serve.py odd|httpbin|nginx FOLDER
+    serve.py odd|httpbin|nginx|ftp FOLDER
 
 The port is bound here and handed over, so that nobody can take it meanwhile. Says "listening on
 port N", and for nginx "listening on port N with TLS", on standard output. Runs until SIGTERM, or
 until the program that started it ends. Files go to FOLDER; nginx serves FOLDER/files, and
-FOLDER/ca.pem is the authority that signed its certificate. Exits with 77 if a program that it needs
-is not installed.
+FOLDER/ca.pem is the authority that signed its certificate, which FOLDER/authorities holds beside
+another one, hashed; the FTP server serves FOLDER/files to everyone. Exits with 77 if a program that
+it needs is not installed.
 """
 
 import ctypes
 import importlib.util
+import logging
 import os
 import shutil
 import signal
@@ -67,8 +69,13 @@ def make_certificates():
     authority = ['-subj', '/CN=test authority', '-keyout', 'ca.key', '-out', 'ca.pem']
     server = ['-subj', '/CN=test server', '-addext', 'subjectAltName=IP:127.0.0.1',
               '-CA', 'ca.pem', '-CAkey', 'ca.key', '-keyout', 'server.key', '-out', 'server.pem']
-    for arguments in (authority, server):
+    os.mkdir('authorities')
+    other = ['-subj', '/CN=other authority', '-keyout', 'other.key', '-out',
+             'authorities/other.pem']
+    for arguments in (authority, server, other):
         subprocess.run(make + arguments, check=True, stderr=subprocess.DEVNULL)
+    shutil.copy('ca.pem', 'authorities')
+    subprocess.run(['openssl', 'rehash', 'authorities'], check=True)
 
 
 def serve_odd(_):
@@ -108,11 +115,26 @@ def serve_nginx(folder):
     os.execv(nginx, [nginx, '-p', folder, '-e', 'error.log', '-c', 'nginx.conf'])
 
 
+def serve_ftp(_):
+    require(importlib.util.find_spec('pyftpdlib'), 'python3-pyftpdlib')
+    from pyftpdlib import authorizers, handlers, servers
+    os.mkdir('files')
+    authorizer = authorizers.DummyAuthorizer()
+    authorizer.add_anonymous('files')
+    handlers.FTPHandler.authorizer = authorizer
+    listener = listen()
+    server = servers.FTPServer(listener, handlers.FTPHandler)
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
+    logging.disable()
+    tell(listener)
+    server.serve_forever()
+
+
 def main():
     kind, folder = sys.argv[1:]
     os.chdir(folder)
     end_with_parent()
-    {'odd': serve_odd, 'httpbin': serve_httpbin, 'nginx': serve_nginx}[kind](folder)
+    {'odd': serve_odd, 'httpbin': serve_httpbin, 'nginx': serve_nginx, 'ftp': serve_ftp}[kind](folder)
 
 
 if __name__ == '__main__':
