@@ -25,7 +25,7 @@ packages_for() {
     demonstration) echo "${build[@]}" python3 ;;
     test)
         echo "${build[@]}" libgtest-dev libgmock-dev \
-            python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin openssl curl zsh
+            python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin python3-pyftpdlib openssl curl zsh
         ;;
     clang) echo clang-14 libclang-rt-14-dev llvm-14 libbenchmark-dev ;;
     armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
