@@ -35,7 +35,7 @@ packages_for() {
             libcurlpp-dev libpoco-dev libssl-dev
         ;;
     abi) echo abigail-tools python3 ;;
-    reference) echo doxygen graphviz libxml2-utils ;;
+    reference) echo doxygen graphviz libxml2-utils mandoc python3 ;;
     model) echo gcc libc6-dev spin ;;
     packages) echo git dpkg-dev rpm lintian man-db mandoc ;;
     footprint) echo binutils ca-certificates valgrind ;;
