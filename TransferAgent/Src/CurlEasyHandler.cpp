@@ -132,6 +132,9 @@ void SetMethod(CURL* handle, const TransferDetail& detail)
             break;
         case HttpMethod::EhttpPost:
             SetCurlOption<CURLOPT_POST>(handle, 1L);
+            // Makes a POST chunked: libcurl takes the length of its body from
+            // CURLOPT_POSTFIELDSIZE, which is not one of the options, and reads CURLOPT_INFILESIZE
+            // for a PUT only.
             SetUpload(handle, detail);
             SetCurlOption<CURLOPT_POSTREDIR>(handle, long{CURL_REDIR_POST_ALL});
             break;
