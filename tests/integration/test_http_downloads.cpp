@@ -230,6 +230,24 @@ TEST_F(HttpDownload, ARedirectChainIsFollowedAndItsHeaderIsThatOfEveryResponse)
     EXPECT_THAT(response.body, StartsWith("GET /echo HTTP/1.1\r\n"));
 }
 
+TEST_F(HttpDownload, InterimResponsesAndTrailersAreAmongTheHeaderBytes)
+{
+    const Response interim = Fetch(Url("/interim/2"));
+    EXPECT_THAT(interim.StatusLines(),
+                ElementsAre("HTTP/1.1 103 Early", "HTTP/1.1 103 Early", "HTTP/1.1 200 Status"));
+    const Response trailers = Fetch(Url("/trailers/2"));
+    EXPECT_THAT(trailers.header, EndsWith("\r\n\r\nX-Trailer-00000000: 00000000\r\n"
+                                          "X-Trailer-00000001: 00000001\r\n"));
+}
+
+// Nothing tells libcurl that there should have been more.
+TEST_F(HttpDownload, APartOfABodyWithoutALengthIsTakenForTheWhole)
+{
+    const Response response = Fetch(Url("/unmeasured/100"));
+    EXPECT_TRUE(response.success);
+    EXPECT_EQ(response.body, IndexedText(100));
+}
+
 // libcurl follows without end, or gives up after some tens of redirects: that depends on its
 // version.
 TEST_F(HttpDownload, AnEndlessRedirectIsFollowedUntilACallbackRefuses)

@@ -156,6 +156,28 @@ TEST_P(RedirectedPut, AfterItsBodyWasReadEndsWithTheRewindError)
     EXPECT_EQ(log.Count(ErrorLine(CURLE_SEND_FAIL_REWIND, GetParam(), url)), 1U);
 }
 
+// The option for a request without a body comes after the one for the method, and changes it.
+TEST_F(HttpUpload, WithoutAWishForTheAnswerAnUploadIsAHeadThatSucceeds)
+{
+    for (const HttpMethod method : {HttpMethod::EhttpPost, HttpMethod::EhttpPut}) {
+        VORTAN_MW::ITransferHandler::Bytes header;
+        const auto result = VORTAN_MW::CurlEasyHandlerFactory().Create()->GetTransfer(
+            Request(Url("/mirror"), method, "abc"),
+            boost::optional<VORTAN_MW::ITransferHandler::Bytes&>(header), boost::none);
+        EXPECT_TRUE(result.success);
+        const std::string text(header.begin(), header.end());
+        EXPECT_THAT(text, HasSubstr("X-Seen-Request: HEAD /mirror HTTP/1.1\r\n"));
+        EXPECT_THAT(text, HasSubstr("\r\nContent-Length: 0\r\n")) << "of what was received";
+    }
+}
+
+TEST_F(HttpUpload, TheDefaultMethodDoesNotSendABody)
+{
+    const Response response = Fetch(Request(Url("/echo"), HttpMethod::Default, "abc"));
+    EXPECT_TRUE(response.success);
+    EXPECT_THAT(response.body, StartsWith("GET /echo HTTP/1.1\r\n"));
+}
+
 TEST_F(HttpUpload, APutToldToSeeAnotherAddressGetsItWithoutABody)
 {
     const Response response = Fetch(Request(Url("/redirect/303/1"), HttpMethod::EhttpPut, "abc"));

@@ -9,6 +9,7 @@
     /length/L/N         the same with "Content-Length: L", then the connection is closed
     /truncate/N         all but the last byte of the same, then the connection is closed
     /reset/N            the first N bytes of an endless body, then the connection is reset
+    /unmeasured/N       N bytes without a length, then the connection is closed
     /until-closed       an endless body, until the peer closes the connection
     /pieces/KIND/N/SIZE /bytes/N with an ETag, but after SIZE bytes the connection is closed. A
                         request for the rest gets it, SIZE bytes at a time, from a "sound" server;
@@ -254,6 +255,11 @@ class Connection:
     def do_reset(self, count):
         self.send(indexed_bytes(int(count)), length=ENDLESS)
         self.peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+        raise Closed
+
+    def do_unmeasured(self, count):
+        self.head(200, [])
+        self.write(indexed_bytes(int(count)))
         raise Closed
 
     def do_until_closed(self):
