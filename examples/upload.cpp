@@ -30,12 +30,14 @@ ITransferHandler::Result Upload(std::string data, const std::string& url, std::s
     request->failOnError = false;  // the server's page about a failure is wanted, too
     //! [request]
     request->handlerFactory = std::make_unique<CurlEasyHandlerFactory>();
-    // At least one data callback is required, even of a client that ignores the answer.
+    //! [answer]
+    // Without this callback a HEAD would go out, even if the answer is of no interest.
     request->dataCallback = [&](std::unique_ptr<ITransferHandler::Bytes> bytes, void*) {
         if (bytes) {
             answer.assign(bytes->begin(), bytes->end());
         }
     };
+    //! [answer]
     request->completeCallback = [&](ITransferHandler::Result result, void*) {
         over.set_value(std::move(result));
     };

@@ -12,7 +12,8 @@ namespace VORTAN_MW {
 ///
 /// All operations may be called from any thread, also from inside a callback. Only the destructor
 /// must not run on a worker of the same agent, be it inside a callback or inside the destructor
-/// of something that a request owns: it would wait for its own thread, which ends the process.
+/// of something that a request owns: it would wait for its own thread, which ends the process. Nor
+/// may another thread be inside an operation of the agent, or enter one, while it is destroyed.
 ///
 /// At most 4 transfers are in progress at a time; a fifth request is refused, not queued. A place
 /// is free again shortly after the complete callback has returned, not yet inside it.
@@ -31,7 +32,9 @@ class [[gnu::visibility("default")]] ITransferAgentManager
 {
 public:
     /// Names no transfer; returned by every refused request. A handle is 64 bits wide, yet the
-    /// invalid one is 4294967295, and after 4294967294 handles start again at 0.
+    /// invalid one is 4294967295, and after 4294967294 handles start again at 0. A transfer that is
+    /// still in progress under such a handle is overwritten: its worker then notifies the callbacks
+    /// of the later request.
     static constexpr std::uint64_t InvalidHandle = 4294967295;
 
     /// Received bytes, which the callback owns, or null, and the request's userContext.
@@ -40,7 +43,14 @@ public:
     /// and dataCallback, as far as they are set and in this order: the one of its kind with the
     /// chunk, the other with null. In a plain transfer each is called at most once, after the
     /// transfer, with all bytes of its kind. If that fails, a client that has set one of them gets
-    /// null, and a client that has set both is not called. So null must always be expected.
+    /// null, and a client that has set both is not called. So null must always be expected. If the
+    /// factory makes no handler, none is called.
+    ///
+    /// Each notification calls a copy that is made for it: what a callable changes in itself is
+    /// lost with the copy. State that lasts belongs behind a pointer or a reference.
+    ///
+    /// Header bytes are all header lines that the handler receives. With the libcurl handler these
+    /// include the lines of redirects and of 1xx responses, and trailers, which follow the body.
     using DataCallback =
         std::function<void(std::unique_ptr<ITransferHandler::Bytes>, void* userContext)>;
 
@@ -64,7 +74,8 @@ public:
         /// Called on the worker thread, with no lock held. Empty: not wanted. At least one of this
         /// and dataCallback is required. A plain transfer fetches only what is wanted.
         DataCallback headerCallback;
-        /// The same for the body.
+        /// The same for the body. Needed for plain uploads with the libcurl handler: without it, a
+        /// POST or PUT goes out as a HEAD, uploads nothing, and succeeds.
         DataCallback dataCallback;
         /// Called on the worker thread, with no lock held, once.
         CompleteCallback completeCallback;
@@ -81,9 +92,9 @@ public:
     };
 
     /// Starts a transfer and returns its handle at once, or InvalidHandle if the request is
-    /// refused: it is null or contradicts itself, the agent is being destroyed, or 4 transfers are
-    /// in progress. The log tells which. A refused request is destroyed, and none of its callbacks
-    /// is called.
+    /// refused: it is null or contradicts itself, its url is empty (which a halvordConfig does not
+    /// make up for), the agent is being destroyed, or 4 transfers are in progress. The log tells
+    /// which. A refused request is destroyed, and none of its callbacks is called.
     ///
     /// The worker may be ahead of the caller: callbacks may run before the caller has seen the
     /// handle. Throws std::system_error if no thread can be started, and std::bad_alloc; the
@@ -97,10 +108,14 @@ public:
     /// data callbacks, or the complete callback, may still be running when this returns, or start
     /// then. What they use must be owned by them or outlive the agent.
     ///
-    /// The worker itself goes on until its handler notices at the next chunk, and takes one of the
-    /// 4 places until then. A transfer that waits to be sent (randomDelay, fixedDelay) stops
-    /// waiting; it is then still sent, and its response dropped. Throws std::bad_alloc, in which
-    /// case the transfer may go on.
+    /// The worker goes on meanwhile, and keeps its place among the 4: that of a plain transfer
+    /// until all of its response has arrived, that of a segmented one until its next chunk. A
+    /// transfer that waits to be sent (randomDelay, fixedDelay) stops waiting; it is then still
+    /// sent, and its response dropped. A call waits while a factory of any request is in Create().
+    /// Throws std::bad_alloc, in which case the transfer may go on.
+    ///
+    /// The log's line "Cancelling transfer with handle" tells of no cancellation: every transfer
+    /// that ends normally is removed with it, too.
     virtual bool CancelTransfer(std::uint64_t handle) = 0;
 
     /// Refuses further requests, wakes the transfers that wait, which are then sent, and blocks

@@ -34,7 +34,9 @@ public:
         /// The HTTP method. The numbers are part of the interface.
         enum class HttpMethod : std::uint32_t
         {
-            Default = 0,    ///< whatever the handler's library does when it is told nothing: GET
+            /// Whatever the handler's library does when it is told nothing: GET, even with a
+            /// requestBody, which is then not sent.
+            Default = 0,
             EhttpGet = 1,   ///< GET; an agent refuses one with a requestBody
             EhttpHead = 2,  ///< HEAD
             EhttpPost = 3,  ///< POST; an agent refuses one without a requestBody
@@ -68,7 +70,8 @@ public:
             std::uint32_t max = 0;  ///< seconds
         };
 
-        /// The target. A URL for the HTTP handlers, a path for the file reader.
+        /// The target. A URL for the HTTP handlers, a path for the file reader. An agent refuses an
+        /// empty one, even if a halvordConfig takes its place.
         std::string url;
         /// libcurl handler: an HTTP status of 400 or above fails the transfer.
         bool failOnError = true;
@@ -78,9 +81,11 @@ public:
         HttpMethod method = HttpMethod::Default;
         /// Vendor handler only.
         HttpVersion httpVersion = HttpVersion::Eversion11;
-        /// Further request headers, as (name, value) in sending order.
+        /// Further request headers, as (name, value) in sending order. Without a Content-Type among
+        /// them, a POST is declared as application/x-www-form-urlencoded by libcurl.
         std::vector<std::pair<std::string, std::string>> headers;
-        /// What a POST or PUT uploads; any byte values.
+        /// What a POST or PUT uploads; any byte values. The libcurl handler uploads it only if the
+        /// response's body is wanted: else the request goes out as a HEAD, and succeeds.
         std::string requestBody;
         /// Carried with the request; read by no handler.
         std::vector<Bytes> bodyParts;
@@ -136,7 +141,8 @@ public:
     /// How a transfer ended. Can be moved, not copied.
     struct Result
     {
-        /// False also when only a part of the bytes arrived.
+        /// False also when only a part of the bytes arrived. Of a body whose length the server does
+        /// not tell, libcurl takes what has arrived when the connection closes for the whole.
         bool success = false;
         /// The HTTP status, 0 if the server never answered; null if there is none to tell.
         std::unique_ptr<long> httpCode;
@@ -180,8 +186,9 @@ class [[gnu::visibility("default")]] ITransferHandlerFactory
 {
 public:
     /// Returns a handler that the caller owns. A transfer agent calls this on the worker thread,
-    /// once per transfer, while it holds its own lock: an implementation must not call the agent
-    /// and should return soon. Null fails the transfer.
+    /// once per transfer, while it holds its own lock: an implementation must not call the agent,
+    /// and should return soon, because no other request can begin, be cancelled or end meanwhile.
+    /// Null fails the transfer, of which only the complete callback is called.
     virtual std::unique_ptr<ITransferHandler> Create() = 0;
 
     virtual ~ITransferHandlerFactory();
