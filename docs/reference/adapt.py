@@ -36,6 +36,8 @@ def adapt_prose(page, text):
         if "://" in path:
             return match[0]
         target = (page.parent / path).resolve() if path else page
+        if target == PROJECT / "README.md":
+            return match[1]
         if anchor:
             return "[%s](#%s)" % (match[1], label(target, anchor))
         if target.parent == PROJECT / "examples":
