@@ -70,8 +70,9 @@ public:
             std::uint32_t max = 0;  ///< seconds
         };
 
-        /// The target. A URL for the HTTP handlers, a path for the file reader. An agent refuses an
-        /// empty one, even if a halvordConfig takes its place.
+        /// The target. A URL for the HTTP handlers, of any scheme that libcurl knows, file: too; a
+        /// path for the file reader. An agent refuses an empty one, even if a halvordConfig takes
+        /// its place. It is logged whole, with a password if it has one.
         std::string url;
         /// libcurl handler: an HTTP status of 400 or above fails the transfer.
         bool failOnError = true;
@@ -81,8 +82,10 @@ public:
         HttpMethod method = HttpMethod::Default;
         /// Vendor handler only.
         HttpVersion httpVersion = HttpVersion::Eversion11;
-        /// Further request headers, as (name, value) in sending order. Without a Content-Type among
-        /// them, a POST is declared as application/x-www-form-urlencoded by libcurl.
+        /// Further request headers, as (name, value) in sending order. They are sent as they are, a
+        /// line break included, and the libcurl handler sends them to the target of a redirect,
+        /// too. Without a Content-Type among them, a POST is declared as
+        /// application/x-www-form-urlencoded by libcurl.
         std::vector<std::pair<std::string, std::string>> headers;
         /// What a POST or PUT uploads; any byte values. The libcurl handler uploads it only if the
         /// response's body is wanted: else the request goes out as a HEAD, and succeeds.
