@@ -39,6 +39,19 @@ def offset_of(element):
     return int(element.get("layout-offset-in-bits")) // 8
 
 
+# Which of a class's destructors a symbol is; c++filt calls them all the same.
+DESTRUCTORS = {"D0Ev": " (deleting)", "D1Ev": " (complete)", "D2Ev": " (base)"}
+
+
+def demangled(symbols):
+    """The symbols as they are written in C++."""
+    said = subprocess.run(
+        ["c++filt"], check=True, stdout=subprocess.PIPE, input="\n".join(symbols), text=True
+    ).stdout
+    for symbol, name in zip(symbols, said.splitlines()):
+        yield name + (DESTRUCTORS.get(symbol[-4:], "") if "~" in name else "")
+
+
 class Library:
     """A library as abidw tells it."""
 
@@ -71,9 +84,11 @@ class Library:
         return self.name_of(used)
 
     def symbols(self):
-        for symbol in self.corpus.findall("*/elf-symbol"):
-            size = symbol.get("size")
-            yield symbol.get("name") + (f", {size} bytes" if size else "")
+        elements = self.corpus.findall("*/elf-symbol")
+        names = demangled([element.get("name") for element in elements])
+        for name, element in zip(names, elements):
+            size = element.get("size")
+            yield name + (f", {size} bytes" if size else "")
 
     def slots(self, name):
         """How many slots a class has for virtual operations: its table holds two words more."""
@@ -158,8 +173,9 @@ def parse(xml):
 
 def main():
     library, headers = sys.argv[1:]
-    if not shutil.which("abidw"):
-        sys.exit("abidw is not installed; on Debian it is in the package abigail-tools.")
+    for program, package in (("abidw", "abigail-tools"), ("c++filt", "binutils")):
+        if not shutil.which(program):
+            sys.exit(f"{program} is not installed; on Debian it is in the package {package}.")
     command = ["abidw", "--headers-dir", headers, "--drop-private-types", library]
     described = parse(subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
     print(f"{described.corpus.get('soname')} for {described.corpus.get('architecture')}")
