@@ -6,6 +6,7 @@ import http.server
 import os
 import queue
 import re
+import select
 import shutil
 import signal
 import socket
@@ -15,6 +16,7 @@ import subprocess
 import tempfile
 import termios
 import threading
+import traceback
 import unittest
 
 # Runs the program where it was built for another machine.
@@ -24,10 +26,19 @@ PROGRAM = [*EMULATOR, os.environ["VORTAN_TRANSFER"]]
 # A sanitizer's own memory and limits hide the program's.
 SANITIZED = bool(os.environ.get("VORTAN_SANITIZE"))
 
-# Only guards against a hang.
-TIMEOUT = 200
+# How long a test waits for what must happen. An emulated program gets more time.
+TIMEOUT = 120 if EMULATED else 30
 
 SUCCEEDED, TRANSFER_FAILED, WRONG_ARGUMENTS, CANNOT_WRITE, INTERRUPTED = 0, 1, 2, 3, 130
+
+
+def gave_up(awaited):
+    return "gave up waiting after %d s for %s" % (TIMEOUT, awaited)
+
+
+def wait_until_readable(descriptor, awaited):
+    readable, _, _ = select.select([descriptor], [], [], TIMEOUT)
+    assert readable, gave_up(awaited)
 
 
 def make_bytes(length):
@@ -92,6 +103,7 @@ class Request:
 
     def wait_until_closed(self):
         """Waits for the client to hang up."""
+        self._handler.connection.settimeout(TIMEOUT)
         self._handler.rfile.read()
 
     def reset(self):
@@ -178,7 +190,7 @@ class Gate:
             request.send(self._body[self._first:])
 
     def wait_until_reached(self):
-        assert self.reached.acquire(timeout=TIMEOUT)
+        assert self.reached.acquire(timeout=TIMEOUT), gave_up("a request to reach the gate")
 
     def open(self):
         self._opened.set()
@@ -201,18 +213,25 @@ class Running:
         self._read = b""
 
     def wait_for_line_with(self, text):
+        awaited = "a line with '%s' after %r" % (text, self._read)
+        line = b""
         while True:
-            line = self.process.stderr.readline()
-            self._read += line
-            if text.encode() in line:
+            wait_until_readable(self.process.stderr, awaited)
+            byte = os.read(self.process.stderr.fileno(), 1)
+            self._read += byte
+            line = line + byte if not line.endswith(b"\n") else byte
+            if line.endswith(b"\n") and text.encode() in line:
                 return
-            assert line, "the program has ended: " + self._read.decode()
+            assert byte, "the program has ended: " + self._read.decode()
 
     def interrupt(self, number=signal.SIGINT):
         self.process.send_signal(number)
 
     def finish(self, data=None):
-        output, errors = self.process.communicate(data, timeout=TIMEOUT)
+        try:
+            output, errors = self.process.communicate(data, timeout=TIMEOUT)
+        except subprocess.TimeoutExpired as expired:
+            raise AssertionError(gave_up("the program to end: %s" % self.process.args)) from expired
         return Result(self.process, output, self._read + (errors or b""))
 
 
@@ -226,6 +245,7 @@ class Terminal:
 
     def wait_for(self, pattern):
         while not re.search(pattern, self._written):
+            wait_until_readable(self._master, "%r on a screen with %r" % (pattern, self._written))
             self._written += os.read(self._master, 65536)
 
     def close_and_read(self):
@@ -249,6 +269,10 @@ class ClientTest(unittest.TestCase):
     maxDiff = 2000
 
     def setUp(self):
+        # Interrupts whatever the test waits for without a limit of its own.
+        signal.signal(signal.SIGALRM, self._give_up)
+        signal.alarm(TIMEOUT)
+        self.addCleanup(signal.alarm, 0)
         self.server = Server()
         self.addCleanup(self.server.close)
         self.folder = tempfile.mkdtemp()
@@ -258,6 +282,12 @@ class ClientTest(unittest.TestCase):
         running = Running(arguments, **{"cwd": self.folder, **options})
         self.addCleanup(self._end, running.process)
         return running
+
+    @staticmethod
+    def _give_up(_number, frame):
+        calls = traceback.extract_stack(frame)
+        call = [call for call in calls if os.path.basename(call.filename).startswith("test_")][-1]
+        raise AssertionError(gave_up("%s:%d: %s" % (call.filename, call.lineno, call.line)))
 
     @staticmethod
     def _end(process):

@@ -11,14 +11,20 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <iterator>
 #include <sstream>
 #include <string_view>
 #include <thread>
+
+#include "Patience.h"
 
 // In an AddressSanitizer build: looks for what nobody can free any more, beyond C++ allocations.
 extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();  // NOLINT: its name
@@ -30,6 +36,14 @@ using Request = ITransferAgentManager::TransferConfiguration;
 using BytesPtr = std::unique_ptr<ITransferHandler::Bytes>;
 
 namespace {
+
+// Ends the trial's process: its parent reports a trial without an outcome.
+[[noreturn]] void GiveUpWaiting(const char* awaited)
+{
+    std::fprintf(stderr, "gave up waiting after %d s for %s\n", static_cast<int>(Patience.count()),
+                 awaited);
+    std::abort();
+}
 
 // Writes down what is delivered, without an allocation of its own.
 class Client
@@ -63,7 +77,13 @@ public:
 
     void WaitForCompletion()
     {
-        while (sem_wait(&m_Completed) != 0) {
+        timespec end = {};
+        clock_gettime(CLOCK_MONOTONIC, &end);
+        end.tv_sec += static_cast<time_t>(Patience.count());
+        while (sem_clockwait(&m_Completed, CLOCK_MONOTONIC, &end) != 0) {
+            if (errno == ETIMEDOUT) {
+                GiveUpWaiting("the complete callback");
+            }
         }
     }
 
@@ -103,7 +123,11 @@ int CountThreads()
 // A worker lives a little longer than its transfer.
 void WaitForWorkersToEnd()
 {
+    const auto end = std::chrono::steady_clock::now() + Patience;
     while (CountThreads() > 1) {
+        if (std::chrono::steady_clock::now() > end) {
+            GiveUpWaiting("the workers to end");
+        }
         std::this_thread::yield();
     }
 }

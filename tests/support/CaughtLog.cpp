@@ -1,12 +1,14 @@
 #include "CaughtLog.h"
 
 #include <dlog.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <condition_variable>
 #include <cstdarg>
 #include <mutex>
+
+#include "Patience.h"
 
 namespace {
 
@@ -104,16 +106,25 @@ std::size_t CaughtLog::Count(const std::string& message) const
 
 bool CaughtLog::WaitFor(const std::string& message) const
 {
-    return WaitForLine([&](const LogLine& line) { return line.message == message; });
+    return WaitForLine([&](const LogLine& line) { return line.message == message; },
+                       '"' + message + '"');
 }
 
-bool CaughtLog::WaitForLine(const std::function<bool(const LogLine&)>& wanted) const
+bool CaughtLog::WaitForLine(const std::function<bool(const LogLine&)>& wanted,
+                            const std::string& description) const
 {
     Record& record = TheRecord();
     std::unique_lock<std::mutex> lock(record.mutex);
-    return record.grown.wait_for(lock, std::chrono::minutes(2), [&] {
+    const bool found = record.grown.wait_for(lock, Patience, [&] {
         return std::any_of(record.lines.begin(), record.lines.end(), wanted);
     });
+    lock.unlock();
+    if (!found) {
+        ADD_FAILURE() << "gave up waiting after " << Patience.count() << " s for a log line "
+                      << description << "; logged until then: "
+                      << ::testing::PrintToString(Summaries());
+    }
+    return found;
 }
 
 void CaughtLog::OnLine(std::function<void(const LogLine&)> hook)

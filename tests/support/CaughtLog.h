@@ -38,9 +38,11 @@ public:
     // The messages of the lines whose function is the given one.
     std::vector<std::string> MessagesOf(const std::string& function) const;
     std::size_t Count(const std::string& message) const;
-    // Blocks until a line with this message has been logged; false after a long time.
+    // Blocks until a line with this message has been logged. Otherwise false, and a failure of the
+    // test that names the message and what was logged instead.
     bool WaitFor(const std::string& message) const;
-    bool WaitForLine(const std::function<bool(const LogLine&)>& wanted) const;
+    bool WaitForLine(const std::function<bool(const LogLine&)>& wanted,
+                     const std::string& description = "of a certain kind") const;
 
     // Called for each line, on the thread that logs it, before the line is recorded.
     void OnLine(std::function<void(const LogLine&)> hook);

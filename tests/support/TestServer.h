@@ -30,8 +30,11 @@ public:
     const TemporaryFolder& Folder() const { return m_Folder; }
 
 private:
-    void m_Start(const std::string& kind);
+    void m_Start();
+    std::string m_ReadPort(int output) const;
+    int m_WaitForEnd() const;
 
+    const std::string m_Kind;
     const TemporaryFolder m_Folder;
     pid_t m_Process = -1;
     std::string m_Port;
