@@ -48,8 +48,8 @@ END
 
 download() {
     export APT_CONFIG=$private/apt.conf
-    apt-get --quiet --quiet update
-    apt-get --quiet --quiet --yes --no-install-recommends --download-only install "${packages[@]}"
+    apt-get --quiet -o APT::Update::Error-Mode=any update || return
+    apt-get --quiet --yes --no-install-recommends --download-only install "${packages[@]}" || return
     unset APT_CONFIG
 }
 
@@ -87,7 +87,10 @@ if [[ "$wanted" != "$(cat "$complete" 2>/dev/null)" ]]; then
     mkdir -p "$sysroot"
     sysroot=$(realpath "$sysroot") private=$(realpath "$private")
     write_private_settings
-    download
+    with_progress "Fetching" "$sysroot.log" download || {
+        [[ ! -s $sysroot.log ]] || what_matters "$sysroot.log" >&2
+        fail "The libraries for 32-bit ARM could not be fetched: is there a network, and room on the disk?"
+    }
     unpack
     rm -rf "$private"
     echo "$wanted" >"$complete"

@@ -2,10 +2,16 @@
 # Shared by run, test and .ci/run: what they need is installed, and what they build is up to date.
 # Whatever is said here goes to standard error; standard output is for results.
 
+# A compiler cache recognises what was compiled with a precompiled header only if it is not particular
+# about dates.
+export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
+# .ci/run passes on where progress is shown while a stage's own output is kept back.
 say() {
     echo "$*" >&2
+    [[ -z ${VORTAN_PROGRESS_FD:-} ]] || echo "    $*" >&"$VORTAN_PROGRESS_FD"
 }
 
 fail() {
@@ -24,11 +30,12 @@ packages_for() {
     build) echo "${build[@]}" ;;
     demonstration) echo "${build[@]}" python3 ;;
     test)
-        echo "${build[@]}" libgtest-dev libgmock-dev \
-            python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin python3-pyftpdlib openssl curl zsh
+        echo "${build[@]}" ccache libgtest-dev libgmock-dev \
+            python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin \
+            python3-pyftpdlib openssl curl zsh
         ;;
-    clang) echo clang-14 libclang-rt-14-dev llvm-14 libbenchmark-dev ;;
-    armhf) echo "${build[@]}" g++-arm-linux-gnueabihf qemu-user-static ;;
+    clang) echo ccache clang-14 libbenchmark-dev libclang-rt-14-dev lld-14 llvm-14 ;;
+    armhf) echo "${build[@]}" ccache g++-arm-linux-gnueabihf qemu-user-static ;;
     soak | pacing) echo gnuplot-nox ;;
     peers)
         echo gnuplot-nox libaria2-0-dev libboost-dev libcpp-httplib-dev libcpprest-dev \
@@ -39,8 +46,36 @@ packages_for() {
     model) echo gcc libc6-dev spin ;;
     packages) echo git dpkg-dev rpm lintian man-db mandoc ;;
     footprint) echo binutils ca-certificates valgrind ;;
-    static-checks) echo git clang-14 clang-format-14 clang-tidy-14 shellcheck ;;
+    static-checks) echo black clang-14 clang-format-14 clang-tidy-14 flake8 git shellcheck ;;
     esac
+}
+
+# The programs that each purpose cannot do without.
+programs_for() {
+    case $1 in
+    build) echo g++ cmake ninja pkg-config ;;
+    demonstration | test) echo g++ cmake ninja pkg-config python3 ;;
+    clang) echo clang++-14 ;;
+    armhf) echo arm-linux-gnueabihf-g++ qemu-arm-static dpkg-deb apt-get ;;
+    soak | pacing | peers) echo gnuplot ;;
+    abi) echo abidw c++filt python3 ;;
+    reference) echo doxygen dot xmllint ;;
+    model) echo gcc spin ;;
+    packages) echo git dpkg-deb rpmbuild lintian man mandoc ;;
+    footprint) echo readelf valgrind ;;
+    static-checks) echo black clang-format-14 run-clang-tidy-14 flake8 git shellcheck ;;
+    esac
+}
+
+# require_programs PURPOSE...: ends the script if one of its programs is missing.
+require_programs() {
+    local purpose program missing=()
+    for purpose in "$@"; do
+        for program in $(programs_for "$purpose"); do
+            command -v "$program" >/dev/null || missing+=("$program")
+        done
+    done
+    ((${#missing[@]} == 0)) || fail "Not installed, but needed here ($*): ${missing[*]}"
 }
 
 # Prints those of the packages that are not installed.
@@ -62,15 +97,21 @@ as_root() {
 
 apt_get() {
     as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get --yes -qq -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" </dev/null >&2
+        apt-get --yes -q -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" </dev/null >&2
 }
 
 # The package lists are fetched only if they turn out to be missing or out of date.
 apt_install() {
-    apt_get install --no-install-recommends "$@" 2>/dev/null && return
+    local log=$project/build/apt.log
+    mkdir -p "$project/build"
+    with_progress Installing "$log" apt_get install --no-install-recommends "$@" && return
     say "Fetching the lists of packages first"
-    apt_get update
-    apt_get install --no-install-recommends "$@"
+    if with_progress Fetching "$log" apt_get update &&
+        with_progress Installing "$log" apt_get install --no-install-recommends "$@"; then
+        return
+    fi
+    [[ ! -s $log ]] || what_matters "$log" >&2
+    return 1
 }
 
 # Debian starts the servers that it installs. The tests start theirs by themselves, on ports of
@@ -105,7 +146,10 @@ Where packages have other names, install their counterparts and set VORTAN_NO_IN
 # ensure_packages PURPOSE...: installs what is missing, or says how to, and ends the script. With
 # something installed, what was configured without it is configured again.
 ensure_packages() {
-    [[ -z ${VORTAN_NO_INSTALL:-} ]] || return 0
+    if [[ -n ${VORTAN_NO_INSTALL:-} ]]; then
+        require_programs "$@"
+        return
+    fi
     local purpose names wanted=() list missing
     for purpose in "$@"; do
         read -ra names <<<"$(packages_for "$purpose")"
@@ -121,59 +165,116 @@ ensure_packages() {
     fi
     say "Installing what is missing ($*): ${missing[*]}"
     apt_install_without_servers "${missing[@]}" ||
-        cannot_install "apt-get could not install them: is there a network?" "${missing[@]}"
+        cannot_install "apt-get could not install them: is there a network, and room on the disk?" \
+            "${missing[@]}"
     rm -f "$project"/build/*/.configured
 }
 
-use_ccache_if_present() {
-    if command -v ccache >/dev/null; then
-        export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
-    fi
-}
-
-# quietly COMMAND...: what it says is shown to a person who watches, and when it fails.
-quietly() {
+# with_progress WHAT LOG COMMAND...: a person who watches sees what the command prints. Where nobody
+# does, it goes to LOG, whose last line is shown every half minute.
+with_progress() {
+    local what=$1 log=$2 never ticker status=0
+    shift 2
     if [[ -t 2 ]]; then
+        rm -f "$log"
         "$@" >&2
         return
     fi
-    local said
-    said=$("$@" 2>&1) || {
-        say "$said"
-        return 1
-    }
+    : >"$log"
+    exec {never}<> <(:)
+    while ! read -r -t "${VORTAN_PROGRESS_SECONDS:-30}" -u "$never"; do
+        say "$what: $(grep . "$log" | tail -n 1 | cut -c -90)"
+    done &
+    ticker=$!
+    "$@" >"$log" 2>&1 || status=$?
+    kill "$ticker"
+    wait "$ticker" 2>/dev/null || true
+    exec {never}<&-
+    return $status
 }
 
-# configure PRESET OPTIONS...: unless that was done before, with the same presets and options.
+# what_matters LOG: at most ten lines of it that say what went wrong; its end if none is known to.
+what_matters() {
+    local wrong='[Ee]rror: |ERROR|FAILED|FAIL:|: Failure$|\*\*\*|WRONG|SUMMARY: |runtime error|^E: '
+    wrong+='|No space left|ot installed|[Cc]annot|found something|gave up waiting'
+    grep -E -A 3 --no-group-separator "$wrong" "$1" | grep . | head -n 10 | cut -c -200 | grep . ||
+        grep . "$1" | tail -n 10 | cut -c -200
+}
+
+# fail_with LOG WHAT: ends the script with the lines that matter.
+fail_with() {
+    local free
+    free=$(df --output=avail "$project" | tail -n 1)
+    ((free >= 1024)) || fail "$2: the disk is full ($(df --output=target "$project" | tail -n 1))"
+    [[ -s $1 ]] || fail "$2"
+    what_matters "$1" >&2
+    fail "$2 (all of it: $1)"
+}
+
+# Where ccache is installed, it is used, unless CMAKE_CXX_COMPILER_LAUNCHER says otherwise.
+compiler_launcher() {
+    local installed=
+    ! command -v ccache >/dev/null || installed=ccache
+    echo "${CMAKE_CXX_COMPILER_LAUNCHER-$installed}"
+}
+
+# configure PRESET OPTIONS...: unless that was done before, with the same presets, options and compiler
+# cache. What was configured otherwise is forgotten.
 configure() {
-    local preset=$1 stamp=$project/build/$1/.configured wanted
+    local preset=$1 folder=$project/build/$1 launcher wanted
     shift
-    wanted="$(cksum <"$project/CMakePresets.json") $*"
-    [[ ! -e $stamp || $(<"$stamp") != "$wanted" ]] || return 0
-    use_ccache_if_present
+    launcher=$(compiler_launcher)
+    wanted="$(cksum <"$project/CMakePresets.json") launcher=$launcher $*"
+    [[ ! -e $folder/.configured || $(<"$folder/.configured") != "$wanted" ]] || return 0
     say "Configuring ($preset)"
-    (cd "$project" && quietly cmake --preset "$preset" "$@")
-    echo "$wanted" >"$stamp"
+    mkdir -p "$folder"
+    (cd "$project" && cmake --fresh --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" "$@") \
+        >"$folder/configure.log" 2>&1 || fail_with "$folder/configure.log" "CMake stopped"
+    echo "$wanted" >"$folder/.configured"
 }
 
 # build PRESET TARGETS...: all targets if none is named. Silent when there is nothing to do.
 build() {
-    local folder=$project/build/$1
+    local preset=$1 folder=$project/build/$1 log=$project/build/$1/build.log
     shift
     if ninja -C "$folder" -n "$@" | grep -q 'no work to do'; then
         return
     fi
-    say "Building"
+    say "Building ($preset)"
     # Where nobody watches, all that failed is of more use than where the build is.
-    [[ -t 2 ]] || set -- --quiet -k 0 "$@"
-    ninja -C "$folder" "$@" >&2
+    local keep_going=()
+    [[ -t 2 ]] || keep_going=(-k 0)
+    with_progress "Building ($preset)" "$log" ninja -C "$folder" "${keep_going[@]}" "$@" ||
+        fail_with "$log" "The build failed"
 }
 
 # run_tests PRESET ARGUMENTS...: for ctest.
 run_tests() {
-    local preset=$1
+    local preset=$1 run=()
     shift
-    (cd "$project" && ctest --preset "$preset" --parallel "$(nproc)" "$@")
+    say "Testing ($preset)"
+    use_sanitizer_options
+    [[ $preset != tsan ]] || run=(with_fixed_addresses)
+    (cd "$project" && "${run[@]}" ctest --preset "$preset" --parallel "$(nproc)" "$@")
+}
+
+# use_sanitizer_options: for the programs that are started from here on.
+use_sanitizer_options() {
+    local symbolizer=/usr/lib/llvm-14/bin/llvm-symbolizer
+    export ASAN_OPTIONS=external_symbolizer_path=$symbolizer
+    export UBSAN_OPTIONS=print_stacktrace=1:external_symbolizer_path=$symbolizer
+    export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:external_symbolizer_path=$symbolizer
+    TSAN_OPTIONS+=:suppressions=$project/cmake/tsan.supp
+}
+
+# with_fixed_addresses COMMAND...: ThreadSanitizer finds no room for itself if the kernel spreads
+# addresses too widely.
+with_fixed_addresses() {
+    if setarch --addr-no-randomize true 2>/dev/null; then
+        setarch --addr-no-randomize "$@"
+    else
+        "$@"
+    fi
 }
 
 # write_section FILE NAME: what stands in FILE between the comments "NAME begins" and "NAME ends" is

@@ -15,7 +15,8 @@ build_variant() {
     [[ $machine == armhf ]] && preset=armhf
     say "Building $machine $2"
     (cd "$project" && cmake --preset "$preset" -B "$folder" -DVORTAN_BUILD_TESTS=OFF \
-        -DVORTAN_BUILD_TOOLS=OFF -DVORTAN_BUILD_FOOTPRINT=ON "${@:3}") >"$folder.log"
+        -DVORTAN_BUILD_TOOLS=OFF -DVORTAN_BUILD_FOOTPRINT=ON \
+        -DCMAKE_CXX_COMPILER_LAUNCHER="$(compiler_launcher)" "${@:3}") >"$folder.log"
     ninja -C "$folder" vortan_footprint vortan_instructions >>"$folder.log"
 }
 
@@ -91,7 +92,6 @@ print_memory() {
 
 ensure_packages test clang armhf footprint
 "$project/scripts/armhf_sysroot.sh" "$sysroot"
-use_ccache_if_present
 mkdir -p "$work"
 print_alternatives
 for machine in armhf amd64; do

@@ -63,10 +63,10 @@ END
 }
 
 ensure_packages build pacing
-use_ccache_if_present
-(cd "$project" && quietly cmake --preset default -B "$folder" -DVORTAN_BUILD_TESTS=OFF \
-    -DVORTAN_BUILD_TOOLS=OFF -DVORTAN_BUILD_PACING=ON)
-quietly ninja -C "$folder" vortan_pacing
+(cd "$project" && cmake --preset default -B "$folder" -DVORTAN_BUILD_TESTS=OFF \
+    -DVORTAN_BUILD_TOOLS=OFF -DVORTAN_BUILD_PACING=ON \
+    -DCMAKE_CXX_COMPILER_LAUNCHER="$(compiler_launcher)" >&2)
+ninja -C "$folder" vortan_pacing >&2
 for table in fleets rule seeds bounds; do
     replace_table "$table"
 done
