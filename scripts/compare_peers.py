@@ -36,7 +36,11 @@ class Work:
     def __init__(self, title, path, size, count, cpu_unit, cpu_scale, rate_unit, units):
         self.title, self.path, self.size, self.count = title, path, size, count
         self.cpu_unit, self.cpu_scale, self.rate_unit, self.units = (
-            cpu_unit, cpu_scale, rate_unit, units)
+            cpu_unit,
+            cpu_scale,
+            rate_unit,
+            units,
+        )
 
     def figures(self, cpu_us, wall_us, peak_kib):
         return cpu_us * self.cpu_scale / self.units, self.units * 1e6 / wall_us, peak_kib / KIB
@@ -50,8 +54,16 @@ def works(mib, requests):
         "stream": large(f"A body of {mib} MiB, streamed", "body"),
         "memory": large(f"A body of {mib} MiB, wanted whole in memory", "body"),
         "upload": large(f"An upload of {mib} MiB from memory", "upload/uploaded"),
-        "many": Work(f"{requests} requests for 1 KiB, four at a time", FIRST, KIB, requests,
-                     "CPU us/request", 1, "requests/s", requests),
+        "many": Work(
+            f"{requests} requests for 1 KiB, four at a time",
+            FIRST,
+            KIB,
+            requests,
+            "CPU us/request",
+            1,
+            "requests/s",
+            requests,
+        ),
     }
 
 
@@ -62,13 +74,19 @@ class Unmeasured(Exception):
 def measure(program, server, name, work):
     if not program.exists():
         raise Unmeasured("not installed")
-    command = [program, name, server + work.path, str(work.size), str(work.count),
-               server + FIRST]
-    environment = {key: value for key, value in os.environ.items()
-                   if not key.lower().endswith("_proxy")}
+    command = [program, name, server + work.path, str(work.size), str(work.count), server + FIRST]
+    environment = {
+        key: value for key, value in os.environ.items() if not key.lower().endswith("_proxy")
+    }
     try:
-        done = subprocess.run(command, env=environment, capture_output=True, text=True,
-                              timeout=GENEROUS_SECONDS, check=False)
+        done = subprocess.run(
+            command,
+            env=environment,
+            capture_output=True,
+            text=True,
+            timeout=GENEROUS_SECONDS,
+            check=False,
+        )
     except subprocess.TimeoutExpired as late:
         raise Unmeasured("failed: no end") from late
     if done.returncode == CANNOT_DO:
@@ -89,12 +107,16 @@ def run_rounds(programs, server, all_works, rounds):
         for library, name in random.Random(number).sample(open_pairs, len(open_pairs)):
             try:
                 results[library, name].append(
-                    measure(programs / f"vortan_peer_{library}", server, name, all_works[name]))
+                    measure(programs / f"vortan_peer_{library}", server, name, all_works[name])
+                )
             except Unmeasured as reason:
                 results[library, name] = str(reason)
-    return {pair: result if isinstance(result, str)
-            else [statistics.median(column) for column in zip(*result)]
-            for pair, result in results.items()}
+    return {
+        pair: result
+        if isinstance(result, str)
+        else [statistics.median(column) for column in zip(*result)]
+        for pair, result in results.items()
+    }
 
 
 def spelled(value):

@@ -53,8 +53,10 @@ def adapt_prose(page, text):
 
 def adapt_page(page, text):
     # Every second piece is a block of code.
-    return "".join(piece if index % 2 else adapt_prose(page, piece)
-                   for index, piece in enumerate(CODE.split(text)))
+    return "".join(
+        piece if index % 2 else adapt_prose(page, piece)
+        for index, piece in enumerate(CODE.split(text))
+    )
 
 
 def adapt_header(text):

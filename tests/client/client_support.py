@@ -52,8 +52,17 @@ BODY = make_bytes(1234567)
 
 def environment(**changes):
     """The environment without what would change the program's behaviour."""
-    dropped = ("VORTAN_DLOG", "VORTAN_DLOG_LEVEL", "http_proxy", "https_proxy", "all_proxy",
-               "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_COLOR")
+    dropped = (
+        "VORTAN_DLOG",
+        "VORTAN_DLOG_LEVEL",
+        "http_proxy",
+        "https_proxy",
+        "all_proxy",
+        "HTTP_PROXY",
+        "HTTPS_PROXY",
+        "ALL_PROXY",
+        "NO_COLOR",
+    )
     kept = {name: value for name, value in os.environ.items() if name not in dropped}
     return {**kept, "TERM": "dumb", **changes}
 
@@ -108,8 +117,9 @@ class Request:
 
     def reset(self):
         """Makes the connection end with a reset."""
-        self._handler.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER,
-                                            struct.pack("ii", 1, 0))
+        self._handler.connection.setsockopt(
+            socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0)
+        )
         self._handler.connection.close()
 
 
@@ -159,8 +169,9 @@ class Server:
 
         self._server = Quiet(("127.0.0.1", 0), Handler)
         self.port = self._server.server_address[1]
-        self._thread = threading.Thread(target=self._server.serve_forever,
-                                        kwargs={"poll_interval": 0.02}, daemon=True)
+        self._thread = threading.Thread(
+            target=self._server.serve_forever, kwargs={"poll_interval": 0.02}, daemon=True
+        )
         self._thread.start()
 
     def url(self, path):
@@ -184,10 +195,10 @@ class Gate:
 
     def __call__(self, request):
         request.send_header(200, self._headers)
-        request.send(self._body[:self._first])
+        request.send(self._body[: self._first])
         self.reached.release()
         if self._opened.wait(TIMEOUT):
-            request.send(self._body[self._first:])
+            request.send(self._body[self._first :])
 
     def wait_until_reached(self):
         assert self.reached.acquire(timeout=TIMEOUT), gave_up("a request to reach the gate")
@@ -207,8 +218,12 @@ class Running:
     """The program while it runs."""
 
     def __init__(self, arguments, **options):
-        defaults = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
-                    "stderr": subprocess.PIPE, "env": environment()}
+        defaults = {
+            "stdin": subprocess.DEVNULL,
+            "stdout": subprocess.PIPE,
+            "stderr": subprocess.PIPE,
+            "env": environment(),
+        }
         self.process = subprocess.Popen([*PROGRAM, *arguments], **{**defaults, **options})
         self._read = b""
 
@@ -339,8 +354,7 @@ class ClientTest(unittest.TestCase):
         self.assertEqual((result.status, result.errors), (SUCCEEDED, ""))
 
     def assert_failed(self, result, status, line):
-        self.assertEqual((result.status, result.errors),
-                         (status, "vortan-transfer: %s\n" % line))
+        self.assertEqual((result.status, result.errors), (status, "vortan-transfer: %s\n" % line))
 
     def assert_files(self, *names):
         self.assertEqual(sorted(os.listdir(self.folder)), sorted(names))

@@ -3,11 +3,20 @@
 import os
 import re
 import shlex
+import shutil
+import subprocess
+import unittest
 
-from client_support import *
+from client_support import (
+    ClientTest,
+    environment,
+    main,
+    options_of_help,
+)
 
-COMPLETION = os.path.abspath(os.path.join(os.path.dirname(__file__),
-                                          "../../tools/vortan-transfer/completion"))
+COMPLETION = os.path.abspath(
+    os.path.join(os.path.dirname(__file__), "../../tools/vortan-transfer/completion")
+)
 
 
 class Shell:
@@ -22,9 +31,15 @@ class Shell:
         self._folder = folder
         os.mkfifo(os.path.join(folder, "told"))
         self._master, slave = os.openpty()
-        self.process = subprocess.Popen(command, cwd=folder, stdin=slave, stdout=slave,
-                                        stderr=slave, start_new_session=True,
-                                        env=environment(**environment_changes))
+        self.process = subprocess.Popen(
+            command,
+            cwd=folder,
+            stdin=slave,
+            stdout=slave,
+            stderr=slave,
+            start_new_session=True,
+            env=environment(**environment_changes),
+        )
         os.close(slave)
 
     def completed(self, line):
@@ -71,12 +86,16 @@ class Completion:
         names = [name for names, _ in self.options_of_help() for name in names]
         self.assertGreater(len(names), 30)
         self.assert_completed("--", *(name for name in names if name.startswith("--")))
-        self.assertLessEqual({name for name in names if len(name) == 2},
-                             set(self.shell.completed("-")))
+        self.assertLessEqual(
+            {name for name in names if len(name) == 2}, set(self.shell.completed("-"))
+        )
 
     def test_offers_the_values_of_the_help_text(self):
-        texts = {"METHOD": "GET, HEAD, POST or PUT;", "NAME": ": curl, file, vendor",
-                 "VERSION": "1.0, 1.1 (the default) or 2"}
+        texts = {
+            "METHOD": "GET, HEAD, POST or PUT;",
+            "NAME": ": curl, file, vendor",
+            "VERSION": "1.0, 1.1 (the default) or 2",
+        }
         seen = set()
         for names, value in self.options_of_help():
             if value in texts:
@@ -129,12 +148,14 @@ class Bash(Completion, ClientTest):
     def start_shell(self, folder):
         load = ". %s\n" % shlex.quote(COMPLETION + "/vortan-transfer.bash")
         self.write("bashrc", (Shell.SETTINGS + self.SETTINGS + load).encode())
-        return Shell(folder, ["bash", "--noprofile", "--rcfile", self.path("bashrc"), "-i"],
-                     b"\x1b*")
+        return Shell(
+            folder, ["bash", "--noprofile", "--rcfile", self.path("bashrc"), "-i"], b"\x1b*"
+        )
 
 
 class BashThatCompletesNoHosts(Bash):
     """As with the package bash-completion: an @ does not begin a word then."""
+
     SETTINGS = "shopt -u hostcomplete\n"
 
 

@@ -1,6 +1,21 @@
 """A name that stands for an open descriptor is written to, whatever file is behind it."""
 
-from client_support import *
+import os
+import socket
+import subprocess
+import unittest
+
+from client_support import (
+    CANNOT_WRITE,
+    ClientTest,
+    EMULATED,
+    PROGRAM,
+    Result,
+    SUCCEEDED,
+    TIMEOUT,
+    environment,
+    main,
+)
 
 
 class Descriptors(ClientTest):
@@ -23,16 +38,19 @@ class Descriptors(ClientTest):
         text = self.read("log")
         os.remove(self.path("log"))
         self.assertTrue(text.startswith(b"before\n") and text.endswith(b"after\n"), text)
-        return text[len(b"before\n"):-len(b"after\n")]
+        return text[len(b"before\n") : -len(b"after\n")]
 
     def test_a_redirected_log_keeps_what_is_before_and_after(self):
-        for descriptor, names in ((1, ("-", "/dev/stdout", "/dev/fd/1", "/proc/self/fd/1")),
-                                  (2, ("/dev/stderr", "/dev/fd/2", "/proc/self/fd/2")),
-                                  (9, ("/dev/fd/9", "/proc/self/fd/9", "/proc/thread-self/fd/9"))):
+        for descriptor, names in (
+            (1, ("-", "/dev/stdout", "/dev/fd/1", "/proc/self/fd/1")),
+            (2, ("/dev/stderr", "/dev/fd/2", "/proc/self/fd/2")),
+            (9, ("/dev/fd/9", "/proc/self/fd/9", "/proc/thread-self/fd/9")),
+        ):
             for name in names:
                 for flags in (os.O_APPEND, os.O_TRUNC):
-                    written = self.run_into_log(self.url, "-o", name, descriptor=descriptor,
-                                                flags=flags)
+                    written = self.run_into_log(
+                        self.url, "-o", name, descriptor=descriptor, flags=flags
+                    )
                     self.assertEqual(written, b"contents", name)
                     self.assert_files()
 
@@ -47,8 +65,9 @@ class Descriptors(ClientTest):
         os.symlink("/proc/self/fd", self.path("folder"))
         for name in ("first", "second", "folder/2", "../../../../../../../../dev/stderr"):
             self.assertEqual(self.run_into_log(self.url, "-o", name), b"contents", name)
-        self.assertEqual(self.run_into_log("-O", self.server.url("/a"), run=self.run_with_link),
-                         b"contents")
+        self.assertEqual(
+            self.run_into_log("-O", self.server.url("/a"), run=self.run_with_link), b"contents"
+        )
         self.assert_files("first", "folder", "second")
 
     def run_with_link(self, *arguments, **options):
@@ -61,8 +80,15 @@ class Descriptors(ClientTest):
         def run_in_shell(*arguments, **options):
             process = subprocess.run(
                 ["sh", "-c", 'exec "$@" -o /proc/$$/fd/2', "sh", *PROGRAM, *arguments],
-                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                cwd=self.folder, env=environment(), timeout=TIMEOUT, check=False, **options)
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE,
+                cwd=self.folder,
+                env=environment(),
+                timeout=TIMEOUT,
+                check=False,
+                **options
+            )
             return Result(process, process.stdout, process.stderr)
 
         self.assertEqual(self.run_into_log(self.url, run=run_in_shell), b"contents")
@@ -70,15 +96,17 @@ class Descriptors(ClientTest):
     def test_a_socket_is_written_to(self):
         ours, theirs = socket.socketpair()
         name = "/dev/fd/%d" % theirs.fileno()
-        self.assert_succeeded(
-            self.run_client(self.url, "-o", name, pass_fds=[theirs.fileno()]))
+        self.assert_succeeded(self.run_client(self.url, "-o", name, pass_fds=[theirs.fileno()]))
         theirs.close()
         self.assertEqual(ours.makefile("rb").read(), b"contents")
         ours.close()
 
     def assert_bad(self, name):
-        self.assert_failed(self.run_client(self.url, "-o", name), CANNOT_WRITE,
-                           "%s: cannot write '%s': Bad file descriptor" % (self.url, name))
+        self.assert_failed(
+            self.run_client(self.url, "-o", name),
+            CANNOT_WRITE,
+            "%s: cannot write '%s': Bad file descriptor" % (self.url, name),
+        )
         self.assertTrue(self.server.requests.empty())
 
     def test_one_that_is_not_open_is_told_before_anything_is_requested(self):

@@ -9,7 +9,17 @@ import subprocess
 import sys
 import unittest
 
-from client_support import *
+from client_support import (
+    BODY,
+    CANNOT_WRITE,
+    ClientTest,
+    EMULATED,
+    PROGRAM,
+    SANITIZED,
+    TRANSFER_FAILED,
+    environment,
+    main,
+)
 
 
 def limit_memory():
@@ -19,8 +29,13 @@ def limit_memory():
 class Files(ClientTest):
     def test_a_file_is_written_to_standard_output(self):
         path = self.write("a", BODY)
-        for source in (path, "a", "file://" + path, "FILE://localhost" + path,
-                       "file://LOCALHOST" + path):
+        for source in (
+            path,
+            "a",
+            "file://" + path,
+            "FILE://localhost" + path,
+            "file://LOCALHOST" + path,
+        ):
             result = self.run_client(source)
             self.assert_succeeded(result)
             self.assertEqual(result.output, BODY)
@@ -44,8 +59,11 @@ class Files(ClientTest):
         self.assertEqual(self.run_client("-i", "--plain", "a").output, b"contents")
 
     def test_a_missing_file_is_named_with_the_cause(self):
-        self.assert_failed(self.run_client("missing", "-o", "out"), TRANSFER_FAILED,
-                           "missing: No such file or directory")
+        self.assert_failed(
+            self.run_client("missing", "-o", "out"),
+            TRANSFER_FAILED,
+            "missing: No such file or directory",
+        )
         self.assert_files()
 
     def test_a_directory_is_called_one(self):
@@ -54,13 +72,19 @@ class Files(ClientTest):
 
     def test_an_unreadable_file_is_named_with_the_cause(self):
         # A file that even root cannot read.
-        self.assert_failed(self.run_client("/proc/self/mem", "-o", "out"), TRANSFER_FAILED,
-                           "/proc/self/mem: Input/output error")
+        self.assert_failed(
+            self.run_client("/proc/self/mem", "-o", "out"),
+            TRANSFER_FAILED,
+            "/proc/self/mem: Input/output error",
+        )
         self.assert_files()
 
     def test_control_characters_in_a_name_are_escaped(self):
-        self.assert_failed(self.run_client("a\nb\033[2J"), TRANSFER_FAILED,
-                           "a\\nb\\x1b[2J: No such file or directory")
+        self.assert_failed(
+            self.run_client("a\nb\033[2J"),
+            TRANSFER_FAILED,
+            "a\\nb\\x1b[2J: No such file or directory",
+        )
 
     def test_a_source_may_be_its_own_target(self):
         self.write("a", BODY)
@@ -68,8 +92,11 @@ class Files(ClientTest):
         self.assertEqual(self.read("a"), BODY)
 
     def test_what_is_no_regular_file_is_refused(self):
-        self.assert_failed(self.run_client("/dev/zero", "-o", "out"), TRANSFER_FAILED,
-                           "/dev/zero: Is not a regular file")
+        self.assert_failed(
+            self.run_client("/dev/zero", "-o", "out"),
+            TRANSFER_FAILED,
+            "/dev/zero: Is not a regular file",
+        )
         self.assert_files()
 
     def test_a_file_that_makes_readers_wait_is_refused(self):
@@ -77,8 +104,11 @@ class Files(ClientTest):
             os.close(os.open("/proc/kmsg", os.O_RDONLY))
         except OSError:
             self.skipTest("the kernel's messages may not be read here")
-        self.assert_failed(self.run_client("/proc/kmsg", "-o", "out"), CANNOT_WRITE,
-                           "/proc/kmsg: Has no end, copy what you need of it to a file first")
+        self.assert_failed(
+            self.run_client("/proc/kmsg", "-o", "out"),
+            CANNOT_WRITE,
+            "/proc/kmsg: Has no end, copy what you need of it to a file first",
+        )
         self.assert_files()
 
     @unittest.skipIf(SANITIZED, "a sanitizer ends the program when memory is short")
@@ -87,8 +117,11 @@ class Files(ClientTest):
             file.truncate(1 << 40)
         # What runs under emulation has 32 bits, and no memory for it anyway.
         limit = {} if EMULATED else {"preexec_fn": limit_memory}
-        self.assert_failed(self.run_client("huge", "-o", "out", **limit),
-                           TRANSFER_FAILED, "huge: Cannot be read as a whole")
+        self.assert_failed(
+            self.run_client("huge", "-o", "out", **limit),
+            TRANSFER_FAILED,
+            "huge: Cannot be read as a whole",
+        )
         self.assert_files("huge")
 
 
@@ -129,14 +162,17 @@ class Http(ClientTest):
 
     def test_headers_are_sent_in_order(self):
         url = self.serve("/a", b"")
-        self.assert_succeeded(self.run_client(url, "-H", "X-B: 1", "-H", "X-A:", "-H", "X-B: 2",
-                                              "-H", "User-Agent: me"))
+        self.assert_succeeded(
+            self.run_client(
+                url, "-H", "X-B: 1", "-H", "X-A:", "-H", "X-B: 2", "-H", "User-Agent: me"
+            )
+        )
         headers = self.server.requests.get().headers
         self.assertEqual(headers.get_all("X-B"), ["1", "2"])
         self.assertEqual(headers["User-Agent"], "me")
 
     def test_the_given_handler_is_used(self):
-        address = self.serve("/a", b"contents")[len("http://"):]
+        address = self.serve("/a", b"contents")[len("http://") :]
         self.assertEqual(self.run_client("--handler", "curl", address).output, b"contents")
 
     def test_a_chain_of_redirects_is_followed_and_shown_with_include(self):
@@ -154,25 +190,33 @@ class Http(ClientTest):
                 b"HTTP/1.1 301 Reason\r\nConnection: close\r\nContent-Length: 9\r\n"
                 b"Location: /c\r\n\r\n"
                 b"HTTP/1.1 200 Reason\r\nConnection: close\r\nContent-Length: 8\r\n\r\n"
-                b"contents")
+                b"contents",
+            )
 
     def redirect(self, path, location, status=302):
         return self.serve(path, b"gone", status=status, headers=[("Location", location)])
 
     def assert_redirect_fails(self, url, target, cause):
         for mode in ("--segmented", "--plain"):
-            self.assert_failed(self.run_client(mode, url, "-o", "out"), TRANSFER_FAILED,
-                               "%s: redirected to %s: %s" % (url, target, cause))
+            self.assert_failed(
+                self.run_client(mode, url, "-o", "out"),
+                TRANSFER_FAILED,
+                "%s: redirected to %s: %s" % (url, target, cause),
+            )
         self.assert_files()
 
     def test_a_failure_after_redirects_names_the_last_target(self):
         with socket.socket() as bound:
             bound.bind(("127.0.0.1", 0))
             closed = "http://127.0.0.1:%d/b" % bound.getsockname()[1]
-            self.assert_redirect_fails(self.redirect("/a", closed), closed,
-                                       "Couldn't connect to server (HTTP status 302)")
-            self.assert_redirect_fails(self.redirect("/first", "/a", 301), closed,
-                                       "Couldn't connect to server (HTTP status 302)")
+            self.assert_redirect_fails(
+                self.redirect("/a", closed), closed, "Couldn't connect to server (HTTP status 302)"
+            )
+            self.assert_redirect_fails(
+                self.redirect("/first", "/a", 301),
+                closed,
+                "Couldn't connect to server (HTTP status 302)",
+            )
 
     def test_a_relative_target_is_named_as_a_whole(self):
         url = self.redirect("/x/a", "../b?c")
@@ -180,12 +224,16 @@ class Http(ClientTest):
 
     def test_a_target_is_named_without_its_password(self):
         target = self.server.url("/b").replace("http://", "http://user:%s@")
-        self.assert_redirect_fails(self.redirect("/a", target % "secret"), target % "***",
-                                   "HTTP status 404")
+        self.assert_redirect_fails(
+            self.redirect("/a", target % "secret"), target % "***", "HTTP status 404"
+        )
 
     def test_a_target_of_another_kind_is_named(self):
-        self.assert_redirect_fails(self.redirect("/a", "gopher://localhost/b"),
-                                   "gopher://localhost/b", "Unsupported protocol (HTTP status 302)")
+        self.assert_redirect_fails(
+            self.redirect("/a", "gopher://localhost/b"),
+            "gopher://localhost/b",
+            "Unsupported protocol (HTTP status 302)",
+        )
 
     def test_a_location_without_a_redirect_is_not_named(self):
         url = self.serve("/a", b"sorry", status=404, headers=[("Location", "/b")])
@@ -205,8 +253,10 @@ class Http(ClientTest):
         for mode in ("--segmented", "--plain"):
             result = self.run_client("-X", "HEAD", mode, url)
             self.assert_succeeded(result)
-            self.assertEqual(result.output, b"HTTP/1.1 200 Reason\r\nConnection: close\r\n"
-                                            b"Content-Length: 1234567\r\n\r\n")
+            self.assertEqual(
+                result.output,
+                b"HTTP/1.1 200 Reason\r\nConnection: close\r\n" b"Content-Length: 1234567\r\n\r\n",
+            )
             self.assertEqual(self.server.requests.get().method, "HEAD")
 
     def test_an_http_error_is_named_by_its_status(self):
@@ -228,13 +278,19 @@ class Http(ClientTest):
         with socket.socket() as bound:
             bound.bind(("127.0.0.1", 0))
             url = "http://127.0.0.1:%d/a" % bound.getsockname()[1]
-            self.assert_failed(self.run_client(url, "-o", "out"), TRANSFER_FAILED,
-                               url + ": Couldn't connect to server")
+            self.assert_failed(
+                self.run_client(url, "-o", "out"),
+                TRANSFER_FAILED,
+                url + ": Couldn't connect to server",
+            )
         self.assert_files()
 
     def test_an_invalid_url_is_named_with_the_cause(self):
-        self.assert_failed(self.run_client("http://"), TRANSFER_FAILED,
-                           "http://: URL using bad/illegal format or missing URL")
+        self.assert_failed(
+            self.run_client("http://"),
+            TRANSFER_FAILED,
+            "http://: URL using bad/illegal format or missing URL",
+        )
 
     def test_a_truncated_response_leaves_an_existing_file_untouched(self):
         def answer(request):
@@ -245,8 +301,11 @@ class Http(ClientTest):
         self.write("out", b"before")
         url = self.server.url("/a")
         for mode in ("--segmented", "--plain"):
-            self.assert_failed(self.run_client(url, mode, "-o", "out"), TRANSFER_FAILED,
-                               url + ": Transferred a partial file (HTTP status 200)")
+            self.assert_failed(
+                self.run_client(url, mode, "-o", "out"),
+                TRANSFER_FAILED,
+                url + ": Transferred a partial file (HTTP status 200)",
+            )
             self.assertEqual(self.read("out"), b"before")
         self.assert_files("out")
 
@@ -258,16 +317,20 @@ class Http(ClientTest):
         self.server.answers["/a"] = answer
         url = self.server.url("/a")
         result = self.run_client(url)
-        self.assert_failed(result, TRANSFER_FAILED,
-                           url + ": Transferred a partial file (HTTP status 200)")
+        self.assert_failed(
+            result, TRANSFER_FAILED, url + ": Transferred a partial file (HTTP status 200)"
+        )
         self.assertEqual(result.output, BODY[:1000])
 
     def assert_header_cut(self, *arguments):
         """/a sends a response that is cut inside its header."""
         url = self.server.url("/a")
-        self.assert_failed(self.run_client(url, "-o", "out", *arguments), TRANSFER_FAILED,
-                           url + ": the connection was closed inside the header of the response "
-                           "(HTTP status 200)")
+        self.assert_failed(
+            self.run_client(url, "-o", "out", *arguments),
+            TRANSFER_FAILED,
+            url + ": the connection was closed inside the header of the response "
+            "(HTTP status 200)",
+        )
         self.assertEqual(self.read("out"), b"before")
         self.assert_files("out")
 
@@ -291,30 +354,38 @@ class Http(ClientTest):
     def test_a_reset_connection_leaves_no_partial_file(self):
         self.server.answers["/a"] = lambda request: request.reset()
         url = self.server.url("/a")
-        self.assert_failed(self.run_client(url, "-o", "out"), TRANSFER_FAILED,
-                           url + ": Failure when receiving data from the peer")
+        self.assert_failed(
+            self.run_client(url, "-o", "out"),
+            TRANSFER_FAILED,
+            url + ": Failure when receiving data from the peer",
+        )
         self.assert_files()
 
     def test_a_killed_server_leaves_no_partial_file(self):
         server = subprocess.Popen(
-            [sys.executable, "-c",
-             "import socket\n"
-             "listener = socket.create_server(('127.0.0.1', 0))\n"
-             "print(listener.getsockname()[1], flush=True)\n"
-             "connection = listener.accept()[0]\n"
-             "connection.recv(65536)\n"
-             "connection.sendall(b'HTTP/1.1 200 OK\\r\\nContent-Length: 99\\r\\n\\r\\nsome')\n"
-             "print('sent', flush=True)\n"
-             "connection.recv(1)\n"],
-            stdout=subprocess.PIPE)
+            [
+                sys.executable,
+                "-c",
+                "import socket\n"
+                "listener = socket.create_server(('127.0.0.1', 0))\n"
+                "print(listener.getsockname()[1], flush=True)\n"
+                "connection = listener.accept()[0]\n"
+                "connection.recv(65536)\n"
+                "connection.sendall(b'HTTP/1.1 200 OK\\r\\nContent-Length: 99\\r\\n\\r\\nsome')\n"
+                "print('sent', flush=True)\n"
+                "connection.recv(1)\n",
+            ],
+            stdout=subprocess.PIPE,
+        )
         self.addCleanup(server.communicate)
         url = "http://127.0.0.1:%d/a" % int(server.stdout.readline())
         client = self.start(url, "-o", "out")
         server.stdout.readline()  # the first bytes are sent
         server.send_signal(signal.SIGKILL)
         result = client.finish()
-        self.assert_failed(result, TRANSFER_FAILED,
-                           url + ": Transferred a partial file (HTTP status 200)")
+        self.assert_failed(
+            result, TRANSFER_FAILED, url + ": Transferred a partial file (HTTP status 200)"
+        )
         self.assert_files()
 
 
@@ -329,8 +400,9 @@ class Memory(ClientTest):
                 request.send(bytes(1 << 16))
 
         self.server.answers["/a"] = answer
-        result = self.run_client(self.server.url("/a"), "--plain", "-o", "out",
-                                 preexec_fn=limit_memory)
+        result = self.run_client(
+            self.server.url("/a"), "--plain", "-o", "out", preexec_fn=limit_memory
+        )
         self.assert_failed(result, TRANSFER_FAILED, "unexpected failure: std::bad_alloc")
         self.assert_files()
 
@@ -342,8 +414,11 @@ class Memory(ClientTest):
                 request.send(piece)
 
         self.server.answers["/a"] = answer
-        process = subprocess.Popen([*PROGRAM, self.server.url("/a"), *arguments],
-                                   stdout=subprocess.DEVNULL, env=environment())
+        process = subprocess.Popen(
+            [*PROGRAM, self.server.url("/a"), *arguments],
+            stdout=subprocess.DEVNULL,
+            env=environment(),
+        )
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = status
         self.assertEqual(status, 0)

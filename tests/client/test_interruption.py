@@ -3,7 +3,14 @@
 import signal
 import subprocess
 
-from client_support import *
+from client_support import (
+    BODY,
+    ClientTest,
+    Gate,
+    INTERRUPTED,
+    TIMEOUT,
+    main,
+)
 
 
 class Interruption(ClientTest):
@@ -58,8 +65,7 @@ class Interruption(ClientTest):
 
     def test_a_signal_ends_the_waiting_for_a_delay(self):
         self.gate.open()
-        for delay in (("--fixed-delay", "9223372036854775807"),
-                      ("--random-delay", "3600:4294967")):
+        for delay in (("--fixed-delay", "9223372036854775807"), ("--random-delay", "3600:4294967")):
             client = self.start(self.url, "-v", *delay, "-o", "out")
             client.wait_for_line_with("Start sleeping for: ")
             client.interrupt()
@@ -106,7 +112,8 @@ class Interruption(ClientTest):
 
     def test_a_signal_that_was_switched_off_stays_off(self):
         client = self.start_and_reach_the_middle(
-            "-o", "out", preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+            "-o", "out", preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        )
         client.interrupt(signal.SIGHUP)
         self.gate.open()
         self.assert_succeeded(client.finish())

@@ -1,8 +1,13 @@
 """The man page and --help tell the same of each option and of each exit status."""
 
+import os
 import re
 
-from client_support import *
+from client_support import (
+    ClientTest,
+    main,
+    options_of_help,
+)
 
 MAN_PAGE = os.path.join(os.path.dirname(__file__), "../../tools/vortan-transfer/vortan-transfer.1")
 
@@ -14,7 +19,7 @@ def read_line(line):
     if not macro:
         return line
     # Fonts that alternate join their words, but for spaces that are escaped or quoted.
-    words = re.findall(r'"[^"]*"|\S+', line[macro.end():].replace("\\ ", "\0"))
+    words = re.findall(r'"[^"]*"|\S+', line[macro.end() :].replace("\\ ", "\0"))
     joint = "" if len(macro[1]) == 2 else " "
     return joint.join(word.strip('"') for word in words).replace("\0", " ")
 
@@ -40,8 +45,10 @@ class ManPage(ClientTest):
         self.page = dict(paragraphs_of_page())
 
     def test_tells_the_same_of_each_option(self):
-        of_help = {(", ".join(names) + " " + value).strip(): told
-                   for names, value, told in options_of_help(self.help)}
+        of_help = {
+            (", ".join(names) + " " + value).strip(): told
+            for names, value, told in options_of_help(self.help)
+        }
         of_page = {tag: text for tag, text in self.page.items() if tag.startswith("-")}
         self.assertGreater(len(of_help), 20)
         self.assertEqual(of_page, of_help)

@@ -1,6 +1,13 @@
 """A server that answers "not modified" leaves a file as it is."""
 
-from client_support import *
+import os
+
+from client_support import (
+    BODY,
+    ClientTest,
+    SUCCEEDED,
+    main,
+)
 
 TAG = '"a"'
 ASK = ("-H", "If-None-Match: " + TAG)
@@ -29,11 +36,13 @@ class NotModified(ClientTest):
         for mode in ("--segmented", "--plain", "--no-fail", "-i"):
             for handler in ("curl", "vendor"):
                 self.assert_not_modified(
-                    self.run_client(*ASK, mode, "--handler", handler, self.url, "-o", "keep"))
+                    self.run_client(*ASK, mode, "--handler", handler, self.url, "-o", "keep")
+                )
                 self.assertEqual(self.read("keep"), b"before")
                 after = os.stat(self.path("keep"))
-                self.assertEqual((after.st_ino, after.st_mtime_ns),
-                                 (before.st_ino, before.st_mtime_ns))
+                self.assertEqual(
+                    (after.st_ino, after.st_mtime_ns), (before.st_ino, before.st_mtime_ns)
+                )
         self.assert_files("keep")
 
     def test_makes_no_file_where_there_was_none(self):
@@ -46,13 +55,13 @@ class NotModified(ClientTest):
         self.assertEqual(result.output, b"")
         result = self.run_client(*ASK, "-i", self.url)
         self.assert_not_modified(result)
-        self.assertEqual(result.output, b"HTTP/1.1 304 Reason\r\nConnection: close\r\n"
-                                        b'ETag: "a"\r\n\r\n')
+        self.assertEqual(
+            result.output, b"HTTP/1.1 304 Reason\r\nConnection: close\r\n" b'ETag: "a"\r\n\r\n'
+        )
 
     def test_replaces_the_file_when_there_is_another_version(self):
         self.write("keep", b"before")
-        self.assert_succeeded(
-            self.run_client("-H", 'If-None-Match: "old"', self.url, "-o", "keep"))
+        self.assert_succeeded(self.run_client("-H", 'If-None-Match: "old"', self.url, "-o", "keep"))
         self.assertEqual(self.read("keep"), BODY)
 
     def test_is_told_in_the_summary_of_several_sources(self):

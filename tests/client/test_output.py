@@ -6,10 +6,16 @@ import resource
 import stat
 import subprocess
 import tempfile
-import threading
-import unittest
 
-from client_support import *
+from client_support import (
+    BODY,
+    CANNOT_WRITE,
+    ClientTest,
+    Gate,
+    TIMEOUT,
+    WRONG_ARGUMENTS,
+    main,
+)
 
 NOBODY = 65534
 
@@ -37,7 +43,8 @@ class Targets(ClientTest):
     def test_a_made_file_has_the_permissions_that_the_umask_leaves(self):
         for umask in (0o022, 0o077, 0):
             self.assert_succeeded(
-                self.run_client(self.url, "-o", "out", preexec_fn=lambda: os.umask(umask)))
+                self.run_client(self.url, "-o", "out", preexec_fn=lambda: os.umask(umask))
+            )
             self.assertEqual(self.mode_of("out"), 0o666 & ~umask)
             os.remove(self.path("out"))
 
@@ -49,7 +56,8 @@ class Targets(ClientTest):
         for mode in (0o640, 0o666, 0o755):
             os.chmod(self.path("out"), mode)
             self.assert_succeeded(
-                self.run_client(self.url, "-o", "out", preexec_fn=lambda: os.umask(0o077)))
+                self.run_client(self.url, "-o", "out", preexec_fn=lambda: os.umask(0o077))
+            )
             after = os.stat(self.path("out"))
             self.assertEqual(self.mode_of("out"), mode)
             self.assertEqual((after.st_uid, after.st_gid), (before.st_uid, before.st_gid))
@@ -63,8 +71,9 @@ class Targets(ClientTest):
             os.chown(self.path("out"), NOBODY, 1)
             os.chmod(self.path("out"), mode)
             try:
-                result = self.run_client(self.url, "-o", "out", user=NOBODY, group=NOBODY,
-                                         extra_groups=[])
+                result = self.run_client(
+                    self.url, "-o", "out", user=NOBODY, group=NOBODY, extra_groups=[]
+                )
             except PermissionError:
                 self.skipTest("another user cannot start the program from where it is")
             self.assert_succeeded(result)
@@ -77,7 +86,7 @@ class Targets(ClientTest):
         self.server.answers["/a"] = gate
         client = self.start(self.url, "-o", "out", preexec_fn=lambda: os.umask(umask))
         gate.wait_until_reached()
-        part, = (name for name in os.listdir(self.folder) if name != "out")
+        (part,) = (name for name in os.listdir(self.folder) if name != "out")
         status = os.lstat(self.path(part))
         gate.open()
         self.assert_succeeded(client.finish())
@@ -145,8 +154,11 @@ class Targets(ClientTest):
     def test_a_circle_of_links_is_refused(self):
         os.symlink("b", self.path("a"))
         os.symlink("a", self.path("b"))
-        self.assert_failed(self.run_client(self.url, "-o", "a"), CANNOT_WRITE,
-                           self.url + ": cannot write 'a': Too many levels of symbolic links")
+        self.assert_failed(
+            self.run_client(self.url, "-o", "a"),
+            CANNOT_WRITE,
+            self.url + ": cannot write 'a': Too many levels of symbolic links",
+        )
 
     def test_a_long_name_is_possible(self):
         for name in ("n" * 255, "\u00e4" * 127):
@@ -200,8 +212,14 @@ class Targets(ClientTest):
         self.serve("/folder/b%20c", b"b c")
         self.write("d", b"d")
         os.mkdir(self.path("inside"))
-        result = self.run_client("-q", "-O", self.url + "?q=/x", self.server.url("/folder/b%20c"),
-                                 self.path("d"), cwd=self.path("inside"))
+        result = self.run_client(
+            "-q",
+            "-O",
+            self.url + "?q=/x",
+            self.server.url("/folder/b%20c"),
+            self.path("d"),
+            cwd=self.path("inside"),
+        )
         self.assert_succeeded(result)
         self.assertEqual(self.read("inside/a"), BODY)
         self.assertEqual(self.read("inside/b c"), b"b c")
@@ -211,17 +229,21 @@ class Targets(ClientTest):
         os.mkdir(self.path("inside"))
         url = self.server.url("/..%2Fescaped")
         self.assert_failed(
-            self.run_client("-O", self.url, url, cwd=self.path("inside")), WRONG_ARGUMENTS,
+            self.run_client("-O", self.url, url, cwd=self.path("inside")),
+            WRONG_ARGUMENTS,
             "'%s': has no name that a file can take, say where to write with -o "
-            "(--help tells more)" % url)
+            "(--help tells more)" % url,
+        )
         self.assertTrue(self.server.requests.empty())
         self.assert_files("inside")
 
     def test_two_sources_of_one_name_are_refused_before_anything_starts(self):
         other = self.server.url("/b/a")
         self.assert_failed(
-            self.run_client("-O", self.url, other), WRONG_ARGUMENTS,
-            "'%s': another source is to be written to 'a' already (--help tells more)" % other)
+            self.run_client("-O", self.url, other),
+            WRONG_ARGUMENTS,
+            "'%s': another source is to be written to 'a' already (--help tells more)" % other,
+        )
         self.assertTrue(self.server.requests.empty())
         self.assert_files()
 
@@ -232,55 +254,75 @@ class Unwritable(ClientTest):
         self.url = self.serve("/a")
 
     def assert_cannot_write(self, result, target, cause):
-        self.assert_failed(result, CANNOT_WRITE,
-                           "%s: cannot write %s: %s" % (self.url, target, cause))
+        self.assert_failed(
+            result, CANNOT_WRITE, "%s: cannot write %s: %s" % (self.url, target, cause)
+        )
 
     def test_a_missing_folder_is_told_before_anything_is_requested(self):
-        self.assert_cannot_write(self.run_client(self.url, "-o", "missing/out"), "'missing/out'",
-                                 "No such file or directory")
+        self.assert_cannot_write(
+            self.run_client(self.url, "-o", "missing/out"),
+            "'missing/out'",
+            "No such file or directory",
+        )
         self.assertTrue(self.server.requests.empty())
 
     def test_a_folder_that_takes_no_files_is_told(self):
-        self.assert_cannot_write(self.run_client(self.url, "-o", "/proc/out"), "'/proc/out'",
-                                 "No such file or directory")
+        self.assert_cannot_write(
+            self.run_client(self.url, "-o", "/proc/out"), "'/proc/out'", "No such file or directory"
+        )
 
     def test_a_folder_is_no_target(self):
         os.mkdir(self.path("folder"))
         for name in ("folder", "folder/"):
-            self.assert_cannot_write(self.run_client(self.url, "-o", name), "'%s'" % name,
-                                     "Is a directory")
+            self.assert_cannot_write(
+                self.run_client(self.url, "-o", name), "'%s'" % name, "Is a directory"
+            )
         self.assertEqual(os.listdir(self.path("folder")), [])
 
     def test_a_full_device_stops_the_transfer(self):
         full = self.device("full")
         for mode in ("--segmented", "--plain"):
-            self.assert_cannot_write(self.run_client(self.url, mode, "-o", full), "'%s'" % full,
-                                     "No space left on device")
+            self.assert_cannot_write(
+                self.run_client(self.url, mode, "-o", full),
+                "'%s'" % full,
+                "No space left on device",
+            )
 
     def test_a_full_standard_output_stops_the_transfer(self):
         with open("/dev/full", "wb") as full:
             for mode in ("--segmented", "--plain"):
-                self.assert_cannot_write(self.run_client(self.url, mode, stdout=full),
-                                         "standard output", "No space left on device")
+                self.assert_cannot_write(
+                    self.run_client(self.url, mode, stdout=full),
+                    "standard output",
+                    "No space left on device",
+                )
 
     def test_a_header_that_cannot_be_written_is_told_once(self):
         with open("/dev/full", "wb") as full:
             for mode in ("--segmented", "--plain"):
-                self.assert_cannot_write(self.run_client(self.url, "-i", mode, stdout=full),
-                                         "standard output", "No space left on device")
+                self.assert_cannot_write(
+                    self.run_client(self.url, "-i", mode, stdout=full),
+                    "standard output",
+                    "No space left on device",
+                )
 
     def test_a_closed_standard_output_is_told(self):
         self.assert_cannot_write(
             self.run_client(self.url, stdout=None, preexec_fn=lambda: os.close(1)),
-            "standard output", "Bad file descriptor")
+            "standard output",
+            "Bad file descriptor",
+        )
 
     def test_a_reader_that_has_gone_is_told(self):
         reader, writer = os.pipe()
         os.close(reader)
         path = self.write("file", BODY)
         for source in (self.url, path):
-            self.assert_failed(self.run_client(source, stdout=writer), CANNOT_WRITE,
-                               source + ": cannot write standard output: Broken pipe")
+            self.assert_failed(
+                self.run_client(source, stdout=writer),
+                CANNOT_WRITE,
+                source + ": cannot write standard output: Broken pipe",
+            )
         os.close(writer)
 
     def test_a_reader_that_goes_in_the_middle_is_told(self):
@@ -292,8 +334,9 @@ class Unwritable(ClientTest):
         gate.open()
         errors = client.process.stderr.read().decode()
         self.assertEqual(client.process.wait(TIMEOUT), CANNOT_WRITE)
-        self.assertEqual(errors, "vortan-transfer: %s: cannot write standard output: "
-                                 "Broken pipe\n" % self.url)
+        self.assertEqual(
+            errors, "vortan-transfer: %s: cannot write standard output: " "Broken pipe\n" % self.url
+        )
 
     def test_a_file_size_limit_leaves_an_existing_file_untouched(self):
         self.write("out", b"before")
@@ -312,8 +355,9 @@ class Unwritable(ClientTest):
             target = os.path.join(disk, "out")
             with open(target, "wb") as file:
                 file.write(b"before")
-            self.assert_cannot_write(self.run_client(self.url, "-o", target), "'%s'" % target,
-                                     "No space left on device")
+            self.assert_cannot_write(
+                self.run_client(self.url, "-o", target), "'%s'" % target, "No space left on device"
+            )
             self.assertEqual(os.listdir(disk), ["out"])
             with open(target, "rb") as file:
                 self.assertEqual(file.read(), b"before")
@@ -326,16 +370,23 @@ class Unwritable(ClientTest):
             subprocess.run(["mount", "-o", "remount,ro", disk], check=True)
             for name in ("out", "made"):
                 path = os.path.join(disk, name)
-                self.assert_cannot_write(self.run_client(self.url, "-o", path), "'%s'" % path,
-                                         "Read-only file system")
+                self.assert_cannot_write(
+                    self.run_client(self.url, "-o", path), "'%s'" % path, "Read-only file system"
+                )
             self.assertEqual(os.listdir(disk), ["out"])
 
     @contextlib.contextmanager
     def small_disk(self):
         disk = tempfile.mkdtemp()
         try:
-            mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "none", disk],
-                                     stderr=subprocess.DEVNULL, check=False).returncode == 0
+            mounted = (
+                subprocess.run(
+                    ["mount", "-t", "tmpfs", "-o", "size=256k", "none", disk],
+                    stderr=subprocess.DEVNULL,
+                    check=False,
+                ).returncode
+                == 0
+            )
             if not mounted:
                 self.skipTest("no file system can be mounted here")
             try:
@@ -381,12 +432,18 @@ class Unwritable(ClientTest):
     def test_help_that_cannot_be_written_is_told(self):
         with open("/dev/full", "wb") as full:
             for option in ("--help", "--version"):
-                self.assert_failed(self.run_client(option, stdout=full), CANNOT_WRITE,
-                                   "cannot write standard output: No space left on device")
+                self.assert_failed(
+                    self.run_client(option, stdout=full),
+                    CANNOT_WRITE,
+                    "cannot write standard output: No space left on device",
+                )
 
     def test_control_characters_in_the_name_of_a_target_are_escaped(self):
-        self.assert_cannot_write(self.run_client(self.url, "-o", "missing\n/\033c"),
-                                 "'missing\\n/\\x1bc'", "No such file or directory")
+        self.assert_cannot_write(
+            self.run_client(self.url, "-o", "missing\n/\033c"),
+            "'missing\\n/\\x1bc'",
+            "No such file or directory",
+        )
 
 
 if __name__ == "__main__":

@@ -3,7 +3,14 @@
 import base64
 import json
 
-from client_support import *
+from client_support import (
+    BODY,
+    ClientTest,
+    TRANSFER_FAILED,
+    WRONG_ARGUMENTS,
+    environment,
+    main,
+)
 
 SECRET = "s3cret"
 
@@ -25,12 +32,16 @@ class Password(ClientTest):
         self.assert_succeeded(self.run_client(self.url_with("/a"), "-o", "out"))
         self.assertEqual(self.read("out"), BODY)
         kind, credentials = self.server.requests.get().headers["Authorization"].split()
-        self.assertEqual((kind, base64.b64decode(credentials)),
-                         ("Basic", b"user:" + SECRET.encode()))
+        self.assertEqual(
+            (kind, base64.b64decode(credentials)), ("Basic", b"user:" + SECRET.encode())
+        )
 
     def test_is_not_in_a_failure(self):
-        self.assert_failed(self.run_client(self.url_with("/missing"), "-o", "out"),
-                           TRANSFER_FAILED, self.shown("/missing") + ": HTTP status 404")
+        self.assert_failed(
+            self.run_client(self.url_with("/missing"), "-o", "out"),
+            TRANSFER_FAILED,
+            self.shown("/missing") + ": HTTP status 404",
+        )
 
     def test_is_not_in_the_summary(self):
         self.serve("/a")
@@ -43,8 +54,9 @@ class Password(ClientTest):
         result = self.run_client("-v", self.url_with("/a"), "-o", "out")
         self.assertIn("Url: %s\n" % self.shown("/a"), result.errors)
         self.assert_secret(result.errors)
-        self.run_client(self.url_with("/missing"),
-                        env=environment(VORTAN_DLOG="file:" + self.path("log")))
+        self.run_client(
+            self.url_with("/missing"), env=environment(VORTAN_DLOG="file:" + self.path("log"))
+        )
         self.assertIn("accessing " + self.shown("/missing"), self.read("log").decode())
         self.assert_secret(self.read("log"))
 
@@ -52,22 +64,30 @@ class Password(ClientTest):
         self.serve("/a")
         result = self.run_client("-q", "--json", "-O", self.url_with("/a"), self.url_with("/b"))
         told = {one["index"]: one for one in map(json.loads, result.output.splitlines())}
-        self.assertEqual([told[0]["source"], told[1]["source"]],
-                         [self.shown("/a"), self.shown("/b")])
+        self.assertEqual(
+            [told[0]["source"], told[1]["source"]], [self.shown("/a"), self.shown("/b")]
+        )
         self.assert_secret(result.output, result.errors)
 
     def test_is_not_in_a_trace_or_its_picture(self):
         self.serve("/a")
-        self.assert_succeeded(self.run_client(self.url_with("/a"), "-o", "out", "--trace", "trace",
-                                              "--trace-plot", "plot"))
+        self.assert_succeeded(
+            self.run_client(
+                self.url_with("/a"), "-o", "out", "--trace", "trace", "--trace-plot", "plot"
+            )
+        )
         self.assertIn('"source":"%s"' % self.shown("/a"), self.read("trace").decode())
         self.assertIn("<title>%s: " % self.shown("/a"), self.read("plot").decode())
         self.assert_secret(self.read("trace"), self.read("plot"))
 
     def test_is_not_in_the_refusal_of_an_argument(self):
-        for arguments in (("-O", self.url_with("/")), ("file://user:%s@elsewhere/a" % SECRET,),
-                          ("-X", self.url_with("/a"), "a"), ("--frob=" + self.url_with("/a"),),
-                          ("--resource", "/r", "--handler", "vendor", self.url_with("/a"))):
+        for arguments in (
+            ("-O", self.url_with("/")),
+            ("file://user:%s@elsewhere/a" % SECRET,),
+            ("-X", self.url_with("/a"), "a"),
+            ("--frob=" + self.url_with("/a"),),
+            ("--resource", "/r", "--handler", "vendor", self.url_with("/a")),
+        ):
             result = self.run_client(*arguments)
             self.assertEqual(result.status, WRONG_ARGUMENTS)
             self.assertIn("user:***@", result.errors)
@@ -75,18 +95,29 @@ class Password(ClientTest):
 
     def test_is_not_shown_in_any_form_of_a_url(self):
         address = self.server.url("/missing").removeprefix("http://")
-        for text in ("user:%s@" + address, "http:/user:%s@" + address, "HTTP://:%s@" + address,
-                     "http://user:x@%s@" + address, "http://user:a b%s@" + address,
-                     "http://user:a/%s@" + address, "http://user:a#%s@" + address,
-                     self.server.url("/missing?next=http://user:%s@localhost/")):
+        for text in (
+            "user:%s@" + address,
+            "http:/user:%s@" + address,
+            "HTTP://:%s@" + address,
+            "http://user:x@%s@" + address,
+            "http://user:a b%s@" + address,
+            "http://user:a/%s@" + address,
+            "http://user:a#%s@" + address,
+            self.server.url("/missing?next=http://user:%s@localhost/"),
+        ):
             result = self.run_client("-v", "--handler", "curl", text % SECRET)
             self.assertEqual(result.status, TRANSFER_FAILED, text)
             self.assertIn(":***@", result.errors)
             self.assert_secret(result.errors)
 
     def test_is_not_seen_where_there_is_none(self):
-        for text in (self.server.url("/a@b"), self.server.url("/a:b@c"),
-                     self.server.url("/?a:b@c"), "http://user@[::1]:1/a@b", "http://[::1]:1/a:b@c"):
+        for text in (
+            self.server.url("/a@b"),
+            self.server.url("/a:b@c"),
+            self.server.url("/?a:b@c"),
+            "http://user@[::1]:1/a@b",
+            "http://[::1]:1/a:b@c",
+        ):
             result = self.run_client(text)
             self.assertIn("vortan-transfer: %s: " % text, result.errors)
 

@@ -1,6 +1,12 @@
 """Data reaches the server byte for byte."""
 
-from client_support import *
+from client_support import (
+    BODY,
+    ClientTest,
+    TIMEOUT,
+    WRONG_ARGUMENTS,
+    main,
+)
 
 
 class Sending(ClientTest):
@@ -31,8 +37,9 @@ class Sending(ClientTest):
 
     def test_put_sends_data_too(self):
         for mode in ("--segmented", "--plain"):
-            self.assert_succeeded(self.run_client("-X", "PUT", mode, "-d", "@-", self.url,
-                                                  data=BODY))
+            self.assert_succeeded(
+                self.run_client("-X", "PUT", mode, "-d", "@-", self.url, data=BODY)
+            )
             self.assert_received("PUT", BODY)
 
     def test_put_can_send_nothing(self):
@@ -56,8 +63,11 @@ class Sending(ClientTest):
         self.assertIsNone(self.server.requests.get().headers["Expect"])
 
     def test_a_data_file_that_is_missing_sends_nothing(self):
-        self.assert_failed(self.run_client("-d", "@missing", self.url), WRONG_ARGUMENTS,
-                           "--data: '@missing': No such file or directory (--help tells more)")
+        self.assert_failed(
+            self.run_client("-d", "@missing", self.url),
+            WRONG_ARGUMENTS,
+            "--data: '@missing': No such file or directory (--help tells more)",
+        )
         self.assertTrue(self.server.requests.empty())
 
 

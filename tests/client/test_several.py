@@ -3,7 +3,14 @@
 import os
 import threading
 
-from client_support import *
+from client_support import (
+    BODY,
+    CANNOT_WRITE,
+    ClientTest,
+    TIMEOUT,
+    TRANSFER_FAILED,
+    main,
+)
 
 MAX_PARALLEL = 4
 
@@ -48,8 +55,7 @@ class Several(ClientTest):
         for index in range(500):
             names.append("source%d" % index)
             self.write(names[-1], names[-1].encode())
-        result = self.run_client("-q", "-O", *(self.path(name) for name in names),
-                                 cwd=folder)
+        result = self.run_client("-q", "-O", *(self.path(name) for name in names), cwd=folder)
         self.assert_succeeded(result)
         for name in names:
             self.assertEqual(self.read(os.path.join(folder, name)), name.encode())
@@ -59,13 +65,24 @@ class Several(ClientTest):
         missing = self.server.url("/missing")
         os.mkdir(self.path("inside"))
         self.write("inside/missing", b"before")
-        result = self.run_client("-q", "-O", self.path("nowhere"), missing, self.server.url("/a"),
-                                 cwd=self.path("inside"))
+        result = self.run_client(
+            "-q",
+            "-O",
+            self.path("nowhere"),
+            missing,
+            self.server.url("/a"),
+            cwd=self.path("inside"),
+        )
         self.assertEqual(result.status, TRANSFER_FAILED)
-        self.assertEqual(sorted(result.errors.splitlines()),
-                         sorted(["vortan-transfer: %s: No such file or directory"
-                                 % self.path("nowhere"),
-                                 "vortan-transfer: %s: HTTP status 404" % missing]))
+        self.assertEqual(
+            sorted(result.errors.splitlines()),
+            sorted(
+                [
+                    "vortan-transfer: %s: No such file or directory" % self.path("nowhere"),
+                    "vortan-transfer: %s: HTTP status 404" % missing,
+                ]
+            ),
+        )
         self.assertEqual(self.read("inside/a"), BODY)
         self.assertEqual(self.read("inside/missing"), b"before")
         self.assertEqual(sorted(os.listdir(self.path("inside"))), ["a", "missing"])
@@ -78,10 +95,15 @@ class Several(ClientTest):
         for urls in ((missing, folder), (folder, missing)):
             result = self.run_client("-q", "-O", *urls, self.server.url("/a"))
             self.assertEqual(result.status, CANNOT_WRITE)
-            self.assertEqual(sorted(result.errors.splitlines()),
-                             sorted(["vortan-transfer: %s: HTTP status 404" % missing,
-                                     "vortan-transfer: %s: cannot write 'folder': Is a directory"
-                                     % folder]))
+            self.assertEqual(
+                sorted(result.errors.splitlines()),
+                sorted(
+                    [
+                        "vortan-transfer: %s: HTTP status 404" % missing,
+                        "vortan-transfer: %s: cannot write 'folder': Is a directory" % folder,
+                    ]
+                ),
+            )
             self.assertEqual(self.read("a"), BODY)
             self.assert_files("a", "folder")
 

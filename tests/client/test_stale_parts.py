@@ -1,6 +1,17 @@
 """What killed programs leave is removed, and nothing else."""
 
-from client_support import *
+import os
+
+from client_support import (
+    BODY,
+    ClientTest,
+    EMULATED,
+    Gate,
+    SANITIZED,
+    TIMEOUT,
+    TRANSFER_FAILED,
+    main,
+)
 
 
 class StaleParts(ClientTest):
@@ -56,20 +67,36 @@ class StaleParts(ClientTest):
     def test_are_removed_by_a_run_that_fails(self):
         self.kill_in_the_middle("-o", "out")
         self.assertEqual(
-            self.run_client(self.server.url("/missing"), "-o", "out").status, TRANSFER_FAILED)
+            self.run_client(self.server.url("/missing"), "-o", "out").status, TRANSFER_FAILED
+        )
         self.assert_files()
 
     def test_of_other_files_stay(self):
         self.kill_in_the_middle("-o", "other")
-        other, = self.parts()
+        (other,) = self.parts()
         self.assert_succeeded(self.run_client(self.url, "-o", "out"))
         self.assert_files(other, "out")
 
     def test_are_not_what_has_a_similar_name(self):
-        names = ["out.12.part", ".out.part", ".out..part", ".out.12x.part", ".out.x12.part",
-                 ".out.-12.part", ".out.+12.part", ".out. 12.part", ".out.012.part",
-                 ".out.4294967296.part", ".out.1.2.part", ".out.12.part.bak", ".out.12",
-                 ".out2.12.part", ".xout.12.part", "..out.12.part", ".OUT.12.part"]
+        names = [
+            "out.12.part",
+            ".out.part",
+            ".out..part",
+            ".out.12x.part",
+            ".out.x12.part",
+            ".out.-12.part",
+            ".out.+12.part",
+            ".out. 12.part",
+            ".out.012.part",
+            ".out.4294967296.part",
+            ".out.1.2.part",
+            ".out.12.part.bak",
+            ".out.12",
+            ".out2.12.part",
+            ".xout.12.part",
+            "..out.12.part",
+            ".OUT.12.part",
+        ]
         for name in names:
             self.write(name, b"kept")
         self.write("file", b"kept")
@@ -84,7 +111,7 @@ class StaleParts(ClientTest):
 
     def test_are_not_what_a_running_program_writes(self):
         client = self.start_and_reach_the_middle("-o", "out")
-        part, = self.parts()
+        (part,) = self.parts()
         self.assert_succeeded(self.run_client(self.url, "-o", "out"))
         self.assertEqual(self.parts(), [part])
         self.gate.open()

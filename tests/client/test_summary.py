@@ -1,6 +1,18 @@
 """What a person is told of several sources in the end, and in which colours."""
 
-from client_support import *
+import os
+import re
+
+from client_support import (
+    BODY,
+    ClientTest,
+    Gate,
+    INTERRUPTED,
+    TRANSFER_FAILED,
+    Terminal,
+    environment,
+    main,
+)
 
 NUMBERS = r" +\d+\.\d{3} s +([\d.]+ [KMGT]?i?B/s|-)  "
 
@@ -61,8 +73,9 @@ class Colours(ClientTest):
 
     def run_on_terminal(self, **variables):
         terminal = Terminal()
-        client = self.start("-O", "good", "missing", stderr=terminal.slave,
-                            env=environment(**variables))
+        client = self.start(
+            "-O", "good", "missing", stderr=terminal.slave, env=environment(**variables)
+        )
         self.assertEqual(client.finish().status, TRANSFER_FAILED)
         return terminal.close_and_read()
 

@@ -4,8 +4,14 @@ The program has a watch on its calls: WatchedCalls.cpp."""
 
 import errno
 import itertools
+import os
 
-from client_support import *
+from client_support import (
+    CANNOT_WRITE,
+    ClientTest,
+    environment,
+    main,
+)
 
 
 class SystemCalls(ClientTest):
@@ -39,8 +45,11 @@ class SystemCalls(ClientTest):
 
     def assert_fails(self, fault, contents):
         self.write_old()
-        self.assert_failed(self.run_watched("-o", "folder/out", faults=[fault]), CANNOT_WRITE,
-                           "source: cannot write 'folder/out': " + os.strerror(fault[1]))
+        self.assert_failed(
+            self.run_watched("-o", "folder/out", faults=[fault]),
+            CANNOT_WRITE,
+            "source: cannot write 'folder/out': " + os.strerror(fault[1]),
+        )
         self.assertEqual(self.read("folder/out"), contents)
         self.assertEqual(os.listdir(self.path("folder")), ["out"])
 
@@ -70,9 +79,14 @@ class Order(SystemCalls):
 
 class Faults(SystemCalls):
     def test_a_failure_before_the_end_leaves_the_old_file(self):
-        for fault in (("write:part", errno.ENOSPC), ("fsync:part", errno.EIO),
-                      ("fsync:part", errno.EROFS), ("close:part", errno.EDQUOT),
-                      ("open:folder", errno.EMFILE), ("rename", errno.EACCES)):
+        for fault in (
+            ("write:part", errno.ENOSPC),
+            ("fsync:part", errno.EIO),
+            ("fsync:part", errno.EROFS),
+            ("close:part", errno.EDQUOT),
+            ("open:folder", errno.EMFILE),
+            ("rename", errno.EACCES),
+        ):
             self.assert_fails(fault, self.OLD)
 
     def test_a_name_that_does_not_reach_the_disk_is_told(self):
@@ -90,9 +104,12 @@ class Faults(SystemCalls):
         self.assert_written(("fchown:part", errno.EPERM), ("fchmod:part", errno.EPERM))
 
     def test_an_interrupted_call_is_made_again(self):
-        for faults in ([("write:part", errno.EINTR)],
-                       [("write:part", errno.EAGAIN), ("poll:part", errno.EINTR)],
-                       [("fsync:part", errno.EINTR)], [("fsync:folder", errno.EINTR)]):
+        for faults in (
+            [("write:part", errno.EINTR)],
+            [("write:part", errno.EAGAIN), ("poll:part", errno.EINTR)],
+            [("fsync:part", errno.EINTR)],
+            [("fsync:folder", errno.EINTR)],
+        ):
             self.assert_written(*faults)
 
     def test_an_interrupted_close_has_closed(self):
@@ -107,8 +124,9 @@ class Faults(SystemCalls):
     def test_a_stream_whose_bytes_are_lost_in_the_end_is_told(self):
         with open(self.path("stream.part"), "wb") as stream:
             result = self.run_watched(faults=[("close:part", errno.ENOSPC)], stdout=stream)
-        self.assert_failed(result, CANNOT_WRITE,
-                           "source: cannot write standard output: No space left on device")
+        self.assert_failed(
+            result, CANNOT_WRITE, "source: cannot write standard output: No space left on device"
+        )
 
     def test_a_part_that_others_take_for_a_stale_one_is_made_again(self):
         self.assert_written("others-removed")
@@ -123,7 +141,8 @@ class Faults(SystemCalls):
     def test_a_file_system_without_locks_is_written_to(self):
         for error in (errno.ENOLCK, errno.ENOTSUP):
             self.assert_succeeded(
-                self.run_watched("-o", "folder/out", faults=[("flock:part", error)]))
+                self.run_watched("-o", "folder/out", faults=[("flock:part", error)])
+            )
             self.assertEqual(os.listdir(self.path("folder")), ["out"])
             self.assertIn("rename without a lock", self.calls())
 
@@ -131,7 +150,7 @@ class Faults(SystemCalls):
         self.write_old()
         self.assert_succeeded(self.run_watched("-o", "folder/out", faults=["others-made"]))
         self.assertEqual(self.read("folder/out"), self.NEW)
-        others, = (name for name in os.listdir(self.path("folder")) if name != "out")
+        (others,) = (name for name in os.listdir(self.path("folder")) if name != "out")
         self.assertEqual(self.read("folder/" + others), b"theirs")
 
 

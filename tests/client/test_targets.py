@@ -1,6 +1,13 @@
 """Two outputs of one run never share a file, whatever names lead to it."""
 
-from client_support import *
+import os
+
+from client_support import (
+    ClientTest,
+    TIMEOUT,
+    WRONG_ARGUMENTS,
+    main,
+)
 
 
 class Targets(ClientTest):
@@ -10,13 +17,21 @@ class Targets(ClientTest):
         self.other = self.serve("/b", b"b")
 
     def assert_refused(self, line, *arguments, **options):
-        self.assert_failed(self.run_client(*arguments, **options), WRONG_ARGUMENTS,
-                           line + " (--help tells more)")
+        self.assert_failed(
+            self.run_client(*arguments, **options), WRONG_ARGUMENTS, line + " (--help tells more)"
+        )
         self.assertTrue(self.server.requests.empty())
 
     def assert_trace_refused(self, output, trace, option="--trace", **options):
-        self.assert_refused("%s: '%s' has the body already, name another file" % (option, trace),
-                            self.url, "-o", output, option, trace, **options)
+        self.assert_refused(
+            "%s: '%s' has the body already, name another file" % (option, trace),
+            self.url,
+            "-o",
+            output,
+            option,
+            trace,
+            **options
+        )
 
     def test_an_absolute_and_a_relative_name_of_one_file_are_refused(self):
         for option in ("--trace", "--trace-plot"):
@@ -38,21 +53,41 @@ class Targets(ClientTest):
         self.write("kept", b"before")
         for name in ("a", "b"):
             os.symlink("kept", self.path(name))
-        self.assert_refused("'%s': 'b' leads to the same file as 'a' of another source" % self.other,
-                            "-O", self.url, self.other)
+        self.assert_refused(
+            "'%s': 'b' leads to the same file as 'a' of another source" % self.other,
+            "-O",
+            self.url,
+            self.other,
+        )
         self.assertEqual(self.read("kept"), b"before")
 
     def test_sources_whose_names_are_links_to_one_missing_file_are_refused(self):
         os.symlink("b", self.path("a"))
-        self.assert_refused("'%s': 'b' leads to the same file as 'a' of another source" % self.other,
-                            "-O", self.url, self.other)
+        self.assert_refused(
+            "'%s': 'b' leads to the same file as 'a' of another source" % self.other,
+            "-O",
+            self.url,
+            self.other,
+        )
 
     def test_the_file_behind_standard_output_or_error_is_refused(self):
         with open(self.path("log"), "ab") as log:
-            self.assert_refused("--trace: 'log' has the body already, name another file",
-                                self.url, "--trace", "log", stdout=log)
-            self.assert_refused("--json: standard output has the body already, write that to a "
-                                "file with -o or -O", self.url, "-o", "log", "--json", stdout=log)
+            self.assert_refused(
+                "--trace: 'log' has the body already, name another file",
+                self.url,
+                "--trace",
+                "log",
+                stdout=log,
+            )
+            self.assert_refused(
+                "--json: standard output has the body already, write that to a "
+                "file with -o or -O",
+                self.url,
+                "-o",
+                "log",
+                "--json",
+                stdout=log,
+            )
         with open(self.path("log"), "ab") as log:
             client = self.start(self.url, "-o", "log", "--trace", "/dev/stderr", stderr=log)
             client.process.communicate(timeout=TIMEOUT)
@@ -72,8 +107,14 @@ class Targets(ClientTest):
 
     def test_one_device_may_take_several_outputs(self):
         with open("/dev/null", "wb") as null:
-            result = self.run_client(self.url, "--json", "-o", "/dev/fd/%d" % null.fileno(),
-                                     stdout=null, pass_fds=[null.fileno()])
+            result = self.run_client(
+                self.url,
+                "--json",
+                "-o",
+                "/dev/fd/%d" % null.fileno(),
+                stdout=null,
+                pass_fds=[null.fileno()],
+            )
         self.assert_succeeded(result)
 
     def test_files_of_one_name_in_two_folders_are_two(self):

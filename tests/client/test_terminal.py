@@ -6,7 +6,19 @@ import re
 import subprocess
 import unittest
 
-from client_support import *
+from client_support import (
+    BODY,
+    ClientTest,
+    EMULATED,
+    Gate,
+    SANITIZED,
+    SUCCEEDED,
+    TRANSFER_FAILED,
+    Terminal,
+    WRONG_ARGUMENTS,
+    environment,
+    main,
+)
 
 
 class Progress(ClientTest):
@@ -28,8 +40,7 @@ class Progress(ClientTest):
         return terminal.close_and_read()
 
     def test_shows_bytes_and_percentage_of_a_known_length(self):
-        screen = self.run_on_terminal(self.url, "-o", "out",
-                                      see=rb"602\.8 KiB of 1\.2 MiB, 49%")
+        screen = self.run_on_terminal(self.url, "-o", "out", see=rb"602\.8 KiB of 1\.2 MiB, 49%")
         self.assertNotIn("\n", screen)
         self.assertEqual(self.read("out"), BODY)
 
@@ -40,8 +51,11 @@ class Progress(ClientTest):
 
     def test_shows_no_percentage_of_an_encoded_length(self):
         packed = gzip.compress(BODY)
-        self.gate = Gate(packed, len(packed) // 2,
-                         [("Content-Length", len(packed)), ("Content-Encoding", "gzip")])
+        self.gate = Gate(
+            packed,
+            len(packed) // 2,
+            [("Content-Length", len(packed)), ("Content-Encoding", "gzip")],
+        )
         self.server.answers["/a"] = self.gate
         screen = self.run_on_terminal(self.url, "-o", "out", see=rb"\d KiB, ")
         self.assertNotIn("%", screen)
@@ -54,24 +68,32 @@ class Progress(ClientTest):
     def test_counts_several_sources(self):
         self.write("file", BODY)
         os.mkdir(self.path("inside"))
-        self.run_on_terminal("-O", self.url, self.path("file"), cwd=self.path("inside"),
-                             see=rb"1\.8 MiB of 2\.4 MiB, 74%.*, 1 of 2 done")
+        self.run_on_terminal(
+            "-O",
+            self.url,
+            self.path("file"),
+            cwd=self.path("inside"),
+            see=rb"1\.8 MiB of 2\.4 MiB, 74%.*, 1 of 2 done",
+        )
 
     def test_is_wiped_away_in_the_end(self):
         screen = self.run_on_terminal(self.url, "-o", "out", see=rb"49%")
         self.assertRegex(screen, r"\r +\r$")
 
     def test_fits_into_a_narrow_terminal(self):
-        screen = self.run_on_terminal(self.url, "-o", "out", terminal=Terminal(20),
-                                      see=rb"602\.8 KiB of 1")
+        screen = self.run_on_terminal(
+            self.url, "-o", "out", terminal=Terminal(20), see=rb"602\.8 KiB of 1"
+        )
         self.assertLessEqual(max(len(shown) for shown in screen.split("\r")), 19)
 
     def test_makes_room_for_a_failure(self):
         terminal = Terminal()
         client = self.start(self.server.url("/missing"), "-o", "out", stderr=terminal.slave)
         self.assertEqual(client.finish().status, TRANSFER_FAILED)
-        self.assertRegex(terminal.close_and_read(),
-                         r"\r +\rvortan-transfer: [^\r\n]+/missing: HTTP status 404\r\n$")
+        self.assertRegex(
+            terminal.close_and_read(),
+            r"\r +\rvortan-transfer: [^\r\n]+/missing: HTTP status 404\r\n$",
+        )
 
     def test_is_not_shown_when_quiet(self):
         self.assertEqual(self.run_on_terminal(self.url, "-q", "-o", "out"), "")
@@ -95,11 +117,13 @@ class Body(ClientTest):
         self.write("body", b"one\x1b]0;title\x07\ttwo\r\n\xc2\x9b2Jthree\r")
         self.assert_succeeded(self.run_client("body", stdout=terminal.slave))
         shown = terminal.close_and_read()
-        self.assertEqual(shown.replace("\r\r\n", "\r\n"),
-                         "one\\x1b]0;title\\x07\ttwo\r\n\\xc2\\x9b2Jthree\\r")
+        self.assertEqual(
+            shown.replace("\r\r\n", "\r\n"), "one\\x1b]0;title\\x07\ttwo\r\n\\xc2\\x9b2Jthree\\r"
+        )
 
     def shown(self, body):
         """What a terminal gets of a body that the server sends byte by byte."""
+
         def answer(request):
             request.send_header(200, [("Transfer-Encoding", "chunked")])
             for byte in body:
@@ -119,8 +143,9 @@ class Body(ClientTest):
         self.assertEqual(self.shown(b"a\xc2\x9b2J\xc2\x85"), "a\\xc2\\x9b2J\\xc2\\x85")
 
     def test_reaches_a_terminal_without_what_turns_its_direction(self):
-        self.assertEqual(self.shown("a\u202eb\u2066c\u200f".encode()),
-                         r"a\xe2\x80\xaeb\xe2\x81\xa6c\xe2\x80\x8f")
+        self.assertEqual(
+            self.shown("a\u202eb\u2066c\u200f".encode()), r"a\xe2\x80\xaeb\xe2\x81\xa6c\xe2\x80\x8f"
+        )
 
     def test_reaches_a_terminal_with_its_characters_whole(self):
         self.assertEqual(self.shown("\u00e4\u20ac\U0001f600".encode()), "\u00e4\u20ac\U0001f600")
@@ -151,12 +176,16 @@ class Log(ClientTest):
         url = self.serve("/a")
         for option in ((), ("-v",)):
             log = self.path("log")
-            self.assert_succeeded(self.run_client(url, *option, "-o", "out",
-                                                  env=environment(VORTAN_DLOG="file:" + log)))
+            self.assert_succeeded(
+                self.run_client(
+                    url, *option, "-o", "out", env=environment(VORTAN_DLOG="file:" + log)
+                )
+            )
             self.assertIn(b"Requesting transfer for: " + url.encode(), self.read("log"))
             os.remove(log)
-            self.assert_succeeded(self.run_client(url, *option, "-o", "out",
-                                                  env=environment(VORTAN_DLOG="none")))
+            self.assert_succeeded(
+                self.run_client(url, *option, "-o", "out", env=environment(VORTAN_DLOG="none"))
+            )
 
     def test_is_filtered_as_the_environment_says(self):
         url = self.server.url("/missing")
@@ -176,8 +205,13 @@ class LogColours(ClientTest):
 
     def log_on_terminal(self, source="a", **changes):
         terminal = Terminal()
-        result = self.run_client("-v", source, stdout=subprocess.DEVNULL, stderr=terminal.slave,
-                                 env=environment(**{"TERM": "xterm", **changes}))
+        result = self.run_client(
+            "-v",
+            source,
+            stdout=subprocess.DEVNULL,
+            stderr=terminal.slave,
+            env=environment(**{"TERM": "xterm", **changes}),
+        )
         self.assertEqual(result.status, SUCCEEDED)
         return terminal.close_and_read()
 
@@ -211,8 +245,9 @@ class LogColours(ClientTest):
     @unittest.skipIf(SANITIZED or EMULATED, "the sanitizer or the emulator takes preloading badly")
     def test_of_somebody_else_in_a_message_are_not_touched(self):
         self.write("\x1b[31mred\x1b[0m", b"")
-        log = self.log_on_terminal("./\x1b[31mred\x1b[0m", NO_COLOR="1",
-                                   LD_PRELOAD=os.environ["VORTAN_LOG_DOUBLE"])
+        log = self.log_on_terminal(
+            "./\x1b[31mred\x1b[0m", NO_COLOR="1", LD_PRELOAD=os.environ["VORTAN_LOG_DOUBLE"]
+        )
         self.assertIn(self.PLAIN % "./\x1b[31mred\x1b[0m", log)
 
 
@@ -222,13 +257,18 @@ class Messages(ClientTest):
     ESCAPED = r"a\x9b2J\xc2\x9b\xe2\x80\xaeb\x7f"
 
     def test_name_files_without_what_would_steer_a_terminal(self):
-        self.assert_failed(self.run_client(self.NAME), TRANSFER_FAILED,
-                           self.ESCAPED + ": No such file or directory")
+        self.assert_failed(
+            self.run_client(self.NAME),
+            TRANSFER_FAILED,
+            self.ESCAPED + ": No such file or directory",
+        )
 
     def test_name_arguments_without_what_would_steer_a_terminal(self):
-        self.assert_failed(self.run_client("-X", self.NAME, "a"), WRONG_ARGUMENTS,
-                           "--method: '%s' is none of GET, HEAD, POST, PUT (--help tells more)"
-                           % self.ESCAPED)
+        self.assert_failed(
+            self.run_client("-X", self.NAME, "a"),
+            WRONG_ARGUMENTS,
+            "--method: '%s' is none of GET, HEAD, POST, PUT (--help tells more)" % self.ESCAPED,
+        )
 
     def test_the_summary_has_nothing_that_would_steer_a_terminal(self):
         result = self.run_client("-O", self.NAME + b"/x", "y")
@@ -243,9 +283,12 @@ class Messages(ClientTest):
         for name in ("%9B", "a%C2%9B", "%E2%80%AEgpj.exe", "a%E2%81%A9", "%7F"):
             url = self.serve("/" + name)
             result = self.run_client("-O", url)
-            self.assert_failed(result, WRONG_ARGUMENTS,
-                               "'%s': has no name that a file can take, say where to write with -o "
-                               "(--help tells more)" % url)
+            self.assert_failed(
+                result,
+                WRONG_ARGUMENTS,
+                "'%s': has no name that a file can take, say where to write with -o "
+                "(--help tells more)" % url,
+            )
         self.assert_files()
 
 
@@ -260,15 +303,23 @@ class CommandLine(ClientTest):
 
     def test_an_address_without_a_scheme_is_refused_with_what_to_type(self):
         for text in ("example.org", "example.org/a", "127.0.0.1:%d/" % self.server.port):
-            self.assert_failed(self.run_client(text, "-o", "out"), TRANSFER_FAILED,
-                               "%s: No such file or directory. For a web address type http://%s"
-                               % (text, text))
-        self.assert_failed(self.run_client("-d", "x", "example.org"), WRONG_ARGUMENTS,
-                           "'example.org': a file can only be fetched. For a web address type "
-                           "http://example.org (--help tells more)")
-        self.assert_failed(self.run_client("localhost:8000/", "-o", "out"), WRONG_ARGUMENTS,
-                           "'localhost:8000/': for a web address type http://localhost:8000/, for "
-                           "a file ./localhost:8000/ (--help tells more)")
+            self.assert_failed(
+                self.run_client(text, "-o", "out"),
+                TRANSFER_FAILED,
+                "%s: No such file or directory. For a web address type http://%s" % (text, text),
+            )
+        self.assert_failed(
+            self.run_client("-d", "x", "example.org"),
+            WRONG_ARGUMENTS,
+            "'example.org': a file can only be fetched. For a web address type "
+            "http://example.org (--help tells more)",
+        )
+        self.assert_failed(
+            self.run_client("localhost:8000/", "-o", "out"),
+            WRONG_ARGUMENTS,
+            "'localhost:8000/': for a web address type http://localhost:8000/, for "
+            "a file ./localhost:8000/ (--help tells more)",
+        )
         self.assert_files()
 
     def test_a_file_that_looks_like_an_address_is_read(self):
@@ -278,20 +329,34 @@ class CommandLine(ClientTest):
     def test_an_option_for_redirects_is_refused_with_what_to_type(self):
         url = self.serve("/a")
         for option in ("-L", "--location", "-iL"):
-            self.assert_failed(self.run_client(option, url), WRONG_ARGUMENTS,
-                               "-L: redirects are always followed, leave it out "
-                               "(--help tells more)")
+            self.assert_failed(
+                self.run_client(option, url),
+                WRONG_ARGUMENTS,
+                "-L: redirects are always followed, leave it out " "(--help tells more)",
+            )
         self.assertTrue(self.server.requests.empty())
 
     def test_wrong_arguments_are_one_line_and_touch_nothing(self):
         self.write("out", b"before")
         url = self.serve("/a")
-        for arguments in ((), ("--unknown", url), ("-H", "nocolon", url), ("ftp://localhost/a",),
-                          ("-X", "DELETE", url), ("-X", "POST", url), ("-d", "x", "-X", "GET", url),
-                          ("--random-delay", "2:1", url), ("--fixed-delay", "-1", url),
-                          ("--segmented", "--fixed-delay", "1", url), (url, url),
-                          ("-O", url + "/"), ("-d",), ("--handler", "none", url),
-                          ("file://elsewhere/a",), ("-d", "x", "/etc/passwd")):
+        for arguments in (
+            (),
+            ("--unknown", url),
+            ("-H", "nocolon", url),
+            ("ftp://localhost/a",),
+            ("-X", "DELETE", url),
+            ("-X", "POST", url),
+            ("-d", "x", "-X", "GET", url),
+            ("--random-delay", "2:1", url),
+            ("--fixed-delay", "-1", url),
+            ("--segmented", "--fixed-delay", "1", url),
+            (url, url),
+            ("-O", url + "/"),
+            ("-d",),
+            ("--handler", "none", url),
+            ("file://elsewhere/a",),
+            ("-d", "x", "/etc/passwd"),
+        ):
             result = self.run_client("-o", "out", *arguments)
             self.assertEqual(result.status, WRONG_ARGUMENTS, arguments)
             self.assertRegex(result.errors, r"^vortan-transfer: [^\n]+\n$")

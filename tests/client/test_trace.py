@@ -1,8 +1,17 @@
 """What --trace writes of the course of each transfer."""
 
 import json
+import os
 
-from client_support import *
+from client_support import (
+    BODY,
+    CANNOT_WRITE,
+    ClientTest,
+    Gate,
+    INTERRUPTED,
+    WRONG_ARGUMENTS,
+    main,
+)
 
 
 class Trace(ClientTest):
@@ -28,8 +37,9 @@ class Trace(ClientTest):
     def test_tells_the_course_of_a_transfer(self):
         url = self.serve("/a")
         self.assert_succeeded(self.run_client(url, "-o", "out", "--trace", "trace"))
-        self.assertEqual(self.names(), ["queued", "started", "first-header", "first-body", "chunk",
-                                        "complete"])
+        self.assertEqual(
+            self.names(), ["queued", "started", "first-header", "first-body", "chunk", "complete"]
+        )
         events = self.events()[0]
         self.assertEqual(events[0]["source"], url)
         chunks = [event["bytes"] for event in events if event["event"] == "chunk"]
@@ -55,26 +65,40 @@ class Trace(ClientTest):
         self.assertEqual(self.names().count("first-header"), 1)
 
     def test_has_one_chunk_of_a_plain_transfer(self):
-        self.assert_succeeded(self.run_client("--plain", self.serve("/a"), "-o", "out",
-                                              "--trace", "trace"))
+        self.assert_succeeded(
+            self.run_client("--plain", self.serve("/a"), "-o", "out", "--trace", "trace")
+        )
         events = self.events()[0]
-        self.assertEqual([event["event"] for event in events],
-                         ["queued", "started", "first-header", "first-body", "chunk", "complete"])
+        self.assertEqual(
+            [event["event"] for event in events],
+            ["queued", "started", "first-header", "first-body", "chunk", "complete"],
+        )
         self.assertEqual(events[4]["bytes"], len(BODY))
 
     def test_tells_when_a_delay_is_over_in_microseconds(self):
         for delay in (("--fixed-delay", "20"), ("--random-delay", "0:0")):
-            self.assert_succeeded(self.run_client(self.serve("/a"), *delay, "-o", "out",
-                                                  "--trace", "trace"))
-            self.assertEqual(self.names(), ["queued", "started", "slept", "first-header",
-                                            "first-body", "chunk", "complete"])
+            self.assert_succeeded(
+                self.run_client(self.serve("/a"), *delay, "-o", "out", "--trace", "trace")
+            )
+            self.assertEqual(
+                self.names(),
+                ["queued", "started", "slept", "first-header", "first-body", "chunk", "complete"],
+            )
             if delay[1] == "20":
                 _, started, slept, *_ = self.events()[0]
                 self.assertGreaterEqual(slept["time"] - started["time"], 20000)
 
     def test_tells_that_a_delay_was_cut_short(self):
-        client = self.start(self.serve("/a"), "-v", "--fixed-delay", "9223372036854775807",
-                            "-o", "out", "--trace", "trace")
+        client = self.start(
+            self.serve("/a"),
+            "-v",
+            "--fixed-delay",
+            "9223372036854775807",
+            "-o",
+            "out",
+            "--trace",
+            "trace",
+        )
         client.wait_for_line_with("Start sleeping for: ")
         client.interrupt()
         self.assertEqual(client.finish().status, INTERRUPTED)
@@ -95,8 +119,9 @@ class Trace(ClientTest):
 
     def test_is_written_of_transfers_that_fail(self):
         os.mkdir(self.path("folder"))
-        result = self.run_client("-q", "-O", self.server.url("/missing"), self.serve("/folder"),
-                                 "--trace", "trace")
+        result = self.run_client(
+            "-q", "-O", self.server.url("/missing"), self.serve("/folder"), "--trace", "trace"
+        )
         self.assertEqual(result.status, CANNOT_WRITE)
         sources = self.events()
         self.assertEqual(sources[0][-1]["result"], "failed")
@@ -108,8 +133,9 @@ class Trace(ClientTest):
         self.addCleanup(gate.open)
         for index in range(5):
             self.server.answers["/%d" % index] = gate
-        client = self.start("-q", "-O", *(self.server.url("/%d" % index) for index in range(5)),
-                            "--trace", "trace")
+        client = self.start(
+            "-q", "-O", *(self.server.url("/%d" % index) for index in range(5)), "--trace", "trace"
+        )
         for _ in range(4):
             gate.wait_until_reached()
         client.interrupt()
@@ -128,37 +154,48 @@ class Trace(ClientTest):
         self.assertEqual(self.names(result.output)[-1], "complete")
 
     def test_keeps_the_bytes_of_a_name_from_breaking_a_line(self):
-        name = b"\n\x1b\xff\""
+        name = b'\n\x1b\xff"'
         self.write("a", BODY)
         os.rename(self.path("a"), os.path.join(self.folder.encode(), name))
         self.assert_succeeded(self.run_client(b"./" + name, "-o", "out", "--trace", "trace"))
-        self.assertEqual(self.events()[0][0]["source"], "./\n\x1b\ufffd\"")
+        self.assertEqual(self.events()[0][0]["source"], './\n\x1b\ufffd"')
 
     def test_that_cannot_be_written_is_an_error_and_the_body_still_arrives(self):
         full = self.device("full")
         result = self.run_client(self.serve("/a"), "-o", "out", "--trace", full)
-        self.assertEqual((result.status, result.errors),
-                         (CANNOT_WRITE, "vortan-transfer: cannot write '%s': "
-                          "No space left on device\n" % full))
+        self.assertEqual(
+            (result.status, result.errors),
+            (
+                CANNOT_WRITE,
+                "vortan-transfer: cannot write '%s': " "No space left on device\n" % full,
+            ),
+        )
         self.assertEqual(self.read("out"), BODY)
 
     def test_without_a_place_keeps_transfers_from_starting(self):
         result = self.run_client(self.serve("/a"), "-o", "out", "--trace", "nowhere/trace")
-        self.assertEqual((result.status, result.errors),
-                         (CANNOT_WRITE, "vortan-transfer: cannot write 'nowhere/trace': "
-                          "No such file or directory\n"))
+        self.assertEqual(
+            (result.status, result.errors),
+            (
+                CANNOT_WRITE,
+                "vortan-transfer: cannot write 'nowhere/trace': " "No such file or directory\n",
+            ),
+        )
         self.assertTrue(self.server.requests.empty())
         self.assert_files()
 
     def test_shares_its_place_with_nothing(self):
         url = self.serve("/a")
         for arguments, refusal in (
-                (("--trace", "-"), "standard output has the body"),
-                (("-o", "out", "--json", "--trace", "-"), "standard output has --json"),
-                (("-O", "--trace", "./a"), "'./a' has the body")):
-            self.assert_failed(self.run_client(url, *arguments), WRONG_ARGUMENTS,
-                               "--trace: %s already, name another file (--help tells more)"
-                               % refusal)
+            (("--trace", "-"), "standard output has the body"),
+            (("-o", "out", "--json", "--trace", "-"), "standard output has --json"),
+            (("-O", "--trace", "./a"), "'./a' has the body"),
+        ):
+            self.assert_failed(
+                self.run_client(url, *arguments),
+                WRONG_ARGUMENTS,
+                "--trace: %s already, name another file (--help tells more)" % refusal,
+            )
         self.assertTrue(self.server.requests.empty())
 
 

@@ -8,8 +8,16 @@ import urllib.parse
 
 
 # The attributes by which an element leads somewhere; those of drawings included.
-LINKS = {"a": ("href", "xlink:href"), "area": ("href",), "embed": ("src",), "iframe": ("src",),
-         "img": ("src",), "link": ("href",), "object": ("data",), "script": ("src",)}
+LINKS = {
+    "a": ("href", "xlink:href"),
+    "area": ("href",),
+    "embed": ("src",),
+    "iframe": ("src",),
+    "img": ("src",),
+    "link": ("href",),
+    "object": ("data",),
+    "script": ("src",),
+}
 
 
 class Page(html.parser.HTMLParser):
@@ -30,8 +38,9 @@ class Page(html.parser.HTMLParser):
 
 
 def dead_links(folder):
-    pages = {path: Page(path) for path in sorted(folder.rglob("*"))
-             if path.suffix in (".html", ".svg")}
+    pages = {
+        path: Page(path) for path in sorted(folder.rglob("*")) if path.suffix in (".html", ".svg")
+    }
     for path, page in pages.items():
         for line, link in page.links:
             parts = urllib.parse.urlsplit(link)

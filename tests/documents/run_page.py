@@ -26,8 +26,14 @@ def on_a_terminal(output):
 def run(commands, folder, environment):
     """What each of the commands prints, until one fails."""
     script = "".join("%s\necho '%s'\n" % (command, END.rstrip()) for command in commands)
-    process = subprocess.run(["bash", "-e"], input=script.encode(), cwd=folder, env=environment,
-                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    process = subprocess.run(
+        ["bash", "-e"],
+        input=script.encode(),
+        cwd=folder,
+        env=environment,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+    )
     return process.stdout.decode().split(END)
 
 
@@ -45,8 +51,9 @@ def check(page, folder, environment, port):
     shown = [command for block in BLOCK.findall(page) for command in COMMAND.findall(block)]
     if not any(command.startswith("g++ ") for command, _ in shown):
         sys.exit("the page does not say how its program is compiled")
-    printed = run([command.replace(":8000/", ":%s/" % port) for command, _ in shown],
-                  folder, environment)
+    printed = run(
+        [command.replace(":8000/", ":%s/" % port) for command, _ in shown], folder, environment
+    )
     for (command, expected), output in zip(shown, printed):
         output = on_a_terminal(output).replace(":%s/" % port, ":8000/")
         if output != expected:
@@ -56,8 +63,9 @@ def check(page, folder, environment, port):
 def main():
     page, examples, libraries, server, work = map(pathlib.Path, sys.argv[1:])
     environment = prepare(examples, libraries, work)
-    with subprocess.Popen([sys.executable, server, work / "examples"], stdout=subprocess.PIPE,
-                          text=True) as process:
+    with subprocess.Popen(
+        [sys.executable, server, work / "examples"], stdout=subprocess.PIPE, text=True
+    ) as process:
         try:
             port = process.stdout.readline().split()[-1]
             check(page.read_text(encoding="utf-8"), work / "examples", environment, port)

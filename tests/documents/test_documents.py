@@ -23,11 +23,14 @@ HEADING = re.compile(r"^#+ (.*)$", re.M)
 def region(file, name):
     """The lines between the two marks, other marks left out, without their common indentation."""
     lines = (PROJECT / file).read_text().splitlines(keepends=True)
-    ends = [number for number, line in enumerate(lines)
-            if MARK.match(line) and MARK.match(line)[1] == name]
+    ends = [
+        number
+        for number, line in enumerate(lines)
+        if MARK.match(line) and MARK.match(line)[1] == name
+    ]
     if len(ends) != 2:
         raise AssertionError("%s has %d marks [%s], not two" % (file, len(ends), name))
-    shown = [line for line in lines[ends[0] + 1:ends[1]] if not MARK.match(line)]
+    shown = [line for line in lines[ends[0] + 1 : ends[1]] if not MARK.match(line)]
     return textwrap.dedent("".join(shown))
 
 

@@ -3,9 +3,22 @@
 import os
 import pathlib
 import resource
+import signal
 import socket
+import threading
 
-from client_support import *
+from client_support import (
+    BODY,
+    ClientTest,
+    Gate,
+    INTERRUPTED,
+    SUCCEEDED,
+    TIMEOUT,
+    TRANSFER_FAILED,
+    WRONG_ARGUMENTS,
+    environment,
+    main,
+)
 
 
 class ExampleTest(ClientTest):
@@ -26,14 +39,16 @@ class ExampleTest(ClientTest):
     def assert_fails(self, why, *arguments):
         """Prints only why, and that on standard error."""
         result = self.run_client(*arguments)
-        self.assertEqual((result.status, result.output, result.errors),
-                         (TRANSFER_FAILED, b"", why + "\n"))
+        self.assertEqual(
+            (result.status, result.output, result.errors), (TRANSFER_FAILED, b"", why + "\n")
+        )
 
     def assert_tells_that_nothing_can_be_written(self, *arguments):
         with open("/dev/full", "wb") as full:
             result = self.run_client(*arguments, stdout=full)
-        self.assertEqual((result.status, result.errors),
-                         (TRANSFER_FAILED, "cannot write to standard output\n"))
+        self.assertEqual(
+            (result.status, result.errors), (TRANSFER_FAILED, "cannot write to standard output\n")
+        )
 
     def serve_cut(self, path):
         """A response that ends before its body does."""
@@ -83,8 +98,9 @@ class Download(ExampleTest):
         self.assert_fails("the download failed: HTTP status 404", self.server.url("/missing"))
 
     def test_a_download_that_breaks_off_is_a_failure(self):
-        self.assert_fails("the download failed: it broke off, HTTP status 200",
-                          self.serve_cut("/a"))
+        self.assert_fails(
+            "the download failed: it broke off, HTTP status 200", self.serve_cut("/a")
+        )
 
     def test_a_missing_server_is_a_failure(self):
         self.assert_fails("the download failed: no answer from the server", self.unserved())
@@ -105,8 +121,10 @@ class ReadFile(ExampleTest):
         self.assert_fails("cannot read %s: No such file or directory" % path, path)
 
     def test_a_folder_is_a_failure(self):
-        self.assert_fails("cannot read %s: it cannot be read to its end, or is no regular file"
-                          % self.folder, self.folder)
+        self.assert_fails(
+            "cannot read %s: it cannot be read to its end, or is no regular file" % self.folder,
+            self.folder,
+        )
 
     def test_a_refused_request_is_a_failure(self):
         self.assert_fails("the request was refused, the log says why", "")
@@ -120,26 +138,31 @@ class Upload(ExampleTest):
         url = self.serve("/a", b"thanks")
         self.assert_prints(b"200\nthanks", self.write("file", BODY), url)
         request = self.server.requests.get(timeout=TIMEOUT)
-        self.assertEqual((request.method, request.headers["Content-Type"]),
-                         ("PUT", "application/octet-stream"))
+        self.assertEqual(
+            (request.method, request.headers["Content-Type"]), ("PUT", "application/octet-stream")
+        )
         self.assertTrue(request.body == BODY)
 
     def test_a_refusal_is_a_failure_and_told(self):
         url = self.serve("/a", b"not you", status=403)
         result = self.run_client(self.write("file", BODY), url)
-        self.assertEqual((result.status, result.output, result.errors),
-                         (TRANSFER_FAILED, b"403\nnot you",
-                          "the upload failed: HTTP status 403\n"))
+        self.assertEqual(
+            (result.status, result.output, result.errors),
+            (TRANSFER_FAILED, b"403\nnot you", "the upload failed: HTTP status 403\n"),
+        )
 
     def test_a_missing_server_is_a_failure(self):
         result = self.run_client(self.write("file", BODY), self.unserved())
-        self.assertEqual((result.status, result.output, result.errors),
-                         (TRANSFER_FAILED, b"0\n", "the upload failed: no answer from the server\n"))
+        self.assertEqual(
+            (result.status, result.output, result.errors),
+            (TRANSFER_FAILED, b"0\n", "the upload failed: no answer from the server\n"),
+        )
 
     def test_a_file_that_cannot_be_read_is_not_sent(self):
         path = self.path("missing")
-        self.assert_fails("cannot read %s: No such file or directory" % path, path,
-                          self.serve("/a"))
+        self.assert_fails(
+            "cannot read %s: No such file or directory" % path, path, self.serve("/a")
+        )
         self.assertTrue(self.server.requests.empty())
 
 
@@ -151,16 +174,18 @@ class PacedDownload(ExampleTest):
         self.assert_prints(BODY, self.serve("/a"), "4000000", "4000000", "0")
 
     def test_it_waits_as_long_as_was_asked_for(self):
-        result = self.run_client(self.serve("/a"), "4000", "4000", "0",
-                                 env=environment(VORTAN_DLOG="stderr"))
+        result = self.run_client(
+            self.serve("/a"), "4000", "4000", "0", env=environment(VORTAN_DLOG="stderr")
+        )
         self.assertIn("Start sleeping for: 4000000 milliseconds", result.errors)
 
     def test_it_ends_by_itself_when_the_download_has_arrived(self):
         self.assert_prints(BODY, self.serve("/a"), "0", "0", "4000000")
 
     def test_a_missing_page_is_a_failure(self):
-        self.assert_fails("the download failed: HTTP status 404",
-                          self.server.url("/missing"), "0", "0", "4000000")
+        self.assert_fails(
+            "the download failed: HTTP status 404", self.server.url("/missing"), "0", "0", "4000000"
+        )
 
     def test_a_refused_request_is_a_failure(self):
         self.assert_fails("the request was refused, the log says why", "", "0", "0", "4000000")
@@ -171,8 +196,9 @@ class DownloadToFile(ExampleTest):
         self.write("copy", b"older")
         result = self.run_client(*arguments, "copy", **options)
         self.assertEqual(result.status, TRANSFER_FAILED)
-        self.assertTrue(result.errors.endswith(" bytes\nthe download failed: %s\n" % why),
-                        result.errors)
+        self.assertTrue(
+            result.errors.endswith(" bytes\nthe download failed: %s\n" % why), result.errors
+        )
         self.assertEqual(self.read("copy"), b"older")
         self.assert_files("copy")
 
@@ -232,14 +258,18 @@ class DownloadToFile(ExampleTest):
             signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
             resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
 
-        self.assert_no_file_comes_of("cannot write copy.part: File too large",
-                                     self.serve_endlessly("/a"), preexec_fn=limit_files)
+        self.assert_no_file_comes_of(
+            "cannot write copy.part: File too large",
+            self.serve_endlessly("/a"),
+            preexec_fn=limit_files,
+        )
 
     def test_a_file_that_cannot_be_made_is_told(self):
         result = self.run_client(self.serve("/a"), "missing/copy")
-        self.assertEqual((result.status, result.errors),
-                         (TRANSFER_FAILED,
-                          "cannot write missing/copy.part: No such file or directory\n"))
+        self.assertEqual(
+            (result.status, result.errors),
+            (TRANSFER_FAILED, "cannot write missing/copy.part: No such file or directory\n"),
+        )
 
 
 class DownloadMany(ExampleTest):
@@ -250,18 +280,23 @@ class DownloadMany(ExampleTest):
         found = [self.serve("/%d" % length, BODY[:length]) for length in range(60)]
         result = self.run_client(*found)
         self.assertEqual(result.status, SUCCEEDED)
-        self.assertEqual(sorted(result.output.decode().splitlines()),
-                         sorted("%s: %d bytes" % (url, length) for length, url in enumerate(found)))
+        self.assertEqual(
+            sorted(result.output.decode().splitlines()),
+            sorted("%s: %d bytes" % (url, length) for length, url in enumerate(found)),
+        )
 
     def test_one_failure_keeps_nothing_from_going_on(self):
         urls = [self.serve("/a"), self.server.url("/missing"), "", self.serve("/b")]
         result = self.run_client(*urls)
         self.assertEqual(result.status, TRANSFER_FAILED)
-        self.assertEqual(sorted(result.output.decode().splitlines()),
-                         sorted("%s: 1234567 bytes" % url for url in (urls[0], urls[3])))
-        self.assertEqual(sorted(result.errors.splitlines()),
-                         sorted([urls[1] + ": HTTP status 404",
-                                 ": the request was refused, the log says why"]))
+        self.assertEqual(
+            sorted(result.output.decode().splitlines()),
+            sorted("%s: 1234567 bytes" % url for url in (urls[0], urls[3])),
+        )
+        self.assertEqual(
+            sorted(result.errors.splitlines()),
+            sorted([urls[1] + ": HTTP status 404", ": the request was refused, the log says why"]),
+        )
 
     def test_four_run_at_a_time(self):
         meeting = threading.Barrier(4)
@@ -284,12 +319,12 @@ class ResilientDownload(ExampleTest):
     def test_a_download_that_breaks_off_goes_on(self):
         def answer(request):
             asked = request.headers.get("Range", "bytes=0-")
-            start = int(asked[len("bytes="):-1])
+            start = int(asked[len("bytes=") : -1])
             headers = [("ETag", '"a"'), ("Content-Length", len(BODY) - start)]
             if start > 0:
                 headers += [("Content-Range", "bytes %d-%d/*" % (start, len(BODY) - 1))]
             request.send_header(206 if start > 0 else 200, headers)
-            request.send(BODY[start:start + 500000])
+            request.send(BODY[start : start + 500000])
 
         self.server.answers["/a"] = answer
         self.assert_prints(BODY, self.server.url("/a"))

@@ -21,8 +21,9 @@ def statements(page):
 
 
 def tests(command):
-    listed = subprocess.run([*command, "--gtest_list_tests"], check=True, capture_output=True,
-                            text=True).stdout
+    listed = subprocess.run(
+        [*command, "--gtest_list_tests"], check=True, capture_output=True, text=True
+    ).stdout
     suite = re.search(r"^%s\.\n((?:  .*\n)*)" % SUITE, listed, re.M)
     return set(suite[1].split()) if suite else set()
 

@@ -71,7 +71,7 @@ def indexed_bytes(count):
     """The byte at each index is the exclusive or of the index's three lowest bytes."""
     blocks = [bytes(low ^ high for low in range(256)) for high in range(256)]
     used = (blocks[(block ^ block >> 8) & 0xFF] for block in range(count // 256 + 1))
-    return b''.join(used)[:count]
+    return b"".join(used)[:count]
 
 
 class Closed(Exception):
@@ -81,21 +81,22 @@ class Closed(Exception):
 class Request:
     def __init__(self, head):
         self.head = head
-        lines = head.decode('latin-1').split('\r\n')
+        lines = head.decode("latin-1").split("\r\n")
         self.line = lines[0]
-        self.method, target, _ = self.line.split(' ')
+        self.method, target, _ = self.line.split(" ")
         self.headers = {}
         for line in filter(None, lines[1:]):
-            name, _, value = line.partition(':')
+            name, _, value = line.partition(":")
             self.headers[name.lower()] = value.strip()
         # A proxy is asked for a whole URL.
-        self.path = target.split('://', 1)[-1].partition('/')[2].partition('?')[0]
-        self.body = b''
+        self.path = target.split("://", 1)[-1].partition("/")[2].partition("?")[0]
+        self.body = b""
 
     def seen(self):
-        names = ('Expect', 'Content-Length', 'Transfer-Encoding')
-        return [('X-Seen-Request', self.line)] + [
-            ('X-Seen-' + name, self.headers.get(name.lower(), '-')) for name in names]
+        names = ("Expect", "Content-Length", "Transfer-Encoding")
+        return [("X-Seen-Request", self.line)] + [
+            ("X-Seen-" + name, self.headers.get(name.lower(), "-")) for name in names
+        ]
 
 
 class Gates:
@@ -116,14 +117,14 @@ class Connection:
 
     def __init__(self, peer):
         self.peer = peer
-        self.input = peer.makefile('rb')
+        self.input = peer.makefile("rb")
         self.request = None
 
     def serve(self):
         try:
             while True:
                 self.request = Request(self.read_head())
-                self.answer(self.request.path.split('/'))
+                self.answer(self.request.path.split("/"))
         except (Closed, ConnectionError):
             pass
         finally:
@@ -131,25 +132,25 @@ class Connection:
             self.peer.close()
 
     def answer(self, parts):
-        if parts[0] != 'early-redirect':
-            self.read_body(answer_expect=parts[0] != 'silent-mirror')
-        behaviour = getattr(self, 'do_' + parts[0].replace('-', '_'), None)
+        if parts[0] != "early-redirect":
+            self.read_body(answer_expect=parts[0] != "silent-mirror")
+        behaviour = getattr(self, "do_" + parts[0].replace("-", "_"), None)
         if behaviour:
             behaviour(*parts[1:])
         else:
-            self.send(b'no such behaviour', status=404)
+            self.send(b"no such behaviour", status=404)
 
     # Reading
 
     def read_line(self):
         line = self.input.readline()
-        if not line.endswith(b'\n'):
+        if not line.endswith(b"\n"):
             raise Closed
         return line
 
     def read_head(self):
-        head = b''
-        while not head.endswith(b'\r\n\r\n'):
+        head = b""
+        while not head.endswith(b"\r\n\r\n"):
             head += self.read_line()
         return head
 
@@ -161,15 +162,15 @@ class Connection:
 
     def read_body(self, answer_expect):
         headers = self.request.headers
-        if answer_expect and headers.get('expect') == '100-continue':
-            self.peer.sendall(b'HTTP/1.1 100 Continue\r\n\r\n')
-        if headers.get('transfer-encoding') == 'chunked':
+        if answer_expect and headers.get("expect") == "100-continue":
+            self.peer.sendall(b"HTTP/1.1 100 Continue\r\n\r\n")
+        if headers.get("transfer-encoding") == "chunked":
             self.request.body = self.read_chunks()
         else:
-            self.request.body = self.read_exactly(int(headers.get('content-length', 0)))
+            self.request.body = self.read_exactly(int(headers.get("content-length", 0)))
 
     def read_chunks(self):
-        body = b''
+        body = b""
         while True:
             size = int(self.read_line(), 16)
             body += self.read_exactly(size)
@@ -180,22 +181,22 @@ class Connection:
     # Writing
 
     def head(self, status, headers):
-        lines = ['HTTP/1.1 %d Status' % status]
-        lines += ['%s: %s' % header for header in self.request.seen() + headers]
-        self.peer.sendall(('\r\n'.join(lines) + '\r\n\r\n').encode('latin-1'))
+        lines = ["HTTP/1.1 %d Status" % status]
+        lines += ["%s: %s" % header for header in self.request.seen() + headers]
+        self.peer.sendall(("\r\n".join(lines) + "\r\n\r\n").encode("latin-1"))
 
     def write(self, body):
-        if self.request.method != 'HEAD':
+        if self.request.method != "HEAD":
             self.peer.sendall(body)
 
     def send(self, body, status=200, headers=(), length=None):
         length = len(body) if length is None else length
-        self.head(status, [('Content-Length', length), *headers])
+        self.head(status, [("Content-Length", length), *headers])
         self.write(body)
 
     def do_bytes(self, count):
         left = int(count)
-        self.head(200, [('Content-Length', left)])
+        self.head(200, [("Content-Length", left)])
         period = indexed_bytes(min(left, PERIOD))
         while left > 0:
             self.write(period[:left])
@@ -203,7 +204,7 @@ class Connection:
 
     def do_chunked(self, count):
         self.send_chunks(count)
-        self.write(b'0\r\n\r\n')
+        self.write(b"0\r\n\r\n")
 
     def do_cut_chunks(self, count):
         self.send_chunks(count)
@@ -211,20 +212,20 @@ class Connection:
 
     def send_chunks(self, count):
         body = indexed_bytes(int(count))
-        self.head(200, [('Transfer-Encoding', 'chunked')])
+        self.head(200, [("Transfer-Encoding", "chunked")])
         size = 1000
         for start in range(0, len(body), size):
-            piece = body[start:start + size]
-            self.write(b'%x\r\n%s\r\n' % (len(piece), piece))
+            piece = body[start : start + size]
+            self.write(b"%x\r\n%s\r\n" % (len(piece), piece))
 
     def do_drip(self, count):
         self.peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        self.head(200, [('Content-Length', count)])
+        self.head(200, [("Content-Length", count)])
         for byte in indexed_bytes(int(count)):
             self.write(bytes([byte]))
 
     def do_gzip(self, count):
-        self.send(gzip.compress(indexed_bytes(int(count))), headers=[('Content-Encoding', 'gzip')])
+        self.send(gzip.compress(indexed_bytes(int(count))), headers=[("Content-Encoding", "gzip")])
 
     def do_gzip_bomb(self, mebibytes):
         block = bytes(1 << 20)
@@ -236,10 +237,15 @@ class Connection:
             checksum = zlib.crc32(block, checksum)
         end = zlib.compressobj(wbits=-zlib.MAX_WBITS).flush()
         length = int(mebibytes) << 20
-        trailer = end + struct.pack('<II', checksum, length & 0xffffffff)
-        start = b'\x1f\x8b\x08' + bytes(6) + b'\xff'
-        self.head(200, [('Content-Encoding', 'gzip'),
-                        ('Content-Length', len(start) + int(mebibytes) * len(piece) + len(trailer))])
+        trailer = end + struct.pack("<II", checksum, length & 0xFFFFFFFF)
+        start = b"\x1f\x8b\x08" + bytes(6) + b"\xff"
+        self.head(
+            200,
+            [
+                ("Content-Encoding", "gzip"),
+                ("Content-Length", len(start) + int(mebibytes) * len(piece) + len(trailer)),
+            ],
+        )
         self.write(start)
         for _ in range(int(mebibytes)):
             self.write(piece)
@@ -254,7 +260,7 @@ class Connection:
 
     def do_reset(self, count):
         self.send(indexed_bytes(int(count)), length=ENDLESS)
-        self.peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+        self.peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         raise Closed
 
     def do_unmeasured(self, count):
@@ -263,109 +269,110 @@ class Connection:
         raise Closed
 
     def do_until_closed(self):
-        self.send(b'', length=ENDLESS)
+        self.send(b"", length=ENDLESS)
         piece = indexed_bytes(10000)
-        while self.request.method != 'HEAD':
+        while self.request.method != "HEAD":
             self.write(piece)
 
     def do_pieces(self, kind, count, size):
         body, tag = indexed_bytes(int(count)), '"same"'
-        if kind == 'weakly-tagged':
-            tag = 'W/' + tag
-        if kind == 'changing':
+        if kind == "weakly-tagged":
+            tag = "W/" + tag
+        if kind == "changing":
             tag = '"%d"' % next(self.versions)
-        start = int(self.request.headers.get('range', 'bytes=0-')[len('bytes='):-1])
-        if start == 0 or kind == 'rangeless' or self.request.headers.get('if-range', tag) != tag:
+        start = int(self.request.headers.get("range", "bytes=0-")[len("bytes=") : -1])
+        if start == 0 or kind == "rangeless" or self.request.headers.get("if-range", tag) != tag:
             self.send_piece(200, body, tag, 0, int(size))
-        elif kind == 'refusing':
-            self.send(b'', status=416)
-        elif kind == 'shifted':
+        elif kind == "refusing":
+            self.send(b"", status=416)
+        elif kind == "shifted":
             self.send_piece(206, body, tag, start + 1, int(size))
         else:
             self.send_piece(206, body, tag, start, int(size))
         raise Closed
 
     def send_piece(self, status, body, tag, start, size):
-        headers = [('ETag', tag)]
+        headers = [("ETag", tag)]
         if status == 206:
-            headers += [('Content-Range', 'bytes %d-%d/%d' % (start, len(body) - 1, len(body)))]
-        self.send(body[start:start + size], status=status, headers=headers,
-                  length=len(body) - start)
+            headers += [("Content-Range", "bytes %d-%d/%d" % (start, len(body) - 1, len(body)))]
+        self.send(
+            body[start : start + size], status=status, headers=headers, length=len(body) - start
+        )
 
     def do_silence(self, key):
-        self.gates['asked ' + key].set()
+        self.gates["asked " + key].set()
         self.input.read()
         raise Closed
 
     def do_stall(self, key):
-        self.gates['asked ' + key].set()
-        self.send(b'1', length=2)
-        self.gates['released ' + key].wait()
+        self.gates["asked " + key].set()
+        self.send(b"1", length=2)
+        self.gates["released " + key].wait()
         raise Closed
 
     def do_await_stall(self, key):
-        self.gates['asked ' + key].wait()
-        self.send(b'asked')
+        self.gates["asked " + key].wait()
+        self.send(b"asked")
 
     def do_release(self, key):
-        self.gates['released ' + key].set()
-        self.send(b'released')
+        self.gates["released " + key].set()
+        self.send(b"released")
 
     def do_garbage(self):
-        self.peer.sendall(b'\x00\x01\x02 this is not HTTP\r\n\r\n')
+        self.peer.sendall(b"\x00\x01\x02 this is not HTTP\r\n\r\n")
         raise Closed
 
     def do_status(self, code):
-        self.send(b'status ' + code.encode(), status=int(code))
+        self.send(b"status " + code.encode(), status=int(code))
 
     def do_redirect(self, code, count):
         left = int(count) - 1
-        to = '/redirect/%s/%d' % (code, left) if left > 0 else '/echo'
-        self.send(b'moved', status=int(code), headers=[('Location', to)])
+        to = "/redirect/%s/%d" % (code, left) if left > 0 else "/echo"
+        self.send(b"moved", status=int(code), headers=[("Location", to)])
 
     def do_redirect_mirror(self, code):
-        self.send(b'moved', status=int(code), headers=[('Location', '/mirror')])
+        self.send(b"moved", status=int(code), headers=[("Location", "/mirror")])
 
     def do_redirect_to(self, code, url):
-        location = ('Location', urllib.parse.unquote(url))
-        self.send(b'moved', status=int(code), headers=[location])
+        location = ("Location", urllib.parse.unquote(url))
+        self.send(b"moved", status=int(code), headers=[location])
 
     def do_early_redirect(self, code, url):
         self.do_redirect_to(code, url)
         raise Closed
 
     def do_redirect_forever(self):
-        self.send(b'moved', status=302, headers=[('Location', '/redirect-forever')])
+        self.send(b"moved", status=302, headers=[("Location", "/redirect-forever")])
 
     def do_redirect_until(self, key):
-        self.gates['asked ' + key].set()
-        to = '/echo' if self.gates['released ' + key].is_set() else '/redirect-until/' + key
-        self.send(b'moved', status=302, headers=[('Location', to)])
+        self.gates["asked " + key].set()
+        to = "/echo" if self.gates["released " + key].is_set() else "/redirect-until/" + key
+        self.send(b"moved", status=302, headers=[("Location", to)])
 
     def do_big_header(self, count):
-        self.send(b'', headers=[('X-Big', 'x' * int(count))])
+        self.send(b"", headers=[("X-Big", "x" * int(count))])
 
     def do_headers(self, count):
-        self.send(b'', headers=[('X-Many', 'x' * 990)] * int(count))
+        self.send(b"", headers=[("X-Many", "x" * 990)] * int(count))
 
     def do_interim(self, count):
-        self.peer.sendall(b'HTTP/1.1 103 Early\r\n\r\n' * int(count))
+        self.peer.sendall(b"HTTP/1.1 103 Early\r\n\r\n" * int(count))
         self.do_echo()
 
     def do_trailers(self, count):
-        self.head(200, [('Transfer-Encoding', 'chunked')])
-        self.write(b'0\r\n')
+        self.head(200, [("Transfer-Encoding", "chunked")])
+        self.write(b"0\r\n")
         self.send_trailers(range(int(count)))
-        self.write(b'\r\n')
+        self.write(b"\r\n")
 
     def do_trailers_forever(self):
-        self.head(200, [('Transfer-Encoding', 'chunked')])
-        self.write(b'0\r\n')
+        self.head(200, [("Transfer-Encoding", "chunked")])
+        self.write(b"0\r\n")
         self.send_trailers(itertools.count())
 
     def send_trailers(self, numbers):
-        lines = (b'X-Trailer-%08d: %08d\r\n' % (number, number) for number in numbers)
-        while piece := b''.join(itertools.islice(lines, 1000)):
+        lines = (b"X-Trailer-%08d: %08d\r\n" % (number, number) for number in numbers)
+        while piece := b"".join(itertools.islice(lines, 1000)):
             self.write(piece)
 
     def do_echo(self):
@@ -401,5 +408,5 @@ def serve(listener):
         thread.join(max(0, deadline - time.monotonic()))
     left = sum(thread.is_alive() for thread in threads)
     if left:
-        print('%d connections were left open' % left, file=sys.stderr)
+        print("%d connections were left open" % left, file=sys.stderr)
     return 1 if left else 0

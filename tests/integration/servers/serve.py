@@ -26,17 +26,17 @@ import odd_server
 
 NOT_INSTALLED = 77
 HERE = os.path.dirname(os.path.abspath(__file__))
-BROTLI_MODULE = '/usr/lib/nginx/modules/ngx_http_brotli_filter_module.so'
+BROTLI_MODULE = "/usr/lib/nginx/modules/ngx_http_brotli_filter_module.so"
 
 
 def require(present, name):
     if not present:
-        print(name + ' is not installed', file=sys.stderr)
+        print(name + " is not installed", file=sys.stderr)
         sys.exit(NOT_INSTALLED)
 
 
 def find_program(name):
-    path = shutil.which(name, path=os.environ.get('PATH', '') + ':/usr/sbin')
+    path = shutil.which(name, path=os.environ.get("PATH", "") + ":/usr/sbin")
     require(path, name)
     return path
 
@@ -48,13 +48,13 @@ def end_with_parent():
 
 def listen():
     listener = socket.socket()
-    listener.bind(('127.0.0.1', 0))
+    listener.bind(("127.0.0.1", 0))
     listener.listen(128)
     return listener
 
 
-def tell(listener, suffix=''):
-    print('listening on port %d%s' % (listener.getsockname()[1], suffix), flush=True)
+def tell(listener, suffix=""):
+    print("listening on port %d%s" % (listener.getsockname()[1], suffix), flush=True)
 
 
 def hand_over(listener):
@@ -64,18 +64,46 @@ def hand_over(listener):
 
 def make_certificates():
     """A certificate for 127.0.0.1 alone, signed by an authority made for this run."""
-    make = ['openssl', 'req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:P-256',
-            '-nodes', '-days', '2']
-    authority = ['-subj', '/CN=test authority', '-keyout', 'ca.key', '-out', 'ca.pem']
-    server = ['-subj', '/CN=test server', '-addext', 'subjectAltName=IP:127.0.0.1',
-              '-CA', 'ca.pem', '-CAkey', 'ca.key', '-keyout', 'server.key', '-out', 'server.pem']
-    os.mkdir('authorities')
-    other = ['-subj', '/CN=other authority', '-keyout', 'other.key', '-out',
-             'authorities/other.pem']
+    make = [
+        "openssl",
+        "req",
+        "-x509",
+        "-newkey",
+        "ec",
+        "-pkeyopt",
+        "ec_paramgen_curve:P-256",
+        "-nodes",
+        "-days",
+        "2",
+    ]
+    authority = ["-subj", "/CN=test authority", "-keyout", "ca.key", "-out", "ca.pem"]
+    server = [
+        "-subj",
+        "/CN=test server",
+        "-addext",
+        "subjectAltName=IP:127.0.0.1",
+        "-CA",
+        "ca.pem",
+        "-CAkey",
+        "ca.key",
+        "-keyout",
+        "server.key",
+        "-out",
+        "server.pem",
+    ]
+    os.mkdir("authorities")
+    other = [
+        "-subj",
+        "/CN=other authority",
+        "-keyout",
+        "other.key",
+        "-out",
+        "authorities/other.pem",
+    ]
     for arguments in (authority, server, other):
         subprocess.run(make + arguments, check=True, stderr=subprocess.DEVNULL)
-    shutil.copy('ca.pem', 'authorities')
-    subprocess.run(['openssl', 'rehash', 'authorities'], check=True)
+    shutil.copy("ca.pem", "authorities")
+    subprocess.run(["openssl", "rehash", "authorities"], check=True)
 
 
 def serve_odd(_):
@@ -86,41 +114,54 @@ def serve_odd(_):
 
 
 def serve_httpbin(folder):
-    gunicorn = find_program('gunicorn')
-    require(importlib.util.find_spec('httpbin'), 'python3-httpbin')
+    gunicorn = find_program("gunicorn")
+    require(importlib.util.find_spec("httpbin"), "python3-httpbin")
     listener = listen()
     tell(listener)
-    os.execv(gunicorn, [gunicorn, '--bind', 'fd://%d' % hand_over(listener), '--worker-tmp-dir', folder, '--log-level', 'warning', 'httpbin:app'])
+    os.execv(
+        gunicorn,
+        [
+            gunicorn,
+            "--bind",
+            "fd://%d" % hand_over(listener),
+            "--worker-tmp-dir",
+            folder,
+            "--log-level",
+            "warning",
+            "httpbin:app",
+        ],
+    )
 
 
 def serve_nginx(folder):
-    nginx = find_program('nginx')
-    require(os.path.exists(BROTLI_MODULE), 'libnginx-mod-http-brotli-filter')
-    find_program('openssl')
+    nginx = find_program("nginx")
+    require(os.path.exists(BROTLI_MODULE), "libnginx-mod-http-brotli-filter")
+    find_program("openssl")
     make_certificates()
-    os.mkdir('files')
+    os.mkdir("files")
     plain, tls = listen(), listen()
     values = {
-        'PORT': plain.getsockname()[1],
-        'TLS_PORT': tls.getsockname()[1],
+        "PORT": plain.getsockname()[1],
+        "TLS_PORT": tls.getsockname()[1],
         # Started by root, its worker would be a user who may not enter the folder.
-        'USER_LINE': 'user root;' if os.geteuid() == 0 else '',
+        "USER_LINE": "user root;" if os.geteuid() == 0 else "",
     }
-    with open(os.path.join(HERE, 'nginx.conf')) as template, open('nginx.conf', 'w') as conf:
+    with open(os.path.join(HERE, "nginx.conf")) as template, open("nginx.conf", "w") as conf:
         conf.write(string.Template(template.read()).safe_substitute(values))
     tell(plain)
-    tell(tls, ' with TLS')
+    tell(tls, " with TLS")
     # How nginx takes over the sockets of a running one.
-    os.environ['NGINX'] = '%d;%d;' % (hand_over(plain), hand_over(tls))
-    os.execv(nginx, [nginx, '-p', folder, '-e', 'error.log', '-c', 'nginx.conf'])
+    os.environ["NGINX"] = "%d;%d;" % (hand_over(plain), hand_over(tls))
+    os.execv(nginx, [nginx, "-p", folder, "-e", "error.log", "-c", "nginx.conf"])
 
 
 def serve_ftp(_):
-    require(importlib.util.find_spec('pyftpdlib'), 'python3-pyftpdlib')
+    require(importlib.util.find_spec("pyftpdlib"), "python3-pyftpdlib")
     from pyftpdlib import authorizers, handlers, servers
-    os.mkdir('files')
+
+    os.mkdir("files")
     authorizer = authorizers.DummyAuthorizer()
-    authorizer.add_anonymous('files')
+    authorizer.add_anonymous("files")
     handlers.FTPHandler.authorizer = authorizer
     listener = listen()
     server = servers.FTPServer(listener, handlers.FTPHandler)
@@ -134,8 +175,10 @@ def main():
     kind, folder = sys.argv[1:]
     os.chdir(folder)
     end_with_parent()
-    {'odd': serve_odd, 'httpbin': serve_httpbin, 'nginx': serve_nginx, 'ftp': serve_ftp}[kind](folder)
+    {"odd": serve_odd, "httpbin": serve_httpbin, "nginx": serve_nginx, "ftp": serve_ftp}[kind](
+        folder
+    )
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     main()
