@@ -8,7 +8,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # Compiled with -O2 and without link-time optimisation, as docs/footprint.md gives reasons for.
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
 
@@ -16,6 +16,8 @@ option(VORTAN_WARNINGS_AS_ERRORS "Stop at the first warning" OFF)
 set(VORTAN_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize=")
 option(VORTAN_FUZZ "Let libFuzzer drive the programs in tests/fuzz; needs clang and VORTAN_SANITIZE" OFF)
 
+# A project that this is a part of links what the library's interface names.
+set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
 find_package(Boost REQUIRED)
 find_package(CURL REQUIRED)
 include(cmake/CurlFeatures.cmake)
@@ -57,9 +59,7 @@ if(VORTAN_BUILD_PACKAGES)
     # The dynamic linker finds by itself what is in the system's folders.
     set(CMAKE_SKIP_RPATH ON)
     # One commit gives the same binaries in every folder: no path in them tells where they were built,
-    # as a compiler cache might have it, and no build ID depends on debug information, which is not
-    # packed.
-    set(CMAKE_CXX_COMPILER_LAUNCHER "")
+    # and no build ID depends on debug information, which is not packed.
     add_compile_options(-g0 -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
     if(CMAKE_SYSROOT)
         add_compile_options(-ffile-prefix-map=${CMAKE_SYSROOT}=)
