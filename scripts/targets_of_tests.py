@@ -19,7 +19,8 @@ NOT_BUILT = "_NOT_BUILT"
 
 def known_tests(build, *options):
     command = ["ctest", "--test-dir", build, "--show-only=json-v1", *options]
-    said = subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout
+    environment = {**os.environ, "VORTAN_BEFORE_BUILD": "1"}
+    said = subprocess.run(command, check=True, stdout=subprocess.PIPE, env=environment).stdout
     return json.loads(said)["tests"]
 
 

@@ -24,6 +24,17 @@ if(VORTAN_PRECOMPILE_TEST_HEADERS)
     target_link_libraries(vortan_precompiled PRIVATE vortan_build_settings GTest::gmock)
 endif()
 
+# ctest names each program that it does not find; before a build that is all of them.
+file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/BuildFirst.cmake @ONLY CONTENT [[
+if(NOT EXISTS "@PROJECT_BINARY_DIR@/TransferAgent/libvortantransferagent.so"
+        AND NOT DEFINED ENV{VORTAN_BEFORE_BUILD})
+    message(FATAL_ERROR "Nothing is built in @PROJECT_BINARY_DIR@ yet. Build it first: ninja -C "
+        "@PROJECT_BINARY_DIR@ (or run ./test, which builds what the tests need).")
+endif()
+]])
+set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY
+    TEST_INCLUDE_FILES ${CMAKE_CURRENT_BINARY_DIR}/BuildFirst.cmake)
+
 # vortan_test_program(TARGET LABELS...): has ctest run the program's tests.
 function(vortan_test_program target)
     if(VORTAN_PRECOMPILE_TEST_HEADERS)
