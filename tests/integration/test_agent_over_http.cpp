@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "AsyncTransferAgentManager.h"
@@ -211,7 +212,7 @@ TEST_F(AgentOverHttp, AStreamOfFiveGiBArrivesWhole)
         }
     };
     manager->RequestTransfer(std::move(request));
-    EXPECT_TRUE(client.over.Wait());
+    EXPECT_TRUE(client.over.WaitFor(std::chrono::minutes(4)));
     EXPECT_TRUE(client.response.success);
     EXPECT_EQ(received, fiveGiB);
     EXPECT_TRUE(inOrder);

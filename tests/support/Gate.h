@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -26,11 +27,18 @@ public:
     // False, and a failure of the test at the caller's line, if nobody opens the gate in time.
     bool Wait(const char* file = __builtin_FILE(), int line = __builtin_LINE())
     {
+        return WaitFor(Patience, file, line);
+    }
+
+    // The same for what takes long by itself.
+    bool WaitFor(std::chrono::seconds patience, const char* file = __builtin_FILE(),
+                 int line = __builtin_LINE())
+    {
         std::unique_lock<std::mutex> lock(m_Mutex);
-        if (m_Opened.wait_for(lock, Patience, [&] { return m_Open; })) {
+        if (m_Opened.wait_for(lock, patience, [&] { return m_Open; })) {
             return true;
         }
-        ADD_FAILURE_AT(file, line) << "gave up waiting after " << Patience.count()
+        ADD_FAILURE_AT(file, line) << "gave up waiting after " << patience.count()
                                    << " s for the gate of " << m_File << ":" << m_Line
                                    << " to be opened";
         return false;
