@@ -241,9 +241,9 @@ build() {
         return
     fi
     say "Building ($preset)"
-    # Where nobody watches, all that failed is of more use than where the build is.
+    # Where nobody watches, ten failures are of more use than the first alone; on a full disk, than all.
     local keep_going=()
-    [[ -t 2 ]] || keep_going=(-k 0)
+    [[ -t 2 ]] || keep_going=(-k 10)
     with_progress "Building ($preset)" "$log" ninja -C "$folder" "${keep_going[@]}" "$@" ||
         fail_with "$log" "The build failed"
 }
