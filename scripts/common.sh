@@ -228,6 +228,7 @@ configure() {
     [[ ! -e $folder/.configured || $(<"$folder/.configured") != "$wanted" ]] || return 0
     say "Configuring ($preset)"
     mkdir -p "$folder"
+    rm -f "$folder/.configured"
     (cd "$project" && cmake --fresh --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" "$@") \
         >"$folder/configure.log" 2>&1 || fail_with "$folder/configure.log" "CMake stopped"
     echo "$wanted" >"$folder/.configured"
