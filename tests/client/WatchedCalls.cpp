@@ -24,7 +24,9 @@
 #include <sstream>
 #include <string>
 
-// The linker gives the program's calls to Watched..., and the system's functions these names.
+// The linker gives the program's calls to Watched..., and the system's functions these names. It
+// refuses hidden ones if a library, such as a sanitizer's, calls a function of that name.
+#pragma GCC visibility push(default)
 extern "C" {
 int WatchedOpen(const char* path, int flags, ...) __asm__("__wrap_open64");
 int RealOpen(const char* path, int flags, ...) __asm__("__real_open64");
@@ -47,6 +49,7 @@ int RealClose(int descriptor) __asm__("__real_close");
 int WatchedRename(const char* from, const char* to) __asm__("__wrap_rename");
 int RealRename(const char* from, const char* to) __asm__("__real_rename");
 }
+#pragma GCC visibility pop
 
 namespace {
 
