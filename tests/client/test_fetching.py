@@ -322,13 +322,13 @@ class Http(ClientTest):
         )
         self.assertEqual(result.output, BODY[:1000])
 
-    def assert_header_cut(self, *arguments):
+    def assert_header_cut(self, *arguments, redirect=""):
         """/a sends a response that is cut inside its header."""
         url = self.server.url("/a")
         self.assert_failed(
             self.run_client(url, "-o", "out", *arguments),
             TRANSFER_FAILED,
-            url + ": the connection was closed inside the header of the response "
+            url + ": " + redirect + "the connection was closed inside the header of the response "
             "(HTTP status 200)",
         )
         self.assertEqual(self.read("out"), b"before")
@@ -349,7 +349,7 @@ class Http(ClientTest):
         self.write("out", b"before")
         answers = [b"HTTP/1.1 302 Found\r\nLocation: /a\r\n\r\n", b"HTTP/1.1 200 OK\r\nA: b\r\n"]
         self.server.answers["/a"] = lambda request: request.send(answers.pop(0))
-        self.assert_header_cut()
+        self.assert_header_cut(redirect="redirected to %s: " % self.server.url("/a"))
 
     def test_a_reset_connection_leaves_no_partial_file(self):
         self.server.answers["/a"] = lambda request: request.reset()
