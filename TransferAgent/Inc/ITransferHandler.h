@@ -169,16 +169,30 @@ public:
     Result GetTransfer(const Configuration& configuration, ChunkCallback headerCallback,
                        ChunkCallback dataCallback, void* userData) const
     {
-        s_TraceEntry(__func__, __LINE__);
+        return m_GetTransfer(configuration, std::move(headerCallback), std::move(dataCallback),
+                             userData);
+    }
+
+private:
+    friend class TransferByMove;
+
+    // What both forms of GetTransfer do. An lvalue is copied into the detail, an rvalue moved.
+    template <typename AnyConfiguration>
+    Result m_GetTransfer(AnyConfiguration && configuration, boost::optional<Bytes&> header,
+                         boost::optional<Bytes&> data) const;
+    template <typename AnyConfiguration>
+    Result m_GetTransfer(AnyConfiguration && configuration, ChunkCallback && headerCallback,
+                         ChunkCallback && dataCallback, void* userData) const
+    {
+        s_TraceEntry("GetTransfer", __LINE__);
         TransferDetail detail;
-        static_cast<Configuration&>(detail) = configuration;
+        static_cast<Configuration&>(detail) = std::forward<AnyConfiguration>(configuration);
         detail.headerCallback = std::move(headerCallback);
         detail.dataCallback = std::move(dataCallback);
         detail.userData = userData;
         return DoTransfer(detail);
     }
 
-private:
     // Logs that function was entered, for the inline function above: the logging macros stay out
     // of clients' sight.
     static void s_TraceEntry(const char* function, int line);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "AsyncTransferAgentManagerState.h"
+#include "TransferByMove.h"
 #include "Utils.h"
 
 namespace VORTAN_MW {
@@ -35,14 +36,15 @@ constexpr char PerformDataTransfer[] = "m_PerformDataTransfer";
 
 // Fetches what there is a buffer for. After a failure there is no buffer.
 ITransferHandler::Result Fetch(const ITransferHandler& handler,
-                               const ITransferHandler::Configuration& configuration,
+                               ITransferHandler::Configuration&& configuration,
                                std::uint64_t handle,
                                std::unique_ptr<ITransferHandler::Bytes>& header,
                                std::unique_ptr<ITransferHandler::Bytes>& data)
 {
     ITransferHandler::Result result;
     if (header || data) {
-        result = handler.GetTransfer(configuration, BufferIfWanted(header), BufferIfWanted(data));
+        result = TransferByMove::Run(handler, std::move(configuration), BufferIfWanted(header),
+                                     BufferIfWanted(data));
     }
     if (!result.success) {
         if (!header || !data) {  // a failure of both has no line, on purpose
@@ -312,7 +314,7 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransfer(Lock& 
         if (!handler) {
             return result;
         }
-        const ITransferHandler::Configuration configuration = ConfigurationFor(job);
+        ITransferHandler::Configuration configuration = ConfigurationFor(job);
         const bool wantsHeader = static_cast<bool>(job.headerCallback);
         const bool wantsData = static_cast<bool>(job.dataCallback);
         // From here on the job may be gone.
@@ -327,7 +329,7 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransfer(Lock& 
         if (wantsData) {
             data = std::make_unique<ITransferHandler::Bytes>();
         }
-        result = Fetch(*handler, configuration, handle, header, data);
+        result = Fetch(*handler, std::move(configuration), handle, header, data);
         if (!result.success && wantsHeader && wantsData) {
             return result;  // without a notification, on purpose
         }
@@ -378,10 +380,11 @@ ITransferHandler::Result AsyncTransferAgentManager::m_PerformDataTransferSegment
     if (!handler) {
         return {};
     }
-    const ITransferHandler::Configuration configuration = ConfigurationFor(job);
+    ITransferHandler::Configuration configuration = ConfigurationFor(job);
     TransferCallbackContext context{handle, this};
     const State::MutexGap gap(lock, m_State->held);
-    return handler->GetTransfer(configuration, &s_CurlHeaderCb, &s_CurlBodyCb, &context);
+    return TransferByMove::Run(*handler, std::move(configuration), &s_CurlHeaderCb, &s_CurlBodyCb,
+                               &context);
 }
 
 bool AsyncTransferAgentManager::s_CurlHeaderCb(BytesPtr chunk, void* context)

@@ -267,6 +267,42 @@ TEST_P(AgentExecutionInBothModes, TheHandlerSeesTheWholeConfiguration)
     EXPECT_EQ(m_Client.Events().back(), "complete true 200");
 }
 
+// A body may be larger than what else the device has left.
+TEST_P(AgentExecutionInBothModes, TheRequestBodyReachesTheHandlerWithoutACopy)
+{
+    const void* seen = nullptr;
+    auto request = MakeRequest([&](const ITransferHandler::TransferDetail& detail) {
+        seen = detail.requestBody.data();
+        return MakeResult(true, 200);
+    });
+    request->method = ITransferHandler::Configuration::HttpMethod::EhttpPut;
+    request->requestBody.assign(1000, 'a');
+    const void* const body = request->requestBody.data();
+    Run(std::move(request));
+    EXPECT_EQ(seen, body);
+}
+
+TEST_P(AgentExecutionInBothModes, TheHandlersEntryIsLoggedAsForADirectCaller)
+{
+    const CaughtLog log;
+    const auto handler = ScriptedFactory(Fail()).Create();
+    if (GetParam()) {
+        handler->GetTransfer({}, nullptr, nullptr, nullptr);
+    } else {
+        handler->GetTransfer({}, boost::none, boost::none);
+    }
+    m_Manager->RequestTransfer(MakeRequest(Fail()));
+    ASSERT_TRUE(log.WaitFor("Cancelling transfer with handle: 0"));
+    std::vector<std::string> entries;
+    for (const LogLine& line : log.Lines()) {
+        if (line.function == "GetTransfer") {
+            entries.push_back(line.file + ':' + std::to_string(line.line) + ' ' + line.Summary());
+        }
+    }
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_EQ(entries[0], entries[1]);
+}
+
 TEST_P(AgentExecutionInBothModes, AFactoryThatMakesNoHandlerFailsTheTransferWithOneLine)
 {
     auto request = MakeRequest(Fail());
