@@ -331,8 +331,9 @@ end:
 
 // The worker. self is its identifier and its request; handle is all that the code knows.
 
-// m_NotifyClientData, the overload that expects the mutex to be held
-inline NotifyClientData()
+// m_NotifyClientData with the mutex held. The overload that takes it by itself does not take it again
+// after the client's call; a refusal leaves it held here in either case.
+inline NotifyClientData(locksAgain)
 {
     atomic {
         goOn = jobs[handle].filed || SEEDED(NoLookupAfterTransfer);
@@ -360,7 +361,10 @@ inline NotifyClientData()
         :: else
         fi;
         atomic {
-            Lock();
+            if
+            :: locksAgain -> Lock()
+            :: else
+            fi;
             dataUnderWay[request] = false;
             request = 0;
             calls = false
@@ -477,7 +481,7 @@ inline PerformDataTransfer(paced)
     Unlock();
     Lock();
     if
-    :: NotifyClientData()
+    :: NotifyClientData(true)
     :: skip
     fi
 }
@@ -491,11 +495,13 @@ inline PerformDataTransferSegmented()
     :: chunks < CHUNKS ->
         chunks++;
         Lock();
-        NotifyClientData();
-        Unlock();
+        NotifyClientData(false);
         if
         :: goOn
-        :: else -> SITUATION(ChunkRefusedAfterCancel); break
+        :: else ->
+            SITUATION(ChunkRefusedAfterCancel);
+            Unlock();
+            break
         fi
     :: break
     od;

@@ -1,5 +1,6 @@
 #include "AsyncTransferAgentManager.h"
 
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -30,6 +31,34 @@ ITransferHandler::Configuration ConfigurationFor(ITransferHandler::Configuration
     configuration.requestBody = std::move(body);
     return configuration;
 }
+
+// Copies of a job's data callbacks, which stay valid if the job is removed meanwhile. The last copy
+// of a callback may run the client's code when it is destroyed: not while the mutex is held.
+class DataNotification
+{
+public:
+    explicit DataNotification(const ITransferAgentManager::TransferConfiguration& job)
+        : m_HeaderCallback(job.headerCallback),
+          m_DataCallback(job.dataCallback),
+          m_UserContext(job.userContext)
+    {}
+
+    void Deliver(std::unique_ptr<ITransferHandler::Bytes> header,
+                 std::unique_ptr<ITransferHandler::Bytes> data) const
+    {
+        if (m_HeaderCallback) {
+            m_HeaderCallback(std::move(header), m_UserContext);
+        }
+        if (m_DataCallback) {
+            m_DataCallback(std::move(data), m_UserContext);
+        }
+    }
+
+private:
+    ITransferAgentManager::DataCallback m_HeaderCallback;
+    ITransferAgentManager::DataCallback m_DataCallback;
+    void* m_UserContext;
+};
 
 // Log lines of m_PerformDataTransfer keep its name in the functions that do its work.
 constexpr char PerformDataTransfer[] = "m_PerformDataTransfer";
@@ -401,11 +430,21 @@ bool AsyncTransferAgentManager::s_CurlBodyCb(BytesPtr chunk, void* context)
            own->manager->m_NotifyClientData(own->handle, nullptr, std::move(chunk));
 }
 
+// The mutex is not taken again after the client's calls: nothing of the job is touched then.
 bool AsyncTransferAgentManager::m_NotifyClientData(std::uint64_t handle, BytesPtr header,
                                                    BytesPtr data)
 {
-    State::MutexScope scope(*m_State);
-    return m_NotifyClientData(scope.Get(), handle, std::move(header), std::move(data));
+    std::optional<DataNotification> notification;
+    {
+        State::MutexScope scope(*m_State);
+        const TransferJob& job = m_GetJob(scope.Get(), handle);
+        if (job.handle != handle) {
+            return false;
+        }
+        notification.emplace(job);
+    }
+    notification->Deliver(std::move(header), std::move(data));
+    return true;
 }
 
 bool AsyncTransferAgentManager::m_NotifyClientData(Lock& lock, std::uint64_t handle,
@@ -418,22 +457,12 @@ bool AsyncTransferAgentManager::m_NotifyClientData(Lock& lock, std::uint64_t han
     if (job.handle != handle) {
         return false;
     }
-    // Copies, which stay valid if the job is removed meanwhile.
-    DataCallback headerCallback = job.headerCallback;
-    DataCallback dataCallback = job.dataCallback;
-    void* const userContext = job.userContext;
+    DataNotification copied(job);
 
     m_State->AssertHeld(lock, __FILE__, __LINE__);
     const State::MutexGap gap(lock, m_State->held);
-    // The last copy of a callback may run the client's code when it is destroyed: in the gap, too.
-    const DataCallback notifyHeader(std::move(headerCallback));
-    const DataCallback notifyData(std::move(dataCallback));
-    if (notifyHeader) {
-        notifyHeader(std::move(header), userContext);
-    }
-    if (notifyData) {
-        notifyData(std::move(data), userContext);
-    }
+    const DataNotification notification(std::move(copied));  // destroyed in the gap
+    notification.Deliver(std::move(header), std::move(data));
     return true;
 }
 

@@ -211,6 +211,30 @@ TEST_F(AgentNotification, ACallbackThatLocksBehindTheAgentsBackIsReportedAsASyst
     EXPECT_THROW(m_Peer.NotifyData(lock, handle, nullptr, MakeChunk("a")), std::system_error);
 }
 
+// Somebody else holds the mutex from the client's call until the chunk is delivered.
+TEST_F(AgentNotification, AChunkTakesTheMutexOnlyBeforeTheClientsCall)
+{
+    Gate held;
+    Gate delivered;
+    bool deliveredMeanwhile = false;
+    std::thread holder;
+    auto request = MakeRequest();
+    request->headerCallback = nullptr;
+    request->dataCallback = [&](auto, void*) {
+        holder = std::thread([&] {
+            const auto lock = m_Peer.Hold();
+            held.Open();
+            deliveredMeanwhile = delivered.Wait();
+        });
+        EXPECT_TRUE(held.Wait());
+    };
+    const auto handle = FileJob(std::move(request));
+    EXPECT_TRUE(Body(handle, "a"));
+    delivered.Open();
+    holder.join();
+    EXPECT_TRUE(deliveredMeanwhile);
+}
+
 // What a client's callable owns runs client code when it is destroyed; here it calls the agent,
 // which would block for ever if the agent still held its mutex.
 class OwnedByTheClient
