@@ -292,16 +292,15 @@ std::size_t CurlEasyHandler::s_WriteCallback(const void* data, std::size_t size,
     }
     // Ranges of bytes: libstdc++ copies a range of char into a vector of bytes one by one.
     const auto* const first = static_cast<const std::uint8_t*>(data);
-    const auto* const last = first + size;
     Bytes* const buffer = isHeader ? detail->headerBuffer : detail->dataBuffer;
     const ChunkCallback& callback = isHeader ? detail->headerCallback : detail->dataCallback;
     if (buffer && static_cast<std::ptrdiff_t>(size) >= 1) {
         if (!isHeader) {
             ReserveAnnounced(*buffer, size);
         }
-        buffer->insert(buffer->end(), first, last);
+        buffer->insert(buffer->end(), first, first + size);
     }
-    if (!callback || callback(std::make_unique<Bytes>(first, last), detail->userData)) {
+    if (!callback || callback(std::make_unique<Bytes>(first, first + size), detail->userData)) {
         return size;
     }
     LOG_DEBUG("callback failed processing: " << detail->url);
