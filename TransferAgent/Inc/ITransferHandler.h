@@ -176,10 +176,10 @@ public:
 private:
     friend class TransferByMove;
 
-    // What both forms of GetTransfer do. An lvalue is copied into the detail, an rvalue moved.
-    template <typename AnyConfiguration>
-    Result m_GetTransfer(AnyConfiguration && configuration, boost::optional<Bytes&> header,
+    Result m_GetTransfer(Configuration && configuration, boost::optional<Bytes&> header,
                          boost::optional<Bytes&> data) const;
+
+    // An lvalue is copied into the detail, an rvalue moved.
     template <typename AnyConfiguration>
     Result m_GetTransfer(AnyConfiguration && configuration, ChunkCallback && headerCallback,
                          ChunkCallback && dataCallback, void* userData) const

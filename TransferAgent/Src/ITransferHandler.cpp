@@ -11,24 +11,22 @@ ITransferHandler::~ITransferHandler() = default;
 
 ITransferHandlerFactory::~ITransferHandlerFactory() = default;
 
-template <typename AnyConfiguration>
-ITransferHandler::Result ITransferHandler::m_GetTransfer(AnyConfiguration&& configuration,
-                                                         boost::optional<Bytes&> header,
-                                                         boost::optional<Bytes&> data) const
+namespace {
+
+// The one line for both ways into the form with buffers.
+void TraceEntry()
 {
     LOG_DEBUG_AS("GetTransfer", " ");
-    TransferDetail detail;
-    static_cast<Configuration&>(detail) = std::forward<AnyConfiguration>(configuration);
-    detail.headerBuffer = header.get_ptr();
-    detail.dataBuffer = data.get_ptr();
-    return DoTransfer(detail);
 }
+
+}  // namespace
 
 ITransferHandler::Result ITransferHandler::GetTransfer(const Configuration& configuration,
                                                        boost::optional<Bytes&> header,
                                                        boost::optional<Bytes&> data) const
 {
-    return m_GetTransfer(configuration, header, data);
+    TraceEntry();
+    return m_GetTransfer(Configuration(configuration), header, data);
 }
 
 ITransferHandler::Result TransferByMove::Run(const ITransferHandler& handler,
@@ -36,7 +34,19 @@ ITransferHandler::Result TransferByMove::Run(const ITransferHandler& handler,
                                              boost::optional<Bytes&> header,
                                              boost::optional<Bytes&> data)
 {
+    TraceEntry();
     return handler.m_GetTransfer(std::move(configuration), header, data);
+}
+
+ITransferHandler::Result ITransferHandler::m_GetTransfer(Configuration&& configuration,
+                                                         boost::optional<Bytes&> header,
+                                                         boost::optional<Bytes&> data) const
+{
+    TransferDetail detail;
+    static_cast<Configuration&>(detail) = std::move(configuration);
+    detail.headerBuffer = header.get_ptr();
+    detail.dataBuffer = data.get_ptr();
+    return DoTransfer(detail);
 }
 
 void ITransferHandler::s_TraceEntry(const char* function, int line)
