@@ -58,10 +58,12 @@ def dead_links(folder):
 
 def main():
     folder = pathlib.Path(sys.argv[1]).resolve()
+    if not list(folder.rglob("*.html")):
+        sys.exit("There are no pages in %s: build them first." % folder)
     dead = list(dead_links(folder))
     for link in dead:
         print(link)
-    sys.exit(1 if dead or not list(folder.rglob("*.html")) else 0)
+    sys.exit(1 if dead else 0)
 
 
 if __name__ == "__main__":
