@@ -121,8 +121,8 @@ bool CaughtLog::WaitForLine(const std::function<bool(const LogLine&)>& wanted,
     lock.unlock();
     if (!found) {
         ADD_FAILURE() << "gave up waiting after " << Patience.count() << " s for a log line "
-                      << description << "; logged until then: "
-                      << ::testing::PrintToString(Summaries());
+                      << description
+                      << "; logged until then: " << ::testing::PrintToString(Summaries());
     }
     return found;
 }

@@ -38,9 +38,9 @@ public:
         if (m_Opened.wait_for(lock, patience, [&] { return m_Open; })) {
             return true;
         }
-        ADD_FAILURE_AT(file, line) << "gave up waiting after " << patience.count()
-                                   << " s for the gate of " << m_File << ":" << m_Line
-                                   << " to be opened";
+        ADD_FAILURE_AT(file, line)
+            << "gave up waiting after " << patience.count() << " s for the gate of " << m_File
+            << ":" << m_Line << " to be opened";
         return false;
     }
 
