@@ -32,7 +32,7 @@
 #define LOG_ERROR(pieces) VORTAN_LOG(Error, pieces)
 
 // The same under the name of another function, for a helper that does part of that function's work:
-// whoever searches the log by function names finds its lines where they have always been.
+// whoever searches the log by function names finds all lines of its work.
 #define LOG_DEBUG_AS(function, pieces) VORTAN_LOG_AS(Debug, __FILE__, function, __LINE__, pieces)
 #define LOG_INFO_AS(function, pieces) VORTAN_LOG_AS(Info, __FILE__, function, __LINE__, pieces)
 #define LOG_WARN_AS(function, pieces) VORTAN_LOG_AS(Warn, __FILE__, function, __LINE__, pieces)
