@@ -46,7 +46,9 @@ packages_for() {
     model) echo gcc libc6-dev spin ;;
     packages) echo git dpkg-dev rpm lintian man-db mandoc ;;
     footprint) echo binutils ca-certificates valgrind ;;
-    static-checks) echo black clang-14 clang-format-14 clang-tidy-14 flake8 git shellcheck ;;
+    static-checks)
+        echo black clang-14 clang-format-14 clang-tidy-14 flake8 git libclang-14-dev llvm-14-dev shellcheck
+        ;;
     esac
 }
 
@@ -63,7 +65,7 @@ programs_for() {
     model) echo gcc spin ;;
     packages) echo git dpkg-deb rpmbuild lintian man mandoc ;;
     footprint) echo readelf valgrind ;;
-    static-checks) echo black clang-format-14 run-clang-tidy-14 flake8 git shellcheck ;;
+    static-checks) echo black clang++-14 clang-format-14 clang-tidy-14 flake8 git shellcheck ;;
     esac
 }
 
