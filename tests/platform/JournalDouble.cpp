@@ -1,9 +1,8 @@
-// Takes the place of the journal: shows an entry's fields, one a line, on standard error.
+// Loaded in place of libsystemd: shows an entry's fields, one a line, on standard error.
+
+#include <sys/uio.h>
 
 #include <cstdio>
-
-#define SD_JOURNAL_SUPPRESS_LOCATION  // or the function's name would be a macro
-#include <systemd/sd-journal.h>
 
 extern "C" __attribute__((visibility("default"))) int sd_journal_sendv(const iovec* fields,
                                                                        int count)

@@ -18,10 +18,13 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -481,9 +484,8 @@ TEST(PlatformLog, LoggingLeavesErrnoAlone)
 TEST(PlatformLog, AJournalEntryHasMessagePriorityIdentifierAndThread)
 {
     const auto entry = [](const char* priority) {
-        return Probe({{"VORTAN_DLOG", "journal"}},
-                     {"say", priority, "VORTAN", "\033[31ma\nmessage\033[0m"},
-                     Probe::StandardError::Pipe, DLOG_JOURNAL_PROBE);
+        return Probe({{"VORTAN_DLOG", "journal"}, {"LD_LIBRARY_PATH", JOURNAL_DOUBLE}},
+                     {"say", priority, "VORTAN", "\033[31ma\nmessage\033[0m"});
     };
     const auto fields = [](const std::string& priority, pid_t thread) {
         return ElementsAre("MESSAGE=a\\nmessage", "PRIORITY=" + priority,
@@ -501,14 +503,33 @@ TEST(PlatformLog, AJournalEntryHasMessagePriorityIdentifierAndThread)
 
 TEST(PlatformLog, TheLevelHoldsForTheJournalToo)
 {
-    Probe probe({{"VORTAN_DLOG", "journal"}, {"VORTAN_DLOG_LEVEL", "error"}}, Say("text"),
-                Probe::StandardError::Pipe, DLOG_JOURNAL_PROBE);
+    Probe probe({{"VORTAN_DLOG", "journal"},
+                 {"VORTAN_DLOG_LEVEL", "error"},
+                 {"LD_LIBRARY_PATH", JOURNAL_DOUBLE}},
+                Say("text"));
     EXPECT_THAT(probe.Lines(), IsEmpty());
 }
 
-TEST(PlatformLog, TheJournalMayBeMissing)
+TEST(PlatformLog, NoJournalNeedsToRun)
 {
     Probe probe({{"VORTAN_DLOG", "journal"}}, {"shout", "2", "2", "10"});
     EXPECT_EQ(probe.Output(), "");
     EXPECT_EQ(probe.ExitStatus(), 0);
+}
+
+TEST(PlatformLog, WithoutLibsystemdTheLinesGoToStandardError)
+{
+    Probe probe({{"VORTAN_DLOG", "journal"}, {"LD_LIBRARY_PATH", NO_JOURNAL}}, Say("text"));
+    const Texts lines = probe.Lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_THAT(lines[0],
+                AllOf(StartsWith("libdlog: VORTAN_DLOG=\"journal\" cannot be used ("),
+                      HasSubstr("libsystemd.so.0"), EndsWith("); logging to standard error")));
+    EXPECT_THAT(lines[1], EndsWith(": text"));
+}
+
+TEST(PlatformLog, LibsystemdIsLoadedOnlyForTheJournal)
+{
+    Probe probe({{"LD_DEBUG", "files"}, {"VORTAN_DLOG", "none"}}, Say("text"));
+    EXPECT_THAT(probe.Output(), AllOf(HasSubstr("libdlog.so.0"), Not(HasSubstr("libsystemd"))));
 }

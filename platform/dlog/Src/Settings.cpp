@@ -10,6 +10,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "Journal.h"
 #include "Text.h"
 #include "Write.h"
 
@@ -55,12 +56,25 @@ Settings InFile(const char* path, std::string_view value)
     return {Destination::File, descriptor, false, everyPriority};
 }
 
+Settings InJournal(std::string_view value)
+{
+    const std::string failure = LoadJournal();
+    if (!failure.empty()) {
+        Complain(destinationVariable, value,
+                 "cannot be used (" + failure + "); logging to standard error");
+        return OnStandardError();
+    }
+    return {Destination::Journal, -1, false, everyPriority};
+}
+
 Settings WithDestination(std::string_view value)
 {
     constexpr std::string_view file = "file:";
-    if (value == "journal" || value == "none") {
-        return {value == "none" ? Destination::Nowhere : Destination::Journal, -1, false,
-                everyPriority};
+    if (value == "journal") {
+        return InJournal(value);
+    }
+    if (value == "none") {
+        return {Destination::Nowhere, -1, false, everyPriority};
     }
     if (value.size() > file.size() && value.substr(0, file.size()) == file) {
         return InFile(value.data() + file.size(), value);

@@ -13,7 +13,7 @@ enum class Destination
 
 // Where lines go and which of them, as the environment of the process says:
 //
-//   VORTAN_DLOG        journal     to the systemd journal
+//   VORTAN_DLOG        journal     to the systemd journal, if libsystemd can be loaded
 //                      file:PATH   to a file, at its end; it is made if need be
 //                      none        nowhere
 //                      otherwise   to standard error

@@ -13,10 +13,7 @@
 #include <new>
 #include <string>
 
-// The place in the program that a journal entry names would be the one here, not the caller's.
-#define SD_JOURNAL_SUPPRESS_LOCATION
-#include <systemd/sd-journal.h>
-
+#include "Journal.h"
 #include "Settings.h"
 #include "Text.h"
 #include "Write.h"
@@ -26,6 +23,7 @@ namespace {
 using VORTAN_MW::DLOG::Destination;
 using VORTAN_MW::DLOG::LineStart;
 using VORTAN_MW::DLOG::ReadableText;
+using VORTAN_MW::DLOG::SendToJournal;
 using VORTAN_MW::DLOG::Settings;
 using VORTAN_MW::DLOG::WriteWhole;
 
@@ -70,7 +68,7 @@ int JournalPriority(int priority)
     return index < fromDebugOn.size() ? fromDebugOn[index] : LOG_DEBUG;
 }
 
-int SendToJournal(int priority, const char* tag, const std::string& text)
+int WriteEntry(int priority, const char* tag, const std::string& text)
 {
     std::array<std::string, 4> fields = {
         "MESSAGE=" + text,
@@ -82,7 +80,7 @@ int SendToJournal(int priority, const char* tag, const std::string& text)
     for (std::size_t i = 0; i < fields.size(); ++i) {
         parts[i] = {fields[i].data(), fields[i].size()};
     }
-    const int result = sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
+    const int result = SendToJournal(parts.data(), static_cast<int>(parts.size()));
     return result < 0 ? result : static_cast<int>(text.size());
 }
 
@@ -100,7 +98,7 @@ try {
         return -ENOMEM;
     }
     const std::string text = ReadableText(message.get(), settings.keepColours);
-    return settings.destination == Destination::Journal ? SendToJournal(priority, tag, text)
+    return settings.destination == Destination::Journal ? WriteEntry(priority, tag, text)
                                                         : WriteLine(settings, priority, tag, text);
 } catch (const std::bad_alloc&) {
     return -ENOMEM;
