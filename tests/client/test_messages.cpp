@@ -21,7 +21,7 @@ std::string CauseOf(const std::string& source, long status, const std::string& l
     return FailureOf(MakeSource(source, nullptr), result, libraryError).cause;
 }
 
-constexpr const char* Url = "http://localhost/";
+constexpr const char* AnyUrl = "http://localhost/";
 
 }  // namespace
 
@@ -135,7 +135,7 @@ TEST(TerminalText, ShowsACharacterThatIsCutOffInTheEnd)
 
 TEST(FailureCause, NamesTheStatusOfAnHttpError)
 {
-    EXPECT_EQ(CauseOf(Url, 404,
+    EXPECT_EQ(CauseOf(AnyUrl, 404,
                       "curl_easy_perform() failed: 'HTTP response code said error', http-code: 404 "
                       "accessing http://localhost/"),
               "HTTP status 404");
@@ -143,7 +143,7 @@ TEST(FailureCause, NamesTheStatusOfAnHttpError)
 
 TEST(FailureCause, NamesTheReasonAndTheStatusThatCameBeforeIt)
 {
-    EXPECT_EQ(CauseOf(Url, 200,
+    EXPECT_EQ(CauseOf(AnyUrl, 200,
                       "curl_easy_perform() failed: 'Transferred a partial file', http-code: 200 "
                       "accessing http://localhost/', http-code: 7"),
               "Transferred a partial file (HTTP status 200)");
@@ -151,7 +151,7 @@ TEST(FailureCause, NamesTheReasonAndTheStatusThatCameBeforeIt)
 
 TEST(FailureCause, NamesNoStatusWhereThereIsNone)
 {
-    EXPECT_EQ(CauseOf(Url, 0,
+    EXPECT_EQ(CauseOf(AnyUrl, 0,
                       "curl_easy_perform() failed: 'Couldn't connect to server', http-code: 0 "
                       "accessing http://localhost/"),
               "Couldn't connect to server");
@@ -159,8 +159,8 @@ TEST(FailureCause, NamesNoStatusWhereThereIsNone)
 
 TEST(FailureCause, TakesAnyOtherErrorWhole)
 {
-    EXPECT_EQ(CauseOf(Url, 0, "Failed to do it\n"), "Failed to do it\\n");
-    EXPECT_EQ(CauseOf(Url, 0, ""), "the transfer failed");
+    EXPECT_EQ(CauseOf(AnyUrl, 0, "Failed to do it\n"), "Failed to do it\\n");
+    EXPECT_EQ(CauseOf(AnyUrl, 0, ""), "the transfer failed");
 }
 
 TEST(FailureCause, OfAFileIsWhatTheSystemSays)

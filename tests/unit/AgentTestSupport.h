@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,6 +13,9 @@
 #include "AsyncTransferAgentManager.h"
 #include "AsyncTransferAgentManagerState.h"
 #include "Gate.h"
+
+// Of a delay that only a cancellation or a shutdown ends.
+constexpr std::int64_t Forever = std::numeric_limits<std::int64_t>::max();
 
 // As the log prints a thread's identifier.
 std::string TextOf(std::thread::id id);

@@ -18,8 +18,6 @@ using VORTAN_MW::AsyncTransferAgentManagerPeer;
 using VORTAN_MW::ITransferAgentManager;
 using Request = RecordingClient::Request;
 
-constexpr std::int64_t Forever = std::numeric_limits<std::int64_t>::max();
-
 class AgentPacing : public testing::Test
 {
 protected:

@@ -17,8 +17,6 @@ using VORTAN_MW::AsyncTransferAgentManager;
 using VORTAN_MW::AsyncTransferAgentManagerPeer;
 using VORTAN_MW::ITransferAgentManager;
 
-constexpr std::int64_t Forever = std::numeric_limits<std::int64_t>::max();
-
 class AgentShutdown : public testing::Test
 {
 protected:

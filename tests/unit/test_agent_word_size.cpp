@@ -24,7 +24,6 @@ using State = AsyncTransferAgentManagerPeer::ManagerState;
 
 constexpr bool Is32Bit = sizeof(void*) == 4;
 constexpr std::uint64_t Bit32 = std::uint64_t{1} << 32;
-constexpr std::int64_t Forever = std::numeric_limits<std::int64_t>::max();
 
 TEST(WordSize, ALongASizeAndAPointerHaveTheWidthOfAWord)
 {

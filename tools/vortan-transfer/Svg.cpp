@@ -44,7 +44,7 @@ std::string Attribute(const char* name, double value)
     return Format(" %s=\"%.2f\"", name, value);
 }
 
-std::string Place(const std::string& style, double x, double y)
+std::string Position(const std::string& style, double x, double y)
 {
     return " class=\"" + style + "\"" + Attribute("x", x) + Attribute("y", y);
 }
@@ -63,7 +63,7 @@ void Svg::EndGroup()
 
 void Svg::Rectangle(const std::string& style, double x, double y, double width, double height)
 {
-    m_Body += "<rect" + Place(style, x, y) + Attribute("width", width) +
+    m_Body += "<rect" + Position(style, x, y) + Attribute("width", width) +
               Attribute("height", height) + "/>\n";
 }
 
@@ -75,7 +75,7 @@ void Svg::VerticalLine(const std::string& style, double x, double y, double heig
 
 void Svg::Text(const std::string& style, double x, double y, const std::string& text)
 {
-    m_Body += "<text" + Place(style, x, y) + ">" + XmlText(text) + "</text>\n";
+    m_Body += "<text" + Position(style, x, y) + ">" + XmlText(text) + "</text>\n";
 }
 
 std::string Svg::Document(double width, double height, const std::string& styleSheet) const
