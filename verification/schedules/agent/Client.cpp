@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 
 #include "AsyncTransferAgentManagerState.h"
 
@@ -207,7 +208,7 @@ public:
 
 }  // namespace VORTAN_MW
 
-Client::Client() : m_Agent(VORTAN_MW::AsyncTransferAgentManager::Create())
+Client::Client() : m_Agent(VORTAN_MW::AsyncTransferAgentManager::Create().release())
 {
     m_OfThread.resize(EXPLORER::MaxThreads + 1);
     current = this;
@@ -224,7 +225,7 @@ std::unique_ptr<ITransferAgentManager::TransferConfiguration> Client::m_Configur
     Transfer& transfer)
 {
     auto request = std::make_unique<ITransferAgentManager::TransferConfiguration>();
-    request->url = transfer.name;
+    request->url = transfer.isValid ? transfer.name : std::string();
     request->segmented = transfer.kind == Transfer::Segmented;
     if (transfer.kind == Transfer::Paced) {
         request->fixedDelay = 1000;
@@ -249,9 +250,12 @@ bool Client::Request(Transfer& transfer)
 {
     auto request = m_Configure(transfer);
     std::uint64_t handle = 0;
-    {
+    try {
         const Tracked tracked;
         handle = m_Agent->RequestTransfer(std::move(request));
+    } catch (const std::system_error&) {  // no thread could be started
+        transfer.accepted = false;
+        handle = ITransferAgentManager::InvalidHandle;
     }
     Expect(transfer.accepted == (handle != ITransferAgentManager::InvalidHandle) &&
                (!transfer.accepted || handle == transfer.handle),
@@ -347,7 +351,7 @@ void Client::Destroy()
 {
     {
         const Tracked tracked;
-        m_Agent.reset();
+        delete m_Agent;  // callbacks may still use it
     }
     m_Destroyed = true;
     for (const auto& transfer : m_Transfers) {

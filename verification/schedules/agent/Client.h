@@ -39,6 +39,7 @@ struct Transfer
     std::function<void()> inHandler;
     std::function<void()> whenDestroyed;  // the factory
     bool makesHandler = true;
+    bool isValid = true;        // as a request
     bool sharesHandle = false;  // somebody else is given the same
 
     bool accepted = false;
@@ -86,7 +87,7 @@ private:
     Transfer* m_Find(std::uint64_t handle);
     void m_CheckEnd(const Transfer& transfer) const;
 
-    std::unique_ptr<VORTAN_MW::ITransferAgentManager> m_Agent;
+    VORTAN_MW::ITransferAgentManager* const m_Agent;  // owned until Destroy
     std::vector<std::unique_ptr<Transfer>> m_Transfers;
     std::vector<Transfer*> m_OfThread;  // a worker's transfer
     bool m_Destroyed = false;

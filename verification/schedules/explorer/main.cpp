@@ -160,11 +160,9 @@ bool Compare(const Scenario& scenario, Search::Settings settings)
 // A crash of the code under test breaks a promise, too.
 void FailBySignal(int number)
 {
-    static bool failed = false;
-    if (failed || scheduler.Current() == Nobody) {
-        std::_Exit(ExitFailure);
+    if (!scheduler.IsActive()) {
+        ExitWith(ExitFailure, std::string("the explorer itself fails: ") + strsignal(number));
     }
-    failed = true;
     scheduler.Fail(std::string("the process would end: ") + strsignal(number));
 }
 
