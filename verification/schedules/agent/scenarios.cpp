@@ -3,7 +3,6 @@
 #include "Client.h"
 
 using EXPLORER::Expect;
-using EXPLORER::Faults;
 using EXPLORER::Gate;
 using EXPLORER::Scenario;
 
@@ -83,7 +82,7 @@ const Scenario pacedByCancel(
         Expect(EXPLORER::ThreadsToDispose() == 0, "a cancellation wakes its sleeper");
         client.Destroy();
     },
-    Faults{0, 0});
+    0);
 
 const Scenario pacedByShutdown(
     "paced-woken-by-shutdown", "Only shutdown ends two waits",
@@ -93,7 +92,7 @@ const Scenario pacedByShutdown(
         client.AddAndRequest(Transfer::Asleep);
         client.Destroy();
     },
-    Faults{0, 0});
+    0);
 
 const Scenario pacedAndStreamed("paced-and-streamed",
                                 "A wait and a segmented transfer, one cancelled", [] {
@@ -226,7 +225,7 @@ const Scenario noThread(
         Expect(accepted >= 2, "a thread that cannot be started fails its own request only");
         client.Destroy();
     },
-    Faults{0, 1});
+    0, 1);
 
 const Scenario handleReused("handle-reused", "A handle wraps onto a transfer in progress", [] {
     Client client;

@@ -4,42 +4,6 @@
 
 namespace EXPLORER {
 
-namespace {
-
-const Scenario* firstScenario = nullptr;
-
-constexpr char GateKind[] = "gate";
-
-Call CallOf(Operation operation, const void* gate = nullptr)
-{
-    Call call;
-    call.operation = operation;
-    call.object = gate != nullptr ? scheduler.Find(gate, GateKind) : nullptr;
-    return call;
-}
-
-}  // namespace
-
-Scenario::Scenario(const char* ownName, const char* ownAbout, void (*ownRun)(), Faults ownFaults)
-    : name(ownName), about(ownAbout), run(ownRun), faults(ownFaults), next(firstScenario)
-{
-    firstScenario = this;
-}
-
-const Scenario* Scenario::First()
-{
-    return firstScenario;
-}
-
-const Scenario* Scenario::Find(const std::string& name)
-{
-    const Scenario* scenario = firstScenario;
-    while (scenario != nullptr && scenario->name != name) {
-        scenario = scenario->next;
-    }
-    return scenario;
-}
-
 void Fail(const std::string& what)
 {
     scheduler.Fail(what);
@@ -52,14 +16,14 @@ void Expect(bool condition, const char* promise)
     }
 }
 
+bool IsReplay()
+{
+    return scheduler.replays;
+}
+
 void Note(const std::string& what, const std::string& place)
 {
     scheduler.Tell(what, place);
-}
-
-bool IsReplay()
-{
-    return scheduler.IsReplay();
 }
 
 bool HoldsMutex()
@@ -69,18 +33,22 @@ bool HoldsMutex()
 
 int ThisThread()
 {
-    return scheduler.Current() + 1;
+    return static_cast<int>(scheduler.current) + 1;
 }
 
 int ThreadsToDispose()
 {
-    return scheduler.ThreadsToDispose();
+    int count = -1;  // without the first
+    for (const Thread& thread : scheduler.threads) {
+        count += thread.disposed ? 0 : 1;
+    }
+    return count;
 }
 
 Moment Moment::Now()
 {
     Moment now;
-    now.m_Thread = static_cast<std::size_t>(scheduler.Current());
+    now.m_Thread = scheduler.current;
     now.m_Time = scheduler.Self().clock[now.m_Thread];
     return now;
 }
@@ -90,30 +58,19 @@ bool Moment::HappenedBefore() const
     return m_Time <= scheduler.Self().clock[m_Thread];
 }
 
-void Gate::Open()
-{
-    m_Open = true;
-    scheduler.Perform(CallOf(Operation::OpenGate, this));
-}
-
-void Gate::Wait()
-{
-    scheduler.Perform(CallOf(Operation::PassGate, this));
-}
-
 void WaitUntilOthersRest()
 {
-    scheduler.Perform(CallOf(Operation::Rest));
+    scheduler.Perform({"goes on, as all others rest", nullptr, Call::Rest});
 }
 
 Tracked::Tracked(bool tracked) : m_Before(scheduler.Self().tracked)
 {
-    scheduler.Self().tracked = RACES::tracked = tracked;
+    scheduler.Self().tracked = MEMORY::tracked = tracked;
 }
 
 Tracked::~Tracked()
 {
-    scheduler.Self().tracked = RACES::tracked = m_Before;
+    scheduler.Self().tracked = MEMORY::tracked = m_Before;
 }
 
 }  // namespace EXPLORER

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 
@@ -8,69 +7,53 @@
 // preemptions. The code under test is compiled unchanged: the program defines the threads library's
 // functions itself, runs one thread at a time, and decides at each call which one goes on.
 //
-//     void Run()
-//     {
+//     const EXPLORER::Scenario scenario("gate", "A thread opens a gate", [] {
 //         EXPLORER::Gate done;
 //         std::thread worker([&] { done.Open(); });
 //         done.Wait();
 //         EXPLORER::Expect(!EXPLORER::HoldsMutex(), "no mutex is left held");
 //         worker.join();
-//     }
-//     const EXPLORER::Scenario scenario("gate", "A thread opens a gate", &Run);
+//     });
 //
-// A scenario must do the same in each run that has the same schedule, and keep nothing from one run
-// to the next: what it allocates is taken back when the run ends, wherever its threads are then.
+// A scenario must do the same in each run with the same schedule, and keep nothing from one run to
+// the next: what it allocates is taken back when the run ends, wherever its threads are then.
 namespace EXPLORER {
 
 constexpr std::size_t MaxThreads = 12;
 
-// What a scenario allows to go wrong by itself, counted over a whole run.
-struct Faults
-{
-    int spuriousWakeUps = 1;
-    int threadsThatCannotStart = 0;
-};
-
 // Registers a scenario; to be defined at namespace scope.
-class Scenario
+struct Scenario
 {
-public:
-    Scenario(const char* name, const char* about, void (*run)(), Faults faults = Faults());
+    Scenario(const char* ownName, const char* ownAbout, void (*ownRun)(), int wakeUps = 1,
+             int failures = 0);
 
     const char* const name;
     const char* const about;
     void (*const run)();
-    const Faults faults;
+    const int spuriousWakeUps;         // at most so many in a run
+    const int threadsThatCannotStart;  // the same
     const Scenario* const next;
-
-    static const Scenario* First();
-    static const Scenario* Find(const std::string& name);
 };
 
 // Ends the run, and with it the search: this schedule breaks a promise.
 [[noreturn]] void Fail(const std::string& what);
 void Expect(bool condition, const char* promise);
 
-// Adds a line to the table that is printed when a schedule is replayed. The place is found by
-// itself if it is empty.
-void Note(const std::string& what, const std::string& place = std::string());
-// Whether notes are printed in this run; else there is no need to compose them.
+// Whether this run's table is printed, and a line for it.
 bool IsReplay();
+void Note(const std::string& what, const std::string& place = std::string());
 
-// Whether the calling thread holds a mutex.
-bool HoldsMutex();
-// Numbered in the order in which they are started; the scenario's own thread is 1.
-int ThisThread();
-// Threads started so far that were neither joined nor detached.
-int ThreadsToDispose();
+bool HoldsMutex();       // whether the calling thread does
+int ThisThread();        // its number; the scenario's own thread is 1
+int ThreadsToDispose();  // how many were started, and neither joined nor detached
 
-// A point in a thread's execution. Whether one happened before another does not depend on the order
-// in which independent threads happened to run, but on how they synchronised.
+// A point in a thread's execution.
 class Moment
 {
 public:
-    Moment() = default;  // happened before everything
     static Moment Now();
+    // Whether synchronisation orders it before now. This holds or not whichever order independent
+    // threads happened to run in.
     bool HappenedBefore() const;
 
 private:
@@ -84,10 +67,6 @@ class Gate
 public:
     void Open();
     void Wait();
-    bool IsOpen() const { return m_Open; }
-
-private:
-    bool m_Open = false;
 };
 
 // Returns once no other thread can go on.

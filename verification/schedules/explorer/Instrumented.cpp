@@ -14,8 +14,8 @@ namespace {
 
 void Access(const void* address, std::size_t size, bool writes)
 {
-    if (EXPLORER::RACES::tracked) {
-        EXPLORER::RACES::Access(address, size, writes);
+    if (EXPLORER::MEMORY::tracked) {
+        EXPLORER::MEMORY::Access(address, size, writes);
     }
 }
 

@@ -1,13 +1,13 @@
 // The functions that this program defines in place of the C and C++ libraries': those of threads,
-// time, the guards of function-local statics, and memory. Outside of a run they do what the
-// libraries' do.
+// time, the guards of function-local statics, and memory. Outside of a run there is one thread
+// only.
 
 #include <cxxabi.h>
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -15,207 +15,243 @@
 
 #include "Scheduler.h"
 
-using EXPLORER::Call;
-using EXPLORER::Operation;
-using EXPLORER::scheduler;
+extern "C" const char __executable_start;  // NOLINT(bugprone-reserved-identifier): the linker's
+extern "C" const char _end;                // NOLINT(bugprone-reserved-identifier)
+
+namespace EXPLORER {
 
 namespace {
 
-// The library's own function.
-template <typename Function>
-Function* Next(Function*, const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-std::uint8_t Perform(Operation operation, const void* address, const char* kind)
-{
-    Call call;
-    call.operation = operation;
-    call.object = scheduler.Find(address, kind);
-    return scheduler.Perform(call);
-}
-
 constexpr char Mutex[] = "mutex";
 constexpr char Condition[] = "condition";
-constexpr char Guard[] = "guard";
+constexpr char Guard[] = "guard of a static";
 
-int Wait(const void* condition, const void* mutex, std::int64_t deadline)
+Object& Take(const char* verb, const void* address, const char* kind)
 {
-    Call call;
-    call.operation = Operation::Wait;
-    call.object = scheduler.Find(condition, Condition);
-    call.mutex = scheduler.Find(mutex, Mutex);
-    call.deadline = deadline;
-    scheduler.Perform(call);
-    call.operation = Operation::Wake;
-    call.mutex = nullptr;
-    const std::uint8_t outcome = scheduler.Perform(call);
-    Perform(Operation::Lock, mutex, Mutex);
-    return outcome == EXPLORER::TimeOut ? ETIMEDOUT : 0;
+    Object& object = *scheduler.Find(address, kind);
+    scheduler.Perform({verb, &object, Call::Free});
+    scheduler.Acquire(object);
+    return object;
 }
 
-// A time that no run reaches counts as none.
-template <typename Seconds>
-std::int64_t Nanoseconds(Seconds seconds, long nanoseconds)
+void Own(Object& mutex)
 {
-    constexpr std::int64_t year = 365LL * 24 * 3600;
-    return seconds > year ? EXPLORER::Endless : std::int64_t{seconds} * 1000000000 + nanoseconds;
+    mutex.owner = static_cast<int>(scheduler.current);
+    ++scheduler.Self().mutexes;
 }
 
-int Dispose(pthread_t thread, Operation operation)
+void Lock(const void* address)
 {
-    Call call;
-    call.operation = operation;
-    call.thread = static_cast<int>(thread) - 1;
-    if (!scheduler.Exists(call.thread)) {
-        return ESRCH;
+    if (scheduler.Find(address, Mutex)->owner == static_cast<int>(scheduler.current)) {
+        scheduler.Fail("deadlock: the thread locks a mutex that it holds");
     }
+    Own(Take("locks", address, Mutex));
+}
+
+void Unlock(Object& mutex)
+{
+    if (mutex.owner != static_cast<int>(scheduler.current)) {
+        scheduler.Fail("the thread unlocks a mutex that it does not hold");
+    }
+    mutex.owner = Nobody;
+    --scheduler.Self().mutexes;
+    scheduler.Release(mutex);
+}
+
+// A time that no run reaches is none.
+template <typename Time>
+int Wait(const void* address, const void* mutexAddress, const Time* until)
+{
+    Object& condition = *scheduler.Find(address, Condition);
+    Object& mutex = *scheduler.Find(mutexAddress, Mutex);
+    Call call = {"unlocks its mutex and waits for", &condition};
+    call.mutex = &mutex;
     scheduler.Perform(call);
+    Unlock(mutex);
+    scheduler.Self().notified = false;
+    call = {"wakes from", &condition, Call::Woken};
+    if (until != nullptr && until->tv_sec < 365LL * 24 * 3600) {
+        call.deadline = std::int64_t{until->tv_sec} * 1000000000 + until->tv_nsec;
+    }
+    const std::uint8_t outcome = scheduler.Perform(call);
+    Lock(mutexAddress);
+    return outcome == TimeOut ? ETIMEDOUT : 0;
+}
+
+int Notify(const char* verb, const void* address, bool all)
+{
+    if (scheduler.active) {
+        Object* const condition = scheduler.Find(address, Condition);
+        int skipped = scheduler.Perform({verb, condition, all ? Call::Nothing : Call::Waiter});
+        for (Thread& thread : scheduler.threads) {
+            if (thread.call.need == Call::Woken && thread.call.object == condition &&
+                !thread.notified && (all || skipped-- == 0)) {
+                thread.notified = true;
+            }
+        }
+    }
     return 0;
 }
 
+int Dispose(const char* verb, pthread_t number, Call::Need need)
+{
+    const int other = static_cast<int>(number) - 1;
+    scheduler.Perform({verb, nullptr, need, other});
+    Thread& thread = scheduler.threads[static_cast<std::size_t>(other)];
+    if (thread.disposed) {
+        scheduler.Fail("the other thread was joined or detached before");
+    }
+    thread.disposed = true;
+    if (need == Call::Ended) {
+        Object ended;
+        ended.clock = thread.clock;
+        ended.time = thread.time;
+        scheduler.Acquire(ended);
+    }
+    return 0;
+}
+
+// Whether the guard is one of the code under test.
+bool IsOfRun(const void* guard)
+{
+    return scheduler.active && guard >= &__executable_start && guard < &_end;
+}
+
 }  // namespace
+
+void ResetStatics()
+{
+    for (const Object& object : scheduler.objects) {
+        if (object.kind == Guard && object.done) {
+            *static_cast<char*>(const_cast<void*>(object.address)) = 0;
+        }
+    }
+}
+
+void Gate::Open()
+{
+    Object& gate = *scheduler.Find(this, "gate");
+    scheduler.Perform({"opens", &gate});
+    gate.done = true;
+    scheduler.Release(gate);
+}
+
+void Gate::Wait()
+{
+    Object& gate = *scheduler.Find(this, "gate");
+    scheduler.Perform({"passes", &gate, Call::Done});
+    scheduler.Acquire(gate);
+}
+
+}  // namespace EXPLORER
+
+using namespace EXPLORER;
 
 extern "C" {
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_mutex_lock, __func__);
-        return next(mutex);
+    if (scheduler.active) {
+        Lock(mutex);
     }
-    if (scheduler.Find(mutex, Mutex)->owner == scheduler.Current()) {
-        scheduler.Fail("deadlock: the thread locks a mutex that it holds");
-    }
-    Perform(Operation::Lock, mutex, Mutex);
     return 0;
 }
 
-int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept
+int pthread_mutex_trylock(pthread_mutex_t* address) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_mutex_trylock, __func__);
-        return next(mutex);
+    if (scheduler.active) {
+        Object& mutex = *scheduler.Find(address, Mutex);
+        scheduler.Perform({"tries to lock", &mutex});
+        if (mutex.owner != Nobody) {
+            return EBUSY;
+        }
+        Own(mutex);
+        scheduler.Acquire(mutex);
     }
-    return Perform(Operation::TryLock, mutex, Mutex) == EXPLORER::IsTaken ? EBUSY : 0;
+    return 0;
 }
 
-int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept
+int pthread_mutex_unlock(pthread_mutex_t* address) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_mutex_unlock, __func__);
-        return next(mutex);
+    if (scheduler.active) {
+        Object& mutex = *scheduler.Find(address, Mutex);
+        scheduler.Perform({"unlocks", &mutex});
+        Unlock(mutex);
     }
-    Perform(Operation::Unlock, mutex, Mutex);
     return 0;
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_cond_wait, __func__);
-        return next(condition, mutex);
-    }
-    return Wait(condition, mutex, EXPLORER::Endless);
+    return Wait<timespec>(condition, mutex, nullptr);
 }
 
-int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                           const timespec* deadline)
+int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* until)
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_cond_timedwait, __func__);
-        return next(condition, mutex, deadline);
-    }
-    return Wait(condition, mutex, Nanoseconds(deadline->tv_sec, deadline->tv_nsec));
+    return Wait(condition, mutex, until);
 }
 
-int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                           const timespec* deadline)
+int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t,
+                           const timespec* until)
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_cond_clockwait, __func__);
-        return next(condition, mutex, clock, deadline);
-    }
-    return Wait(condition, mutex, Nanoseconds(deadline->tv_sec, deadline->tv_nsec));
+    return Wait(condition, mutex, until);
 }
+
+#if defined(__TIMESIZE) && __TIMESIZE == 32
+// What code that is compiled with wide times calls.
+struct WideTime
+{
+    std::int64_t tv_sec;
+    std::int32_t tv_nsec;
+};
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
+int __pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t,
+                               const WideTime* until)
+{
+    return Wait(condition, mutex, until);
+}
+#endif
 
 int pthread_cond_signal(pthread_cond_t* condition) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_cond_signal, __func__);
-        return next(condition);
-    }
-    Perform(Operation::NotifyOne, condition, Condition);
-    return 0;
+    return Notify("notifies one thread at", condition, false);
 }
 
 int pthread_cond_broadcast(pthread_cond_t* condition) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_cond_broadcast, __func__);
-        return next(condition);
-    }
-    Perform(Operation::NotifyAll, condition, Condition);
-    return 0;
+    return Notify("notifies all threads at", condition, true);
 }
 
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*routine)(void*),
+int pthread_create(pthread_t* thread, const pthread_attr_t*, void* (*routine)(void*),
                    void* argument) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_create, __func__);
-        return next(thread, attributes, routine, argument);
-    }
-    const int number = scheduler.Create(routine, argument);
-    if (number == EXPLORER::Nobody) {
+    if (scheduler.Perform({"starts a thread", nullptr, Call::NewThread}) == CannotStart) {
         return EAGAIN;
     }
-    *thread = static_cast<pthread_t>(number) + 1;
+    *thread = static_cast<pthread_t>(scheduler.Start(routine, argument)) + 1;
     return 0;
 }
 
-int pthread_join(pthread_t thread, void** result)
+int pthread_join(pthread_t thread, void**)
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_join, __func__);
-        return next(thread, result);
-    }
-    if (static_cast<int>(thread) - 1 == scheduler.Current()) {
-        return EDEADLK;
-    }
-    const int error = Dispose(thread, Operation::Join);
-    if (error == 0 && result != nullptr) {
-        *result = scheduler.ResultOf(static_cast<int>(thread) - 1);
-    }
-    return error;
+    const bool isSelf = static_cast<int>(thread) == ThisThread();
+    return isSelf ? EDEADLK : Dispose("joins", thread, Call::Ended);
 }
 
 int pthread_detach(pthread_t thread) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_detach, __func__);
-        return next(thread);
-    }
-    return Dispose(thread, Operation::Detach);
+    return Dispose("detaches", thread, Call::Nothing);
 }
 
 pthread_t pthread_self() noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&pthread_self, __func__);
-        return next();
-    }
-    return static_cast<pthread_t>(scheduler.Current()) + 1;
+    return static_cast<pthread_t>(ThisThread());
 }
 
 int sched_yield() noexcept
 {
-    if (scheduler.IsActive()) {
-        Call call;
-        call.operation = Operation::Yield;
-        scheduler.Perform(call);
-    }
+    scheduler.Perform({"steps aside"});
     return 0;
 }
 
@@ -223,137 +259,74 @@ int sched_yield() noexcept
 // with the clocks of those that it synchronises with.
 int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
-    if (!scheduler.IsActive()) {
-        static const auto next = Next(&clock_gettime, __func__);
-        return next(clock, time);
+    if (!scheduler.active) {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     }
     time->tv_sec = static_cast<std::time_t>(scheduler.Self().time / 1000000000);
     time->tv_nsec = static_cast<long>(scheduler.Self().time % 1000000000);
     return 0;
 }
 
-#if defined(__TIMESIZE) && __TIMESIZE == 32
-// What code that was compiled with wide times calls.
-struct WideTime
+// The one atomic that the compiler makes by itself: whether a static is initialised.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the compiler's name
+unsigned char __tsan_atomic8_load(const volatile unsigned char* byte, int)
 {
-    std::int64_t seconds;
-    std::int32_t nanoseconds;
-};
-
-int __pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t,
-                               const WideTime* deadline)
-{
-    return Wait(condition, mutex, Nanoseconds(deadline->seconds, deadline->nanoseconds));
+    const void* const guard = const_cast<const unsigned char*>(byte);
+    if (IsOfRun(guard)) {
+        Object& object = *scheduler.Find(guard, Guard);
+        scheduler.Perform({"reads", &object});
+        scheduler.Acquire(object);
+    }
+    return *byte;
 }
-
-int __pthread_cond_timedwait64(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                               const WideTime* deadline)
-{
-    return Wait(condition, mutex, Nanoseconds(deadline->seconds, deadline->nanoseconds));
-}
-#endif
 
 }  // extern "C"
-
-// Guards of function-local statics. Those of the program itself are taken back after each run, so
-// that each run initialises them; a run that is abandoned may leave one half-way.
-extern "C" char __executable_start;  // NOLINT(bugprone-reserved-identifier): the linker's names
-extern "C" char _end;                // NOLINT(bugprone-reserved-identifier)
-
-namespace {
-
-std::array<char*, 16> initialised;
-std::size_t initialisedCount = 0;
-
-bool IsOfRun(const char* guard)
-{
-    return scheduler.IsActive() && guard >= &__executable_start && guard < &_end;
-}
-
-}  // namespace
-
-void EXPLORER::ResetStatics()
-{
-    while (initialisedCount > 0) {
-        *initialised[--initialisedCount] = 0;
-    }
-}
 
 namespace __cxxabiv1 {
 
-extern "C" {
-
-int __cxa_guard_acquire(__guard* guard)
+extern "C" int __cxa_guard_acquire(__guard* guard)
 {
-    char* const byte = reinterpret_cast<char*>(guard);
-    if (!IsOfRun(byte)) {
-        return *byte == 0 ? 1 : 0;
+    if (!IsOfRun(guard)) {
+        return *reinterpret_cast<char*>(guard) == 0 ? 1 : 0;
     }
-    Perform(Operation::AcquireGuard, byte, Guard);
-    return scheduler.Find(byte, Guard)->done ? 0 : 1;
+    Object& object = Take("takes", guard, Guard);
+    object.owner = object.done ? Nobody : static_cast<int>(scheduler.current);
+    return object.done ? 0 : 1;
 }
 
-void __cxa_guard_release(__guard* guard) noexcept
+extern "C" void __cxa_guard_release(__guard* guard) noexcept
 {
-    char* const byte = reinterpret_cast<char*>(guard);
-    if (IsOfRun(byte)) {
-        Perform(Operation::ReleaseGuard, byte, Guard);
-        if (initialisedCount == initialised.size()) {
-            scheduler.Fail("there are too many statics for the explorer");
-        }
-        initialised[initialisedCount++] = byte;
+    if (IsOfRun(guard)) {
+        Object& object = *scheduler.Find(guard, Guard);
+        scheduler.Perform({"has initialised the static of", &object});
+        object.owner = Nobody;
+        object.done = true;
+        scheduler.Release(object);
     }
-    *byte = 1;
+    *reinterpret_cast<char*>(guard) = 1;
 }
 
-void __cxa_guard_abort(__guard* guard) noexcept
+extern "C" void __cxa_guard_abort(__guard* guard) noexcept
 {
-    char* const byte = reinterpret_cast<char*>(guard);
-    if (IsOfRun(byte)) {
-        scheduler.Find(byte, Guard)->owner = EXPLORER::Nobody;
+    if (IsOfRun(guard)) {
+        scheduler.Find(guard, Guard)->owner = Nobody;
     }
 }
-
-}  // extern "C"
 
 }  // namespace __cxxabiv1
 
-// The one atomic that the compiler makes by itself: code that was compiled with -fsanitize=thread
-// asks whether a static is initialised.
-extern "C" unsigned char __tsan_atomic8_load(const volatile unsigned char* guard, int)
-{
-    const auto* const address =
-        const_cast<const char*>(reinterpret_cast<const volatile char*>(guard));
-    if (IsOfRun(address)) {
-        Perform(Operation::ReadGuard, address, Guard);
-    }
-    return *guard;
-}
-
-// Memory
-
 void* operator new(std::size_t size)
 {
-    if (scheduler.IsActive()) {
-        return EXPLORER::Memory().Allocate(size);
-    }
-    void* const block = std::malloc(size);
-    if (block == nullptr) {
-        throw std::bad_alloc();
-    }
-    return block;
+    void* const block = scheduler.active ? MEMORY::Allocate(size) : std::malloc(size);
+    return block != nullptr ? block : throw std::bad_alloc();
 }
 
 void operator delete(void* block) noexcept
 {
-    if (!EXPLORER::Memory().Owns(block)) {
+    if (!MEMORY::Owns(block)) {
         std::free(block);
-        return;
-    }
-    if (scheduler.IsActive()) {
-        const std::size_t size = EXPLORER::RunMemory::SizeOf(block);
-        scheduler.Forget(block, size);
-        EXPLORER::RACES::Free(block, size);
+    } else if (scheduler.active) {
+        MEMORY::Free(block);
     }
 }
 

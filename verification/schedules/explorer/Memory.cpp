@@ -1,21 +1,25 @@
-#include "Memory.h"
-
 #include <sys/mman.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "Scheduler.h"
 
-namespace EXPLORER {
+extern "C" const char __executable_start;  // NOLINT(bugprone-reserved-identifier): the linker's
+extern "C" const char _end;                // NOLINT(bugprone-reserved-identifier)
+
+namespace EXPLORER::MEMORY {
+
+bool tracked = false;
 
 namespace {
 
+constexpr std::size_t HeapSize = 8U << 20U;
 constexpr std::size_t StackSpacing = StackSize + (16U << 10U);  // with room that nobody may touch
-constexpr std::size_t Alignment = 16;
+constexpr std::size_t Header = 16;                              // of a block: its size
+constexpr std::size_t RunSize = MaxThreads * StackSpacing + HeapSize;
 
-// What is kept per eight bytes of memory.
+// What is known of eight bytes of memory in the run.
 struct Cell
 {
     std::uint32_t run;
@@ -25,147 +29,51 @@ struct Cell
     VectorClock read;
 };
 
-void* Map(std::size_t size)
+std::uint32_t run = 0;
+std::uintptr_t stacks = 0;
+std::uintptr_t heap = 0;
+std::size_t used = 0;
+Cell* cells = nullptr;
+
+std::uintptr_t Map(std::size_t size)
 {
     void* const mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE,
                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (mapped == MAP_FAILED) {
-        std::perror("schedules: no memory");
-        std::_Exit(2);
+        throw std::bad_alloc();
     }
-    return mapped;
+    return reinterpret_cast<std::uintptr_t>(mapped);
 }
 
-}  // namespace
-
-RunMemory& Memory()
-{
-    static RunMemory& memory = *new RunMemory;
-    return memory;
-}
-
-RunMemory::RunMemory()
-{
-    m_First = reinterpret_cast<std::uintptr_t>(Map(Size()));
-    m_Heap = m_First + MaxThreads * StackSpacing;
-    for (std::size_t i = 0; i < MaxThreads; ++i) {
-        mprotect(reinterpret_cast<void*>(m_First + i * StackSpacing), StackSpacing - StackSize,
-                 PROT_NONE);
-    }
-}
-
-std::size_t RunMemory::Size() const
-{
-    return MaxThreads * StackSpacing + HeapSize;
-}
-
-void* RunMemory::Stack(std::size_t thread)
-{
-    return reinterpret_cast<void*>(m_First + (thread + 1) * StackSpacing - StackSize);
-}
-
-bool RunMemory::Owns(const void* address) const
-{
-    return reinterpret_cast<std::uintptr_t>(address) - m_Heap < HeapSize;
-}
-
-void* RunMemory::Allocate(std::size_t size)
-{
-    const std::size_t rounded = (size + Alignment - 1) / Alignment * Alignment + Alignment;
-    if (rounded > HeapSize - m_Used) {
-        scheduler.Fail("the run needs too much memory for the explorer");
-    }
-    auto* const block = reinterpret_cast<std::byte*>(m_Heap + m_Used);
-    m_Used += rounded;
-    std::memcpy(block, &size, sizeof size);
-    return block + Alignment;
-}
-
-std::size_t RunMemory::SizeOf(const void* block)
-{
-    std::size_t size = 0;
-    std::memcpy(&size, static_cast<const std::byte*>(block) - Alignment, sizeof size);
-    return size;
-}
-
-namespace RACES {
-
-bool tracked = false;
-
-namespace {
-
-std::uint32_t run = 0;
-
-// The program's own data, for the statics of the code under test.
-extern "C" char __data_start;  // NOLINT(bugprone-reserved-identifier): the linker's names
-extern "C" char _end;          // NOLINT(bugprone-reserved-identifier)
-
-class Cells
-{
-public:
-    Cells(std::uintptr_t first, std::size_t size)
-        : m_First(first),
-          m_Size(size),
-          m_Cells(static_cast<Cell*>(Map(size / 8 * sizeof(Cell) + 64)))
-    {}
-
-    // Returns null if the address belongs elsewhere.
-    Cell* Find(std::uintptr_t address)
-    {
-        if (address - m_First >= m_Size) {
-            return nullptr;
-        }
-        Cell& cell = m_Cells[(address - m_First) / 8];
-        if (cell.run != run) {
-            cell = Cell();
-            cell.run = run;
-        }
-        return &cell;
-    }
-
-private:
-    std::uintptr_t m_First;
-    std::size_t m_Size;
-    Cell* m_Cells;
-};
-
-Cells* heap = nullptr;  // the runs' memory, stacks included
-Cells* data = nullptr;
-
+// Returns null for memory that is neither the run's nor the program's own.
 Cell* Find(std::uintptr_t address)
 {
-    Cell* const cell = heap->Find(address);
-    return cell != nullptr ? cell : data->Find(address);
+    const auto program = reinterpret_cast<std::uintptr_t>(&__executable_start);
+    const auto end = reinterpret_cast<std::uintptr_t>(&_end);
+    const bool isOfRun = address - stacks < RunSize;
+    if (!isOfRun && (address < program || address >= end)) {
+        return nullptr;
+    }
+    Cell& cell = cells[(isOfRun ? address - stacks : address - program + RunSize) / 8];
+    if (cell.run != run) {
+        cell = Cell();
+        cell.run = run;
+    }
+    return &cell;
 }
 
-[[noreturn]] void FailUnordered(bool writes, std::size_t other, bool otherWrote)
+std::uintptr_t NumberOf(const void* address)
 {
-    scheduler.Fail(std::string("data race: the thread ") + (writes ? "writes" : "reads") +
-                   " memory that thread " + std::to_string(other + 1) + " has " +
-                   (otherWrote ? "written" : "read") + ", with nothing to order the two");
+    return reinterpret_cast<std::uintptr_t>(address);
 }
 
-void Check(Cell& cell, bool writes)
+void ExpectOrder(bool ordered, const char* now, std::size_t other, const char* before)
 {
-    const std::size_t self = static_cast<std::size_t>(scheduler.Current());
-    const VectorClock& clock = scheduler.Self().clock;
-    if (cell.freed) {
-        scheduler.Fail("the thread uses memory that was freed");
+    if (!ordered) {
+        scheduler.Fail(std::string("data race: the thread ") + now + " what thread " +
+                       std::to_string(other + 1) + " has " + before +
+                       ", and nothing orders the two");
     }
-    if (cell.written > clock[cell.writer]) {
-        FailUnordered(writes, cell.writer, true);
-    }
-    if (!writes) {
-        cell.read[self] = clock[self];
-        return;
-    }
-    for (std::size_t i = 0; i < MaxThreads; ++i) {
-        if (cell.read[i] > clock[i]) {
-            FailUnordered(true, i, false);
-        }
-    }
-    cell.written = clock[self];
-    cell.writer = static_cast<std::uint8_t>(self);
 }
 
 }  // namespace
@@ -173,41 +81,97 @@ void Check(Cell& cell, bool writes)
 void Reset()
 {
     if (run++ == 0) {
-        heap = new Cells(Memory().First(), Memory().Size());
-        const auto start = reinterpret_cast<std::uintptr_t>(&__data_start) & ~std::uintptr_t{7};
-        data = new Cells(start, reinterpret_cast<std::uintptr_t>(&_end) - start);
-    }
-}
-
-void Access(const void* address, std::size_t size, bool writes)
-{
-    const auto first = reinterpret_cast<std::uintptr_t>(address) & ~std::uintptr_t{7};
-    const auto end = reinterpret_cast<std::uintptr_t>(address) + size;
-    for (std::uintptr_t at = first; at < end; at += 8) {
-        if (Cell* const cell = Find(at)) {
-            Check(*cell, writes);
+        stacks = Map(RunSize);
+        heap = stacks + MaxThreads * StackSpacing;
+        cells = reinterpret_cast<Cell*>(
+            Map((RunSize + (&_end - &__executable_start)) / 8 * sizeof(Cell)));
+        for (std::uintptr_t stack = stacks; stack < heap; stack += StackSpacing) {
+            mprotect(reinterpret_cast<void*>(stack), StackSpacing - StackSize, PROT_NONE);
         }
     }
+    used = 0;
 }
 
-void Free(const void* address, std::size_t size)
+void* Stack(std::size_t thread)
 {
-    if (tracked) {
-        Access(address, size, true);
+    return reinterpret_cast<void*>(stacks + (thread + 1) * StackSpacing - StackSize);
+}
+
+void* Allocate(std::size_t size)
+{
+    const std::size_t whole = (size + Header + 15) / 16 * 16;
+    if (whole > HeapSize - used) {
+        scheduler.Fail("the explorer has no room for so much memory");
     }
-    const auto first = reinterpret_cast<std::uintptr_t>(address);
-    for (std::uintptr_t at = first; at < first + size; at += 8) {
+    void* const block = reinterpret_cast<void*>(heap + used);
+    std::memcpy(block, &size, sizeof size);
+    used += whole;
+    return static_cast<std::byte*>(block) + Header;
+}
+
+bool Owns(const void* block)
+{
+    return NumberOf(block) - heap < HeapSize;
+}
+
+void Free(void* block)
+{
+    std::size_t size = 0;
+    std::memcpy(&size, static_cast<std::byte*>(block) - Header, sizeof size);
+    for (const Object& object : scheduler.objects) {
+        if (NumberOf(object.address) - NumberOf(block) >= size) {
+            continue;
+        }
+        bool inUse = object.owner != Nobody;
+        for (const Thread& thread : scheduler.threads) {
+            inUse = inUse || (thread.call.need == Call::Woken && thread.call.object == &object);
+        }
+        if (inUse) {
+            scheduler.Fail(std::string("a ") + object.kind +
+                           " is destroyed that is held or waited for");
+        }
+    }
+    if (tracked) {
+        Access(block, size, true);
+    }
+    for (std::uintptr_t at = NumberOf(block); at < NumberOf(block) + size; at += 8) {
         Find(at)->freed = true;
     }
 }
 
-void ExpectAlive(const void* address, const char* use)
+// An access must be ordered, by synchronisation, with each other thread's conflicting one.
+void Access(const void* address, std::size_t size, bool writes)
 {
-    const Cell* const cell = Find(reinterpret_cast<std::uintptr_t>(address));
-    if (cell != nullptr && cell->freed) {
-        scheduler.Fail(std::string("the thread uses a ") + use + " in memory that was freed");
+    const std::size_t self = scheduler.current;
+    const VectorClock& clock = scheduler.Self().clock;
+    const char* const now = writes ? "writes" : "reads";
+    for (std::uintptr_t at = NumberOf(address) / 8 * 8; at < NumberOf(address) + size; at += 8) {
+        Cell* const found = Find(at);
+        if (found == nullptr) {
+            continue;
+        }
+        Cell& cell = *found;
+        if (cell.freed) {
+            scheduler.Fail("the thread uses memory that was freed");
+        }
+        ExpectOrder(cell.written <= clock[cell.writer], now, cell.writer, "written");
+        if (!writes) {
+            cell.read[self] = clock[self];
+            continue;
+        }
+        for (std::size_t i = 0; i < MaxThreads; ++i) {
+            ExpectOrder(cell.read[i] <= clock[i], now, i, "read");
+        }
+        cell.written = clock[self];
+        cell.writer = static_cast<std::uint8_t>(self);
     }
 }
 
-}  // namespace RACES
-}  // namespace EXPLORER
+void ExpectAlive(const Object& object)
+{
+    if (Owns(object.address) && Find(NumberOf(object.address))->freed) {
+        scheduler.Fail(std::string("the thread uses a ") + object.kind + " that was destroyed");
+    }
+}
+
+}  // namespace EXPLORER::MEMORY

@@ -1,16 +1,12 @@
 #pragma once
 
-#include <pthread.h>
 #include <ucontext.h>
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
-#include <string>
 #include <vector>
 
 #include "Explorer.h"
-#include "Memory.h"
 
 namespace EXPLORER {
 
@@ -20,211 +16,171 @@ constexpr int Nobody = -1;
 // One time per thread: how much of it has happened before.
 using VectorClock = std::array<std::uint16_t, MaxThreads>;
 
-enum class Operation : std::uint8_t
-{
-    Begin,
-    End,
-    Lock,
-    TryLock,
-    Unlock,
-    Wait,  // frees the mutex and begins to wait
-    Wake,  // ends the wait; Lock follows
-    NotifyOne,
-    NotifyAll,
-    Create,
-    Join,
-    Detach,
-    Yield,
-    ReadGuard,
-    AcquireGuard,
-    ReleaseGuard,
-    OpenGate,
-    PassGate,
-    Rest,
-};
-
-// How a wait ends, what becomes of a new thread, and whether a mutex that is tried is free. For
-// NotifyOne the outcome is the number of waiters that are passed over.
-enum Outcome : std::uint8_t
-{
-    Usual = 0,
-    NotifiedLate = 1,  // notified, but only running again after its time was up
-    TimeOut = 2,
-    Spurious = 3,
-    CannotStart = 4,
-    IsTaken = 5,
-};
-
 // A mutex, a condition variable, the guard of a static, or a gate, known by its address.
 struct Object
 {
-    const void* address;
-    const char* kind;
-    int number;  // among its kind
+    const void* address = nullptr;
+    const char* kind = nullptr;
+    int number = 0;  // among its kind
     int owner = Nobody;
     bool done = false;       // a guard's static is initialised, a gate is open
-    std::uint64_t past = 0;  // identifies all that has happened to it, and before
+    std::uint64_t past = 0;  // identifies what has happened to it
     std::int64_t time = 0;
     VectorClock clock = {};
 };
 
-// What a thread is about to do.
+// What a thread is about to do, and what it needs to go on.
 struct Call
 {
-    Operation operation = Operation::Begin;
+    enum Need
+    {
+        Nothing,
+        Free,      // the object has no owner
+        Done,      // the object is done
+        Ended,     // the thread has ended
+        Woken,     // the wait has ended; the outcome tells how
+        Rest,      // nobody else can go on
+        Waiter,    // nothing, but the outcome tells which waiter of the object is meant
+        NewThread  // nothing, but the outcome may be that there is none
+    };
+
+    const char* verb;
     Object* object = nullptr;
-    Object* mutex = nullptr;  // of a wait
-    int thread = Nobody;      // to be joined or detached
+    Need need = Nothing;
+    int thread = Nobody;
     std::int64_t deadline = Endless;
+    Object* mutex = nullptr;  // of a wait that begins
+};
+
+// Of Woken and of NewThread.
+enum Outcome : std::uint8_t
+{
+    Notified,
+    NotifiedLate,  // it only runs again when its time is up
+    TimeOut,
+    Spurious,
+    CannotStart
 };
 
 struct Thread
 {
-    Call call;
-    std::uint8_t outcome = Usual;
-    bool waiting = false;
+    Call call = {"begins"};
+    std::uint8_t outcome = 0;
     bool notified = false;
     bool ended = false;
     bool disposed = false;
-    bool yielded = false;
     bool tracked = false;
     int mutexes = 0;
-    std::uint64_t past = 0;
+    std::uint64_t past = 0;  // identifies what it has done, and what happened before
     std::int64_t time = 0;
     VectorClock clock = {};
     void* (*routine)(void*) = nullptr;
     void* argument = nullptr;
-    void* result = nullptr;
-    void* exceptions[3] = {};  // the C++ runtime's, which are per thread
+    void* exceptions[3] = {};  // the C++ runtime's, which are per thread of the system
     ucontext_t context;
 };
 
 // One thing that can happen next.
 struct Option
 {
-    std::uint8_t thread;
+    int thread;
     std::uint8_t outcome;
     bool preempts;
 };
 
-struct Options
+// A line of the table.
+struct Event
 {
-    std::array<Option, MaxThreads * 4> all;
-    std::size_t count = 0;
-
-    void Add(int thread, std::uint8_t outcome, bool preempts)
-    {
-        all[count++] = {static_cast<std::uint8_t>(thread), outcome, preempts};
-    }
+    int thread;
+    std::string what;
+    std::string place;  // in the sources; else it is found by the stack
+    std::vector<std::uintptr_t> stack;
 };
 
-// Makes the decisions of a run.
-class Chooser
+enum class End
 {
-public:
-    static constexpr std::size_t Abandon = SIZE_MAX;
-
-    // Picks one of two or more. state identifies what has happened so far, whichever order
-    // independent threads took.
-    virtual std::size_t Choose(const Options& options, std::uint64_t state) = 0;
-
-protected:
-    ~Chooser() = default;
-};
-
-// Learns what happens in a run.
-class Observer
-{
-public:
-    // The place is in the sources; empty if it is the caller's.
-    virtual void Did(int thread, const std::string& what, const std::string& place) = 0;
-
-protected:
-    ~Observer() = default;
-};
-
-struct RunResult
-{
-    enum
-    {
-        Completed,
-        Abandoned,
-        Failed
-    } end;
-    std::string failure;
-    std::uint64_t state;  // identifies what has happened, but for the order of independent steps
-    std::size_t steps;
+    Completed,
+    Abandoned,
+    Failed
 };
 
 // Runs a scenario once. Its threads are coroutines of the thread that calls Run.
 class Scheduler
 {
 public:
-    RunResult Run(const Scenario& scenario, Chooser& chooser, Observer* observer);
+    // Makes the decisions of a run.
+    struct Chooser
+    {
+        // Returns one of two or more options, or a larger number to abandon the run. state
+        // identifies what has happened, whichever order independent threads took.
+        virtual std::size_t Choose(const std::vector<Option>& options, std::uint64_t state) = 0;
 
-    // Whether the code of a scenario is running, rather than this program's own.
-    bool IsActive() const { return m_Active; }
-    bool IsReplay() const { return m_Observer != nullptr; }
+    protected:
+        ~Chooser() = default;
+    };
 
-    // Called on a scenario's thread. Returns when this thread is chosen to go on and has done it.
-    std::uint8_t Perform(Call call);
+    End Run(const Scenario& scenario, Chooser& chooser, std::vector<Event>* events);
+    std::uint64_t State() const;  // identifies what has happened in the run
+
+    // Called on a scenario's thread. Returns the outcome when this thread may go on and do what it
+    // has announced; nobody else runs before its next call.
+    std::uint8_t Perform(const Call& call);
+    int Start(void* (*routine)(void*), void* argument);  // Nobody if that fails
     Object* Find(const void* address, const char* kind);
-    int Create(void* (*routine)(void*), void* argument);  // returns Nobody if it cannot start
-    void* ResultOf(int thread) const { return m_Threads[Index(thread)].result; }
-    bool Exists(int thread) const { return thread >= 0 && Index(thread) < m_ThreadCount; }
-    int Current() const { return m_Current; }
-    Thread& Self() { return m_Threads[Index(m_Current)]; }
-    int ThreadsToDispose() const;
+    void Acquire(const Object& object);
+    void Release(Object& object);
     [[noreturn]] void Fail(const std::string& what);
-    void Tell(const std::string& what, const std::string& place = std::string());
-    void Forget(const void* from, std::size_t size);  // memory that is given back
+    void Tell(const std::string& what, const std::string& place);
+
+    bool active = false;  // the scenario's code is running, not the explorer's
+    bool replays = false;
+    std::string failure;
+    std::size_t steps = 0;
+    std::size_t current = 0;
+    std::vector<Thread> threads;
+    std::vector<Object> objects;
+
+    Thread& Self() { return threads[current]; }
 
 private:
-    static std::size_t Index(int thread) { return static_cast<std::size_t>(thread); }
     static void s_Entry();
-
-    void m_Reset(const Scenario& scenario);
-    void m_Start(int thread, void* (*routine)(void*), void* argument);
     void m_Next();
-    void m_SwitchTo(int thread);
-    void m_AddOptions(int thread, bool preempts, Options& options) const;
+    void m_AddOptions(std::size_t number, bool preempts);
     bool m_IsBlocked(const Thread& thread) const;
-    bool m_AllOthersRest(int thread) const;
-    bool m_MayPass(int thread) const;
-    void m_Apply(Thread& self);
-    void m_ApplyToObject(Thread& self, Object& object);
-    void m_ApplyToThread(Thread& self, Thread& other);
-    void m_Unlock(Thread& self, Object& mutex);
-    void m_Acquire(Thread& self, const Object& object);
-    void m_Release(Thread& self, Object& object);
-    void m_Extend(Thread& self);
-    void m_Notify(const Thread& self);
-    std::uint64_t m_State() const;
-    [[noreturn]] void m_Leave();
-    [[noreturn]] void m_FailDeadlocked();
     void m_Enter();
     void m_Return();
+    [[noreturn]] void m_End();
+    [[noreturn]] void m_Leave(End end);
 
-    std::array<Thread, MaxThreads> m_Threads;
-    std::size_t m_ThreadCount = 0;
-    std::array<Object, 64> m_Objects;
-    std::size_t m_ObjectCount = 0;
-    int m_Current = Nobody;
-    bool m_Active = false;
-    Faults m_Faults;
+    std::vector<Option> m_Options;
     Chooser* m_Chooser = nullptr;
-    Observer* m_Observer = nullptr;
-    RunResult m_Result;
+    std::vector<Event>* m_Events = nullptr;
+    End m_HowItEnds = End::Completed;
+    int m_SpuriousWakeUps = 0;
+    int m_ThreadsThatCannotStart = 0;
     ucontext_t m_Main;
 };
 
 extern Scheduler scheduler;
 
-// Has the function-local statics that were initialised in this run initialised again in the next.
+std::string Describe(const Call& call);
+
+// The statics that were initialised in this run are initialised again in the next.
 void ResetStatics();
 
-// Words for the table.
-std::string NameOf(const Object& object);
-std::string Describe(const Call& call, std::uint8_t outcome);
+// The memory of a run, and the search for races and for the use of freed memory in it.
+namespace MEMORY {
 
+constexpr std::size_t StackSize = 256U << 10U;
+
+extern bool tracked;  // what the running thread reads and writes is checked
+void Reset();
+void* Stack(std::size_t thread);
+void* Allocate(std::size_t size);  // never at the same address twice in a run
+bool Owns(const void* block);
+void Free(void* block);
+void Access(const void* address, std::size_t size, bool writes);
+void ExpectAlive(const Object& object);
+
+}  // namespace MEMORY
 }  // namespace EXPLORER
