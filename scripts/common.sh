@@ -43,7 +43,7 @@ packages_for() {
         ;;
     abi) echo abigail-tools python3 ;;
     reference) echo doxygen graphviz libxml2-utils mandoc python3 ;;
-    model) echo gcc libc6-dev spin ;;
+    schedules) echo binutils patch ;;
     packages) echo git dpkg-dev rpm lintian man-db mandoc ;;
     footprint) echo binutils ca-certificates valgrind ;;
     static-checks)
@@ -62,7 +62,7 @@ programs_for() {
     soak | pacing | peers) echo gnuplot ;;
     abi) echo abidw c++filt python3 ;;
     reference) echo doxygen dot xmllint ;;
-    model) echo gcc spin ;;
+    schedules) echo addr2line nm patch ;;
     packages) echo git dpkg-deb rpmbuild lintian man mandoc ;;
     footprint) echo readelf valgrind ;;
     static-checks) echo black clang++-14 clang-format-14 clang-tidy-14 flake8 git shellcheck ;;

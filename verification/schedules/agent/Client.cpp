@@ -93,10 +93,13 @@ public:
 private:
     bool Push(const ChunkCallback& callback, const TransferDetail& detail) const
     {
+        const bool wasRemoved = m_Transfer.removals > 0 && m_Transfer.removedAt.HappenedBefore();
         const Tracked tracked;
         const bool goesOn = callback(std::make_unique<Bytes>(3), detail.userData);
         Expect(goesOn || m_Transfer.removals > 0 || m_Transfer.sharesHandle,
                "only a cancelled transfer's chunk is refused");
+        Expect(!goesOn || !wasRemoved || m_Transfer.sharesHandle,
+               "a cancelled transfer's chunk is refused");
         return goesOn;
     }
 
@@ -297,7 +300,8 @@ void Client::Enter(Transfer& transfer, const char* where)
         EXPLORER::Note(transfer.name + ": " + where);
     }
     Expect(!EXPLORER::HoldsMutex(), "the client's code runs without the agent's mutex");
-    Expect(!m_Destroyed, "the client's code does not run once the agent is destroyed");
+    Expect(!m_Destroyed || transfer.sharesHandle,
+           "the client's code does not run once the agent is destroyed");
     Expect(EXPLORER::ThreadsToDispose() - clientThreads <= MaxWorkers,
            "there are never more than four workers");
     transfer.moments.push_back(Moment::Now());
@@ -355,7 +359,15 @@ void Client::Destroy()
     }
     m_Destroyed = true;
     for (const auto& transfer : m_Transfers) {
-        m_CheckEnd(*transfer);
+        if (!transfer->sharesHandle) {
+            m_CheckEnd(*transfer);
+        }
+    }
+    // What another worker was left with, as it had the same handle, it may still have to destroy.
+    EXPLORER::WaitUntilOthersRest();
+    for (const auto& transfer : m_Transfers) {
+        Expect(transfer->factories == 0 && transfer->callbacks == 0,
+               "everything of the client's is destroyed");
     }
 }
 
@@ -369,9 +381,6 @@ void Client::m_CheckEnd(const Transfer& transfer) const
     if (!transfer.accepted) {
         Expect(transfer.completions == 0 && transfer.dataCalls == 0,
                "a refused request is never notified");
-        return;
-    }
-    if (transfer.sharesHandle) {
         return;
     }
     Expect(transfer.completions == 1 || transfer.cancelled,

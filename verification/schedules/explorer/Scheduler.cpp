@@ -233,8 +233,10 @@ void Scheduler::m_AddOptions(std::size_t number, bool preempts)
             return other.call.need == Call::Woken && !other.notified &&
                    other.call.object == call.object;
         };
-        const auto waiters = std::count_if(threads.begin(), threads.end(), waits);
-        for (std::uint8_t i = 0; i == 0 || (call.need == Call::Waiter && i < waiters); ++i) {
+        add(0);
+        const bool asks = call.need == Call::Waiter;
+        const auto waiters = asks ? std::count_if(threads.begin(), threads.end(), waits) : 0;
+        for (std::uint8_t i = 1; i < waiters; ++i) {
             add(i);
         }
         if (call.need == Call::NewThread && m_ThreadsThatCannotStart > 0) {

@@ -189,19 +189,30 @@ std::string Search::m_Decisions() const
     return text;
 }
 
-// The innermost place in a source file of the code under test: neither a header nor the explorer's.
-std::string PlaceOf(const std::vector<std::uintptr_t>& stack)
+// Asks addr2line for the places of addresses: of each the innermost function in a source file of
+// the code under test, neither in a header nor the explorer's.
+std::map<std::uintptr_t, std::string> PlacesOf(const std::vector<Event>& events)
 {
+    std::map<std::uintptr_t, std::string> places;
     std::ostringstream command;
-    command << "addr2line -C -f -i -p -e /proc/" << getpid() << "/exe" << std::hex;
-    for (const std::uintptr_t address : stack) {
-        command << " " << address - reinterpret_cast<std::uintptr_t>(&__executable_start);
+    command << "addr2line -a -C -f -i -p -e /proc/" << getpid() << "/exe" << std::hex;
+    for (const Event& event : events) {
+        for (const std::uintptr_t address : event.stack) {
+            if (places.try_emplace(address).second) {
+                command << " " << address - reinterpret_cast<std::uintptr_t>(&__executable_start);
+            }
+        }
     }
     FILE* const output = popen((command.str() + " 2>/dev/null").c_str(), "r");
-    std::string place;
+    std::uintptr_t address = 0;
     char line[2048];
     while (output != nullptr && std::fgets(line, sizeof line, output) != nullptr) {
+        if (line[0] == '0') {
+            address = std::strtoul(line, nullptr, 16) +
+                      reinterpret_cast<std::uintptr_t>(&__executable_start);
+        }
         const char* const file = std::strstr(line, " at /");
+        std::string& place = places[address];
         if (place.empty() && file != nullptr && std::strstr(file, ".cpp:") != nullptr &&
             std::strstr(file, "/explorer/") == nullptr) {
             std::string function(line, std::strcspn(line, "("));
@@ -213,7 +224,7 @@ std::string PlaceOf(const std::vector<std::uintptr_t>& stack)
     if (output != nullptr) {
         pclose(output);
     }
-    return place;
+    return places;
 }
 
 bool Search::Replay(const std::string& decisions)
@@ -227,13 +238,17 @@ bool Search::Replay(const std::string& decisions)
     m_Depth = 0;
     std::vector<Event> events;
     const End end = scheduler.Run(m_Scenario, *this, &events);
+    auto places = PlacesOf(events);
     int thread = 0;
     for (const Event& event : events) {
+        std::string place = event.place;
+        for (auto at = event.stack.begin(); place.empty() && at != event.stack.end(); ++at) {
+            place = places[*at];
+        }
         std::cout << std::left << std::setw(12)
                   << (event.thread + 1 == thread ? ""
                                                  : "thread " + std::to_string(event.thread + 1))
-                  << std::setw(64) << (event.place.empty() ? PlaceOf(event.stack) : event.place)
-                  << event.what << "\n";
+                  << std::setw(64) << place << event.what << "\n";
         thread = event.thread + 1;
     }
     if (!m_Replayed.empty() || !text.eof()) {
