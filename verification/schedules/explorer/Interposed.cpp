@@ -3,6 +3,7 @@
 // only.
 
 #include <cxxabi.h>
+#include <dlfcn.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <new>
 
 #include "Scheduler.h"
@@ -334,3 +336,53 @@ void operator delete(void* block, std::size_t) noexcept
 {
     operator delete(block);
 }
+
+using Node = std::_Rb_tree_node_base;
+
+namespace {
+
+template <typename Function>
+Function* Next(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+const auto increment = Next<Node*(Node*)>("_ZSt18_Rb_tree_incrementPSt18_Rb_tree_node_base");
+const auto insert = Next<void(bool, Node*, Node*, Node&)>(
+    "_ZSt29_Rb_tree_insert_and_rebalancebPSt18_Rb_tree_node_baseS0_RS_");
+const auto erase =
+    Next<Node*(Node*, Node&)>("_ZSt28_Rb_tree_rebalance_for_erasePSt18_Rb_tree_node_baseRS_");
+
+void Access(const Node* node, bool writes)
+{
+    if (MEMORY::tracked && node != nullptr) {
+        MEMORY::Access(node, sizeof *node, writes);
+    }
+}
+
+}  // namespace
+
+namespace std {
+
+_GLIBCXX_PURE Node* _Rb_tree_increment(Node* node) noexcept
+{
+    Access(node, false);
+    return increment(node);
+}
+
+void _Rb_tree_insert_and_rebalance(const bool left, Node* node, Node* parent, Node& header) noexcept
+{
+    Access(parent, true);
+    Access(&header, true);
+    insert(left, node, parent, header);
+}
+
+Node* _Rb_tree_rebalance_for_erase(Node* const node, Node& header) noexcept
+{
+    for (Node* const changed : {node, node->_M_parent, node->_M_left, node->_M_right, &header}) {
+        Access(changed, true);
+    }
+    return erase(node, header);
+}
+
+}  // namespace std
