@@ -30,41 +30,41 @@ struct Cell
 };
 
 std::uint32_t run = 0;
-std::uintptr_t stacks = 0;
-std::uintptr_t heap = 0;
+std::byte* memory = nullptr;  // stacks, then the heap
+std::byte* heap = nullptr;
 std::size_t used = 0;
 Cell* cells = nullptr;
 
-std::uintptr_t Map(std::size_t size)
+void* Map(std::size_t size)
 {
     void* const mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE,
                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (mapped == MAP_FAILED) {
         throw std::bad_alloc();
     }
-    return reinterpret_cast<std::uintptr_t>(mapped);
-}
-
-// Returns null for memory that is neither the run's nor the program's own.
-Cell* Find(std::uintptr_t address)
-{
-    const auto program = reinterpret_cast<std::uintptr_t>(&__executable_start);
-    const auto end = reinterpret_cast<std::uintptr_t>(&_end);
-    const bool isOfRun = address - stacks < RunSize;
-    if (!isOfRun && (address < program || address >= end)) {
-        return nullptr;
-    }
-    Cell& cell = cells[(isOfRun ? address - stacks : address - program + RunSize) / 8];
-    if (cell.run != run) {
-        cell = Cell();
-        cell.run = run;
-    }
-    return &cell;
+    return mapped;
 }
 
 std::uintptr_t NumberOf(const void* address)
 {
     return reinterpret_cast<std::uintptr_t>(address);
+}
+
+// Returns null for memory that is neither the run's nor the program's own.
+Cell* Find(std::uintptr_t address)
+{
+    const std::uintptr_t program = NumberOf(&__executable_start);
+    const std::uintptr_t offset = address - NumberOf(memory);
+    const bool isOfRun = offset < RunSize;
+    if (!isOfRun && (address < program || address >= NumberOf(&_end))) {
+        return nullptr;
+    }
+    Cell& cell = cells[(isOfRun ? offset : address - program + RunSize) / 8];
+    if (cell.run != run) {
+        cell = Cell();
+        cell.run = run;
+    }
+    return &cell;
 }
 
 void ExpectOrder(bool ordered, const char* now, std::size_t other, const char* before)
@@ -81,12 +81,12 @@ void ExpectOrder(bool ordered, const char* now, std::size_t other, const char* b
 void Reset()
 {
     if (run++ == 0) {
-        stacks = Map(RunSize);
-        heap = stacks + MaxThreads * StackSpacing;
-        cells = reinterpret_cast<Cell*>(
+        memory = static_cast<std::byte*>(Map(RunSize));
+        heap = memory + MaxThreads * StackSpacing;
+        cells = static_cast<Cell*>(
             Map((RunSize + (&_end - &__executable_start)) / 8 * sizeof(Cell)));
-        for (std::uintptr_t stack = stacks; stack < heap; stack += StackSpacing) {
-            mprotect(reinterpret_cast<void*>(stack), StackSpacing - StackSize, PROT_NONE);
+        for (std::byte* stack = memory; stack < heap; stack += StackSpacing) {
+            mprotect(stack, StackSpacing - StackSize, PROT_NONE);
         }
     }
     used = 0;
@@ -94,7 +94,7 @@ void Reset()
 
 void* Stack(std::size_t thread)
 {
-    return reinterpret_cast<void*>(stacks + (thread + 1) * StackSpacing - StackSize);
+    return memory + (thread + 1) * StackSpacing - StackSize;
 }
 
 void* Allocate(std::size_t size)
@@ -103,15 +103,15 @@ void* Allocate(std::size_t size)
     if (whole > HeapSize - used) {
         scheduler.Fail("the explorer has no room for so much memory");
     }
-    void* const block = reinterpret_cast<void*>(heap + used);
+    std::byte* const block = heap + used;
     std::memcpy(block, &size, sizeof size);
     used += whole;
-    return static_cast<std::byte*>(block) + Header;
+    return block + Header;
 }
 
 bool Owns(const void* block)
 {
-    return NumberOf(block) - heap < HeapSize;
+    return NumberOf(block) - NumberOf(heap) < HeapSize;
 }
 
 void Free(void* block)
