@@ -269,17 +269,24 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
     return 0;
 }
 
-// The one atomic that the compiler makes by itself: whether a static is initialised.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the compiler's name
-unsigned char __tsan_atomic8_load(const volatile unsigned char* byte, int)
+// The one atomic that the compiler makes by itself: whether a static is initialised. On 32-bit ARM
+// a guard is a word, elsewhere a byte.
+#if defined(__arm__)
+using GuardValue = unsigned int;
+#define EXPLORER_LOAD_GUARD __tsan_atomic32_load  // NOLINT(bugprone-reserved-identifier)
+#else
+using GuardValue = unsigned char;
+#define EXPLORER_LOAD_GUARD __tsan_atomic8_load  // NOLINT(bugprone-reserved-identifier)
+#endif
+GuardValue EXPLORER_LOAD_GUARD(const volatile GuardValue* value, int)
 {
-    const void* const guard = const_cast<const unsigned char*>(byte);
+    const void* const guard = const_cast<const GuardValue*>(value);
     if (IsOfRun(guard)) {
         Object& object = *scheduler.Find(guard, Guard);
         scheduler.Perform({"reads", &object});
         scheduler.Acquire(object);
     }
-    return *byte;
+    return *value;
 }
 
 }  // extern "C"

@@ -19,7 +19,10 @@ constexpr std::size_t StackSpacing = StackSize + (16U << 10U);  // with room tha
 constexpr std::size_t Header = 16;                              // of a block: its size
 constexpr std::size_t RunSize = MaxThreads * StackSpacing + HeapSize;
 
-// What is known of eight bytes of memory in the run.
+// So many bytes are not told apart.
+constexpr std::size_t Granule = sizeof(void*);
+
+// What is known of them in the run.
 struct Cell
 {
     std::uint32_t run;
@@ -59,7 +62,7 @@ Cell* Find(std::uintptr_t address)
     if (!isOfRun && (address < program || address >= NumberOf(&_end))) {
         return nullptr;
     }
-    Cell& cell = cells[(isOfRun ? offset : address - program + RunSize) / 8];
+    Cell& cell = cells[(isOfRun ? offset : address - program + RunSize) / Granule];
     if (cell.run != run) {
         cell = Cell();
         cell.run = run;
@@ -84,7 +87,7 @@ void Reset()
         memory = static_cast<std::byte*>(Map(RunSize));
         heap = memory + MaxThreads * StackSpacing;
         cells = static_cast<Cell*>(
-            Map((RunSize + (&_end - &__executable_start)) / 8 * sizeof(Cell)));
+            Map((RunSize + (&_end - &__executable_start)) / Granule * sizeof(Cell)));
         for (std::byte* stack = memory; stack < heap; stack += StackSpacing) {
             mprotect(stack, StackSpacing - StackSize, PROT_NONE);
         }
@@ -134,7 +137,7 @@ void Free(void* block)
     if (tracked) {
         Access(block, size, true);
     }
-    for (std::uintptr_t at = NumberOf(block); at < NumberOf(block) + size; at += 8) {
+    for (std::uintptr_t at = NumberOf(block); at < NumberOf(block) + size; at += Granule) {
         Find(at)->freed = true;
     }
 }
@@ -145,7 +148,8 @@ void Access(const void* address, std::size_t size, bool writes)
     const std::size_t self = scheduler.current;
     const VectorClock& clock = scheduler.Self().clock;
     const char* const now = writes ? "writes" : "reads";
-    for (std::uintptr_t at = NumberOf(address) / 8 * 8; at < NumberOf(address) + size; at += 8) {
+    for (std::uintptr_t at = NumberOf(address) / Granule * Granule; at < NumberOf(address) + size;
+         at += Granule) {
         Cell* const found = Find(at);
         if (found == nullptr) {
             continue;
