@@ -53,7 +53,7 @@ bool Request(AgentClient& client, const LoopbackServer& server, std::size_t coun
 
 bool Upload(AgentClient& client, const LoopbackServer& server, std::size_t count)
 {
-    constexpr std::size_t size = 1024 * 1024;
+    constexpr std::size_t size = std::size_t{1024} * 1024;
     bool success = true;
     for (std::size_t i = 0; i < count; ++i) {
         auto transfer = client.Upload(server.Url(1), MakeCurlFactory(), std::string(size, 'x'));
