@@ -21,6 +21,7 @@ std::string LoadJournal()
     void* library = dlopen("libsystemd.so.0", RTLD_NOW | RTLD_NODELETE);
     void* found = library ? dlsym(library, "sd_journal_sendv") : nullptr;
     if (!found) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): glibc keeps the reason for each thread.
         const char* reason = dlerror();
         return reason ? reason : "libsystemd.so.0 lacks sd_journal_sendv";
     }

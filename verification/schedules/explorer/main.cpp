@@ -339,6 +339,7 @@ bool Main(int count, char** arguments)
         }
         return fine;
     } catch (const CLI::ParseError& error) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs.
         std::exit(app.exit(error) == 0 ? 0 : WrongCommand);
     }
 }
@@ -350,6 +351,7 @@ void FailBySignal(int number)
         std::fputs("the explorer itself fails\n", stderr);
         std::_Exit(BrokenPromise);
     }
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs.
     scheduler.Fail(std::string("the process would end: ") + strsignal(number));
 }
 
