@@ -1,0 +1,87 @@
+#include "StopSignal.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace VORTAN_MW {
+namespace KIT {
+
+void StopListener::Stop()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Stopped = true;
+    m_Wakeup.notify_all();
+    if (m_Multi) {
+        curl_multi_wakeup(m_Multi);
+    }
+}
+
+bool StopListener::IsStopped() const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return m_Stopped;
+}
+
+bool StopListener::WaitFor(std::chrono::milliseconds time)
+{
+    std::unique_lock<std::mutex> lock(m_Mutex);
+    return m_Wakeup.wait_for(lock, time, [this] { return m_Stopped; });
+}
+
+StopListener::Attachment::Attachment(StopListener& listener, CURLM* multi) : m_Listener(listener)
+{
+    const std::lock_guard<std::mutex> lock(m_Listener.m_Mutex);
+    m_Listener.m_Multi = multi;
+}
+
+StopListener::Attachment::~Attachment()
+{
+    const std::lock_guard<std::mutex> lock(m_Listener.m_Mutex);
+    m_Listener.m_Multi = nullptr;
+}
+
+StopSource::StopSource() : m_Process(getpid()) {}
+
+bool StopSource::m_IsOfThisProcess() const
+{
+    return m_Process == getpid();
+}
+
+void StopSource::Stop()
+{
+    if (!m_IsOfThisProcess()) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Stopped = true;
+    for (StopListener* const listener : m_Listeners) {
+        listener->Stop();
+    }
+}
+
+StopSource::Registration::Registration(StopSource& source, StopListener& listener)
+    : m_Source(source), m_Listener(listener)
+{
+    if (!m_Source.m_IsOfThisProcess()) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(m_Source.m_Mutex);
+    m_Source.m_Listeners.push_back(&m_Listener);
+    if (m_Source.m_Stopped) {
+        m_Listener.Stop();
+    }
+}
+
+StopSource::Registration::~Registration()
+{
+    if (!m_Source.m_IsOfThisProcess()) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(m_Source.m_Mutex);
+    auto& listeners = m_Source.m_Listeners;
+    listeners.erase(std::remove(listeners.begin(), listeners.end(), &m_Listener), listeners.end());
+}
+
+}  // namespace KIT
+}  // namespace VORTAN_MW
