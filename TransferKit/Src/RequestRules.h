@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "ITransferHandler.h"
+#include "OptionsData.h"
+#include "PolicyData.h"
+#include "Url.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+// Says in a phrase why a request must not be sent; empty if it may. The phrase quotes nothing of
+// the request.
+std::string ReasonToRefuse(const ITransferHandler::Configuration& request,
+                           const TransferOptionsData& options, const Policy& policy);
+
+// Whether one of the client's headers has this name.
+bool HasHeader(const ITransferHandler::Configuration& request, const std::string& name);
+
+}  // namespace KIT
+}  // namespace VORTAN_MW
