@@ -1,0 +1,110 @@
+#include "HeaderCollector.h"
+
+#include <strings.h>
+
+#include <cctype>
+
+namespace VORTAN_MW {
+namespace KIT {
+
+namespace {
+
+bool IsEmptyLine(const std::string& line)
+{
+    return line == "\r\n" || line == "\n";
+}
+
+std::string Trimmed(const std::string& text)
+{
+    constexpr const char* blanks = " \t\r\n";
+    const std::size_t first = text.find_first_not_of(blanks);
+    if (first == std::string::npos) {
+        return std::string();
+    }
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+// Calls each(value) for each field of this name.
+template <typename Each>
+void ForEachField(const std::string& block, const std::string& name, const Each& each)
+{
+    for (std::size_t at = 0; at < block.size();) {
+        std::size_t end = block.find('\n', at);
+        end = end == std::string::npos ? block.size() : end + 1;
+        const bool isNamed = end - at > name.size() && block[at + name.size()] == ':' &&
+                             strncasecmp(block.c_str() + at, name.c_str(), name.size()) == 0;
+        if (isNamed) {
+            each(Trimmed(block.substr(at + name.size() + 1, end - at - name.size() - 1)));
+        }
+        at = end;
+    }
+}
+
+}  // namespace
+
+HeaderCollector::State HeaderCollector::Take(const char* line, std::size_t length)
+{
+    m_Length += length;
+    if (m_Length > m_Allowed) {
+        return State::TooLong;
+    }
+    const std::string text(line, length);
+    if (m_IsComplete) {
+        if (!IsEmptyLine(text)) {
+            m_Trailer += text;
+        }
+        return State::InBody;
+    }
+    if (m_Block.empty() && !m_TakeStatusLine(text)) {
+        return State::Invalid;
+    }
+    m_Block += text;
+    if (!IsEmptyLine(text)) {
+        return State::Incomplete;
+    }
+    if (m_Status < 200) {  // an interim response: the real one follows
+        m_Block.clear();
+        m_Status = 0;
+        return State::Incomplete;
+    }
+    m_IsComplete = true;
+    return State::Complete;
+}
+
+// "HTTP/1.1 200 OK": the status is the three digits after the first blank.
+bool HeaderCollector::m_TakeStatusLine(const std::string& line)
+{
+    const std::size_t blank = line.find(' ');
+    if (line.compare(0, 5, "HTTP/") != 0 || blank == std::string::npos || line.size() < blank + 4) {
+        return false;
+    }
+    m_Status = 0;
+    for (std::size_t at = blank + 1; at < blank + 4; ++at) {
+        if (std::isdigit(static_cast<unsigned char>(line[at])) == 0) {
+            return false;
+        }
+        m_Status = m_Status * 10 + (line[at] - '0');
+    }
+    return m_Status >= 100;
+}
+
+std::optional<std::string> HeaderCollector::Value(const std::string& name) const
+{
+    std::size_t count = 0;
+    std::string value;
+    ForEachField(m_Block, name, [&](std::string each) {
+        value = std::move(each);
+        ++count;
+    });
+    return count == 1 ? std::optional<std::string>(std::move(value)) : std::nullopt;
+}
+
+std::size_t HeaderCollector::Count(const std::string& name) const
+{
+    std::size_t count = 0;
+    ForEachField(m_Block, name, [&count](const std::string&) { ++count; });
+    return count;
+}
+
+}  // namespace KIT
+}  // namespace VORTAN_MW
