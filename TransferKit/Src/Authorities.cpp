@@ -1,0 +1,106 @@
+#include "Authorities.h"
+
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "Curl.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+namespace {
+
+// Whether an SSL_CTX of libcurl's is one that the kit's OpenSSL can work on.
+bool CurlUsesThisOpenSsl()
+{
+    const char* const backend = curl_version_info(CURLVERSION_NOW)->ssl_version;
+    // "OpenSSL/3.0.11"; several backends are listed with those not in use in parentheses.
+    const std::string wanted = "OpenSSL/" + std::to_string(OPENSSL_version_major()) + ".";
+    return backend && std::string(backend).compare(0, wanted.size(), wanted) == 0;
+}
+
+std::string TextOrNothing(const char* text)
+{
+    return text ? text : "";
+}
+
+bool Exists(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0;
+}
+
+}  // namespace
+
+Authorities::Authorities(const Policy& policy)
+    : m_File(policy.authorityFile), m_Folder(policy.authorityFolder)
+{
+    if (m_File.empty() && m_Folder.empty()) {
+        const curl_version_info_data* const version = curl_version_info(CURLVERSION_NOW);
+        m_File = TextOrNothing(version->cainfo);
+        m_Folder = TextOrNothing(version->capath);
+        // A system without authorities can still use http, or trust nobody.
+        if (!Exists(m_File)) {
+            m_File.clear();
+        }
+    }
+    const auto& schemes = policy.schemes;
+    if (std::find(schemes.begin(), schemes.end(), "https") == schemes.end()) {
+        return;
+    }
+    if (!m_File.empty() && !Exists(m_File)) {
+        throw std::runtime_error("The file of certificate authorities cannot be read: " + m_File);
+    }
+    if (!m_Folder.empty() && m_Folder == policy.authorityFolder && !Exists(m_Folder)) {
+        throw std::runtime_error("The folder of certificate authorities does not exist: " +
+                                 m_Folder);
+    }
+    if (CurlUsesThisOpenSsl()) {
+        m_Load();
+    }
+}
+
+void Authorities::m_Load()
+{
+    m_Store.reset(X509_STORE_new());
+    if (!m_Store) {
+        throw std::bad_alloc();
+    }
+    // As libcurl does: an intermediate certificate that is trusted ends a chain.
+    X509_STORE_set_flags(m_Store.get(), X509_V_FLAG_TRUSTED_FIRST | X509_V_FLAG_PARTIAL_CHAIN);
+    const bool hasFile = m_File.empty() || X509_STORE_load_file(m_Store.get(), m_File.c_str()) == 1;
+    const bool hasFolder =
+        m_Folder.empty() || X509_STORE_load_path(m_Store.get(), m_Folder.c_str()) == 1;
+    ERR_clear_error();
+    if (!hasFile || !hasFolder) {
+        throw std::runtime_error("The certificate authorities cannot be read: " +
+                                 (hasFile ? m_Folder : m_File));
+    }
+}
+
+void Authorities::ApplyTo(CURL* easy) const
+{
+    const auto nameOf = [this](const std::string& path) {
+        return m_Store || path.empty() ? nullptr : path.c_str();
+    };
+    SetOption<CURLOPT_CAINFO>(easy, nameOf(m_File));
+    SetOption<CURLOPT_CAPATH>(easy, nameOf(m_Folder));
+    if (m_Store) {
+        SetOption<CURLOPT_SSL_CTX_FUNCTION>(easy, &s_UseStore);
+        SetOption<CURLOPT_SSL_CTX_DATA>(easy, m_Store.get());
+    }
+}
+
+CURLcode Authorities::s_UseStore(CURL*, void* context, void* store)
+{
+    SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context), static_cast<X509_STORE*>(store));
+    return CURLE_OK;
+}
+
+}  // namespace KIT
+}  // namespace VORTAN_MW

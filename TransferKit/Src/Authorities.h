@@ -1,0 +1,44 @@
+#pragma once
+
+#include <curl/curl.h>
+#include <openssl/x509.h>
+
+#include <memory>
+#include <string>
+
+#include "PolicyData.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+// The certificate authorities that a session trusts, loaded once and shared by all its connections:
+// each time libcurl loads Debian's takes some 100 ms on a slow device. A libcurl that is not over
+// the same OpenSSL as the kit gets the names of the files, and loads them for itself.
+class Authorities
+{
+public:
+    // Throws std::runtime_error if they cannot be read.
+    explicit Authorities(const Policy& policy);
+
+    // Has the transfer trust these, and no others. The object must outlive the handle's transfers.
+    void ApplyTo(CURL* easy) const;
+
+    bool AreShared() const { return m_Store != nullptr; }
+
+private:
+    struct StoreDeleter
+    {
+        void operator()(X509_STORE* store) const { X509_STORE_free(store); }
+    };
+
+    void m_Load();
+
+    static CURLcode s_UseStore(CURL* easy, void* context, void* store);
+
+    std::string m_File;
+    std::string m_Folder;
+    std::unique_ptr<X509_STORE, StoreDeleter> m_Store;
+};
+
+}  // namespace KIT
+}  // namespace VORTAN_MW
