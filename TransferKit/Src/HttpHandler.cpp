@@ -1,0 +1,54 @@
+#include "HttpHandler.h"
+
+#include <utility>
+
+#include "Transfer.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+namespace {
+
+class HttpHandler : public ITransferHandler
+{
+public:
+    explicit HttpHandler(std::shared_ptr<HandlerContext> context) : m_Context(std::move(context)) {}
+
+    Result DoTransfer(const TransferDetail& detail) const override
+    {
+        std::shared_ptr<SessionCore> core = m_Context->core;
+        if (!core->pool.IsOfThisProcess()) {
+            core = std::make_shared<SessionCore>(core->policy);
+        }
+        StopListener listener;
+        const StopSource::Registration ofFactory(m_Context->stop, listener);
+        const StopSource::Registration ofSession(core->stop, listener);
+        return Transfer(*core, detail, m_Context->options, m_Context->uploadPath, listener).Run();
+    }
+
+private:
+    const std::shared_ptr<HandlerContext> m_Context;
+};
+
+}  // namespace
+
+HttpHandlerFactory::HttpHandlerFactory(std::shared_ptr<SessionCore> core,
+                                       TransferOptionsData options)
+    : m_Context(std::make_shared<HandlerContext>())
+{
+    m_Context->core = std::move(core);
+    m_Context->options = std::move(options);
+}
+
+HttpHandlerFactory::~HttpHandlerFactory()
+{
+    m_Context->stop.Stop();
+}
+
+std::unique_ptr<ITransferHandler> HttpHandlerFactory::Create()
+{
+    return std::make_unique<HttpHandler>(m_Context);
+}
+
+}  // namespace KIT
+}  // namespace VORTAN_MW

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ITransferHandler.h"
+#include "OptionsData.h"
+#include "SessionCore.h"
+#include "StopSignal.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+// What a factory and its handlers know of their request.
+struct HandlerContext
+{
+    std::shared_ptr<SessionCore> core;
+    TransferOptionsData options;
+    std::string uploadPath;  // empty: the request's own body
+    StopSource stop;
+};
+
+class HttpHandlerFactory : public ITransferHandlerFactory
+{
+public:
+    HttpHandlerFactory(std::shared_ptr<SessionCore> core, TransferOptionsData options);
+    HttpHandlerFactory(const HttpHandlerFactory&) = delete;
+    HttpHandlerFactory& operator=(const HttpHandlerFactory&) = delete;
+    // Stops the transfers of its handlers.
+    ~HttpHandlerFactory() override;
+
+    std::unique_ptr<ITransferHandler> Create() override;
+
+    bool IsOf(const SessionCore& core) const { return m_Context->core.get() == &core; }
+    // For the handlers that are made from now on.
+    void SetUpload(const std::string& path) { m_Context->uploadPath = path; }
+
+private:
+    const std::shared_ptr<HandlerContext> m_Context;
+};
+
+}  // namespace KIT
+}  // namespace VORTAN_MW

@@ -1,0 +1,463 @@
+#include "Transfer.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <ctime>
+#include <utility>
+
+#include "Log.h"
+#include "RequestRules.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// A short body that nobody wants is read, so that its connection can be kept.
+constexpr std::uint64_t MostDropped = 65536;
+
+std::chrono::microseconds TimeOf(curl_off_t microseconds)
+{
+    return std::chrono::microseconds(microseconds);
+}
+
+// libcurl decodes what it knows, also where it was not asked for.
+bool IsExpectedEncoding(const HeaderCollector& header)
+{
+    if (header.Count("Content-Encoding") == 0) {
+        return true;
+    }
+    const std::string encoding = header.Value("Content-Encoding").value_or("");
+    for (const char* const known : {"gzip", "x-gzip", "deflate", "identity"}) {
+        if (strcasecmp(encoding.c_str(), known) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+Transfer::Transfer(SessionCore& core, const ITransferHandler::TransferDetail& detail,
+                   const TransferOptionsData& options, const std::string& uploadPath,
+                   StopListener& listener)
+    : m_Core(core),
+      m_Detail(detail),
+      m_Options(options),
+      m_UploadPath(uploadPath),
+      m_Listener(listener),
+      m_Deadline(SteadyClock::now() + core.policy.altogether),
+      m_Sink(detail),
+      m_Retry(core.policy, core.budget, core.jitter)
+{}
+
+ITransferHandler::Result Transfer::Run()
+{
+    try {
+        m_RunAttempts();
+    } catch (const std::bad_alloc&) {
+        m_End(Category::OutOfMemory);
+    } catch (const CurlFailure&) {
+        m_End(Category::Internal);
+    }
+    m_Report(TransferEvent::Kind::End);
+    m_Sink.RethrowIfAny();
+    ITransferHandler::Result result;
+    result.success = m_Event.outcome.category == Category::Success;
+    result.httpCode.reset(new (std::nothrow) long(m_Status));
+    return result;
+}
+
+void Transfer::m_RunAttempts()
+{
+    if (!m_Prepare()) {
+        return;
+    }
+    for (;;) {
+        ++m_Event.attempt;
+        m_Report(TransferEvent::Kind::Attempt);
+        const std::uint64_t before = m_Sink.Delivered();
+        m_IsWaitDecided = false;
+        const Failure failure = m_Attempt();
+        m_Event.outcome.category = failure.category;
+        if (failure.category == Category::Success) {
+            m_Core.budget.GiveBack();
+            break;
+        }
+        if (!m_IsWaitDecided) {
+            m_Wait = m_NextWait(failure, m_Sink.Delivered() > before);
+        }
+        if (!m_Wait) {
+            break;
+        }
+        m_End(failure.category);
+        m_Event.delay = *m_Wait;
+        m_Report(TransferEvent::Kind::Retry);
+        KIT_LOG(Warn, "Attempt " << m_Event.attempt << " failed, the next begins in "
+                                 << m_Wait->count() << " ms: " << m_Event.outcome.sentence);
+        if (m_Listener.WaitFor(*m_Wait)) {
+            m_Event.outcome.category =
+                m_Sink.HasRefused() ? Category::ClientStopped : Category::Cancelled;
+            break;
+        }
+    }
+    m_End(m_Event.outcome.category);
+}
+
+// False if the request must not be sent.
+bool Transfer::m_Prepare()
+{
+    const std::string reason = ReasonToRefuse(m_Detail, m_Options, m_Core.policy);
+    if (!reason.empty()) {
+        m_End(Category::InvalidRequest, reason);
+        return false;
+    }
+    m_First.url = *Url::Parse(m_Detail.url);
+    m_First.method = m_Detail.method;
+    m_First.hasBody = m_Detail.method == Method::EhttpPost || m_Detail.method == Method::EhttpPut;
+    if (m_First.hasBody) {
+        m_Body = m_UploadPath.empty() ? MakeMemorySource(m_Detail) : OpenFileSource(m_UploadPath);
+    }
+    if (m_First.hasBody && !m_Body) {
+        m_End(Category::UploadFailed);
+        return false;
+    }
+    return true;
+}
+
+// Follows redirects until a response ends the chain.
+Failure Transfer::m_Attempt()
+{
+    m_HeaderBytes = 0;
+    m_HasSent = false;
+    Hop hop = m_First;
+    for (;;) {
+        const Failure failure = m_Request(hop);
+        if (!m_Next || failure.category != Category::Success) {
+            return failure;
+        }
+        hop = std::move(*m_Next);
+    }
+}
+
+Failure Transfer::m_Request(const Hop& hop)
+{
+    m_Hop = &hop;
+    m_Next.reset();
+    m_Failure.reset();
+    m_RetryAfter.reset();
+    m_Treatment = Treatment::Deliver;
+    m_IsHeaderComplete = false;
+    m_Skip = 0;
+    m_Dropped = 0;
+    m_PendingHeader.clear();
+    m_Trailer.clear();
+    PooledHandlePtr handle = m_TakeHandle(hop.url.Origin());
+    if (!handle) {
+        const bool isStopped = m_Listener.IsStopped();
+        return {isStopped ? Category::Cancelled : Category::TimedOut, false};
+    }
+    if (m_Body && !m_Body->Seek(0)) {
+        return {Category::UploadFailed, false};
+    }
+    const Exchange::Request request = m_Describe(hop);
+    HeaderCollector header(m_Core.policy.longestHeader - m_HeaderBytes);
+    Exchange exchange(*handle, request, header, *this);
+    exchange.SetUp();
+    TransferLoop loop(*handle, m_Listener, m_Core.policy, m_Deadline, *this);
+    const TransferLoop::End end = loop.Run();
+    m_HeaderBytes += header.Length();
+    m_Trailer = header.Trailer();
+    m_IsHeaderComplete = header.IsComplete();
+    m_NoteTimings(handle->Easy());
+    m_HasSent = m_HasSent || GetLong<CURLINFO_REQUEST_SIZE>(handle->Easy()) > 0;
+    const Failure failure = m_Classify(end, loop.Code(), handle->Easy(), exchange.Fault());
+    m_Core.pool.GiveBack(std::move(handle));
+    return failure.category == Category::Success && !m_Next ? m_Finish() : failure;
+}
+
+// Waits while too many abandoned look-ups are under way. Null when the transfer ends meanwhile.
+PooledHandlePtr Transfer::m_TakeHandle(const std::string& origin)
+{
+    constexpr Milliseconds interval(20);
+    PooledHandlePtr handle = m_Core.pool.Take(origin);
+    while (!handle && m_TimeLeft().count() > 0 && !m_Listener.WaitFor(interval)) {
+        handle = m_Core.pool.Take(origin);
+    }
+    return handle;
+}
+
+Exchange::Request Transfer::m_Describe(const Hop& hop) const
+{
+    const bool isPost = hop.method == Method::EhttpPost;
+    Exchange::Request request{hop,
+                              m_Detail,
+                              m_Options,
+                              m_Core.policy,
+                              m_Core.authorities,
+                              hop.hasBody ? m_Body.get() : nullptr,
+                              m_Sink.WantsBody(),
+                              isPost && !m_Options.isPostRepeatable,
+                              !m_Core.policy.continuation,
+                              std::string(),
+                              std::string()};
+    if (m_HasDelivered()) {
+        request.range = std::to_string(m_Sink.Delivered()) + "-";
+        request.validator = m_Continuation.Validator();
+    }
+    return request;
+}
+
+void Transfer::m_NoteTimings(CURL* easy)
+{
+    m_Event.isKept = GetLong<CURLINFO_NUM_CONNECTS>(easy) == 0;
+    m_Event.nameLookup = TimeOf(GetOffset<CURLINFO_NAMELOOKUP_TIME_T>(easy));
+    m_Event.connect = TimeOf(GetOffset<CURLINFO_CONNECT_TIME_T>(easy));
+    m_Event.tls = TimeOf(GetOffset<CURLINFO_APPCONNECT_TIME_T>(easy));
+    m_Event.firstByte = TimeOf(GetOffset<CURLINFO_STARTTRANSFER_TIME_T>(easy));
+    m_Event.total = TimeOf(GetOffset<CURLINFO_TOTAL_TIME_T>(easy));
+    m_Event.uploaded = static_cast<std::uint64_t>(GetOffset<CURLINFO_SIZE_UPLOAD_T>(easy));
+}
+
+Failure Transfer::m_Classify(TransferLoop::End end, CURLcode code, CURL* easy, Category fault)
+{
+    if (m_Sink.HasRefused()) {
+        return {Category::ClientStopped, false};
+    }
+    if (end == TransferLoop::End::Stopped) {
+        return {Category::Cancelled, false};
+    }
+    if (fault != Category::Success) {
+        return {fault, false};
+    }
+    if (m_Failure || m_Next) {  // the header has decided, however the rest went
+        return m_Failure.value_or(Failure{Category::Success, false});
+    }
+    if (end == TransferLoop::End::TooLate) {
+        return {Category::TimedOut, m_TimeLeft().count() > 0};
+    }
+    if (code != CURLE_OK) {
+        return FailureOf(code, GetLong<CURLINFO_OS_ERRNO>(easy));
+    }
+    // libcurl is content with a header that was cut short.
+    return m_IsHeaderComplete ? Failure{Category::Success, false}
+                              : Failure{Category::ConnectionLost, true};
+}
+
+// The response is whole: delivers what the client has not got yet.
+Failure Transfer::m_Finish()
+{
+    const bool isTaken = m_DeliverPendingHeader() && (m_Trailer.empty() || !m_Sink.WantsHeader() ||
+                                                      m_Sink.DeliverHeader(m_Trailer));
+    return {isTaken ? Category::Success : Category::ClientStopped, false};
+}
+
+std::optional<Milliseconds> Transfer::m_NextWait(const Failure& failure, bool delivered)
+{
+    RetryRule::FailedAttempt attempt;
+    attempt.mayPass = failure.mayPass;
+    attempt.isRepeatable = m_IsRepeatable();
+    attempt.delivered = delivered;
+    attempt.retryAfter = m_RetryAfter;
+    return m_Retry.Next(attempt, SteadyClock::now(), m_TimeLeft());
+}
+
+bool Transfer::m_IsRepeatable() const
+{
+    if (m_HasResponse) {
+        return m_IsContinuable();
+    }
+    return m_Detail.method != Method::EhttpPost || m_Options.isPostRepeatable || !m_HasSent;
+}
+
+bool Transfer::m_IsContinuable() const
+{
+    const bool isGet = m_Detail.method == Method::Default || m_Detail.method == Method::EhttpGet;
+    return isGet && m_HasDelivered() && m_Core.policy.continuation && m_Continuation.IsPossible() &&
+           !HasHeader(m_Detail, "Range") && !HasHeader(m_Detail, "If-Range");
+}
+
+Milliseconds Transfer::m_TimeLeft() const
+{
+    return std::chrono::duration_cast<Milliseconds>(m_Deadline - SteadyClock::now());
+}
+
+bool Transfer::OnHeader(const HeaderCollector& header)
+{
+    if (!m_HasResponse) {
+        m_Status = header.Status();
+    }
+    m_Event.httpStatus = header.Status();
+    m_Report(TransferEvent::Kind::Header);
+    if (m_Sink.HasRefused()) {
+        return false;
+    }
+    if (IsRedirect(header.Status()) && header.Count("Location") > 0) {
+        return m_OnRedirect(header);
+    }
+    if (m_HasResponse) {
+        return m_OnContinuation(header);
+    }
+    return header.Status() >= 400 ? m_OnFailureStatus(header) : m_OnResponse(header);
+}
+
+bool Transfer::m_OnRedirect(const HeaderCollector& header)
+{
+    m_Treatment = Treatment::Drop;
+    m_Next =
+        Follow(*m_Hop, header.Status(), header.Value("Location").value_or("\n"), m_Core.policy);
+    return m_Next ? true : m_Fail(Category::RedirectRefused);
+}
+
+bool Transfer::m_OnFailureStatus(const HeaderCollector& header)
+{
+    const Failure failure{Category::HttpStatus, MayPass(header.Status())};
+    if (failure.mayPass) {
+        m_RetryAfter = ParseRetryAfter(header.Value("Retry-After").value_or(""),
+                                       static_cast<std::int64_t>(std::time(nullptr)));
+    }
+    m_Wait = m_NextWait(failure, false);
+    m_IsWaitDecided = true;
+    if (!m_Wait && !m_Detail.failOnError) {
+        return m_OnResponse(header);
+    }
+    m_Treatment = Treatment::Drop;
+    m_Failure = failure;
+    if (!m_Wait) {
+        m_PendingHeader = header.Block();
+        return m_DeliverPendingHeader();
+    }
+    return true;
+}
+
+// A response to the request for the rest of a body.
+bool Transfer::m_OnContinuation(const HeaderCollector& header)
+{
+    if (header.Status() >= 400 && header.Status() != 416) {
+        m_Treatment = Treatment::Drop;
+        m_Failure = Failure{Category::HttpStatus, MayPass(header.Status())};
+        m_RetryAfter = ParseRetryAfter(header.Value("Retry-After").value_or(""),
+                                       static_cast<std::int64_t>(std::time(nullptr)));
+        return true;
+    }
+    switch (m_Continuation.Judge(header, m_Sink.Delivered())) {
+        case Continuation::Verdict::Rest:
+            return true;
+        case Continuation::Verdict::Whole:
+            m_Skip = m_Sink.Delivered();
+            return true;
+        case Continuation::Verdict::Complete:
+            m_Treatment = Treatment::Drop;
+            m_Failure = Failure{Category::Success, false};
+            return true;
+        case Continuation::Verdict::Changed:
+            return m_Fail(Category::Changed);
+        case Continuation::Verdict::Invalid:
+            break;
+    }
+    return m_Fail(Category::InvalidResponse);
+}
+
+bool Transfer::m_OnResponse(const HeaderCollector& header)
+{
+    if (!m_Core.policy.continuation && !IsExpectedEncoding(header)) {
+        return m_Fail(Category::InvalidResponse);
+    }
+    if (header.Status() == 200) {
+        m_Continuation.Begin(header);
+    }
+    const auto length = header.Count("Transfer-Encoding") == 0
+                            ? ParseNumber(header.Value("Content-Length").value_or(""))
+                            : std::nullopt;
+    const bool isBodyComing = m_Sink.WantsBody() && m_Detail.method != Method::EhttpHead;
+    const std::uint64_t longest = m_Core.policy.longestBody;
+    if (length && isBodyComing && longest > 0 && *length > longest) {
+        return m_Fail(Category::TooLarge);
+    }
+    if (length && isBodyComing) {
+        m_Event.expected = static_cast<std::int64_t>(
+            std::min<std::uint64_t>(*length, std::numeric_limits<std::int64_t>::max()));
+        m_Sink.Announce(*length);
+    }
+    m_PendingHeader = header.Block();
+    return true;
+}
+
+// Ends the request for a reason that the response gave.
+bool Transfer::m_Fail(Category category, bool mayPass)
+{
+    m_Failure = Failure{category, mayPass};
+    return false;
+}
+
+bool Transfer::m_DeliverPendingHeader()
+{
+    if (m_HasResponse) {
+        return true;
+    }
+    m_HasResponse = true;
+    return !m_Sink.WantsHeader() || m_Sink.DeliverHeader(m_PendingHeader);
+}
+
+bool Transfer::OnBody(const char* data, std::size_t length)
+{
+    if (m_Treatment == Treatment::Drop) {
+        m_Dropped += length;
+        return m_Dropped <= MostDropped;
+    }
+    const auto skipped = static_cast<std::size_t>(std::min<std::uint64_t>(m_Skip, length));
+    m_Skip -= skipped;
+    data += skipped;
+    length -= skipped;
+    const std::uint64_t longest = m_Core.policy.longestBody;
+    if (longest > 0 && m_Sink.Delivered() + length > longest) {
+        return m_Fail(Category::TooLarge);
+    }
+    return length == 0 || (m_DeliverPendingHeader() && m_Sink.DeliverBody(data, length));
+}
+
+void Transfer::OnConnected()
+{
+    m_Report(TransferEvent::Kind::Connection);
+}
+
+void Transfer::OnMoved()
+{
+    constexpr Milliseconds interval(100);
+    const auto now = SteadyClock::now();
+    if (m_Options.observer && now - m_ReportedAt >= interval) {
+        m_ReportedAt = now;
+        m_Report(TransferEvent::Kind::Progress);
+    }
+}
+
+void Transfer::m_Report(TransferEvent::Kind kind)
+{
+    if (!m_Options.observer) {
+        return;
+    }
+    m_Event.kind = kind;
+    m_Event.delivered = m_Sink.Delivered();
+    try {
+        EventAccess::Report(*m_Options.observer, m_Event);
+    } catch (...) {
+        m_Sink.KeepException();
+        m_Listener.Stop();
+    }
+}
+
+// Says how the transfer, or its attempt, ended.
+void Transfer::m_End(Category category, const std::string& detail)
+{
+    m_Event.outcome.category = category;
+    m_Event.outcome.httpStatus = m_Event.httpStatus;
+    const std::string& host = m_First.url.host;
+    m_Event.outcome.sentence = detail.empty() ? SentenceOf(category, host, m_Event.httpStatus)
+                                              : "The request was refused because " + detail + ".";
+}
+
+}  // namespace KIT
+}  // namespace VORTAN_MW

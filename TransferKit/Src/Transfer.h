@@ -1,0 +1,110 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "BodySource.h"
+#include "Continuation.h"
+#include "EventData.h"
+#include "Exchange.h"
+#include "RetryRule.h"
+#include "SessionCore.h"
+#include "Sink.h"
+#include "TransferLoop.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+// One transfer from its first attempt to its end. It lives for one call of DoTransfer, on that
+// call's thread.
+class Transfer : private Exchange::Receiver, private TransferLoop::Watcher
+{
+public:
+    // All of it outlives the transfer. uploadPath: empty to upload the request's body.
+    Transfer(SessionCore& core, const ITransferHandler::TransferDetail& detail,
+             const TransferOptionsData& options, const std::string& uploadPath,
+             StopListener& listener);
+
+    // Raises what the client's callbacks or its observer have thrown, and nothing else.
+    ITransferHandler::Result Run();
+
+private:
+    // What happens to the body of the current response.
+    enum class Treatment
+    {
+        Deliver,
+        Drop,
+    };
+
+    void m_RunAttempts();
+    bool m_Prepare();
+    Failure m_Attempt();
+    Failure m_Request(const Hop& hop);
+    PooledHandlePtr m_TakeHandle(const std::string& origin);
+    Exchange::Request m_Describe(const Hop& hop) const;
+    void m_NoteTimings(CURL* easy);
+    Failure m_Classify(TransferLoop::End end, CURLcode code, CURL* easy, Category fault);
+    Failure m_Finish();
+
+    // The next attempt's wait, if there is a next attempt.
+    std::optional<Milliseconds> m_NextWait(const Failure& failure, bool delivered);
+    bool m_IsRepeatable() const;
+    bool m_IsContinuable() const;
+    bool m_HasDelivered() const { return m_Sink.WantsBody() && m_Sink.Delivered() > 0; }
+    Milliseconds m_TimeLeft() const;
+
+    bool OnHeader(const HeaderCollector& header) override;
+    bool OnBody(const char* data, std::size_t length) override;
+    void OnConnected() override;
+    void OnMoved() override;
+    bool m_OnRedirect(const HeaderCollector& header);
+    bool m_OnFailureStatus(const HeaderCollector& header);
+    bool m_OnContinuation(const HeaderCollector& header);
+    bool m_OnResponse(const HeaderCollector& header);
+    bool m_Fail(Category category, bool mayPass = false);
+    bool m_DeliverPendingHeader();
+
+    void m_Report(TransferEvent::Kind kind);
+    void m_End(Category category, const std::string& detail = std::string());
+
+    SessionCore& m_Core;
+    const ITransferHandler::TransferDetail& m_Detail;
+    const TransferOptionsData& m_Options;
+    const std::string& m_UploadPath;
+    StopListener& m_Listener;
+    const std::chrono::steady_clock::time_point m_Deadline;
+    Sink m_Sink;
+    RetryRule m_Retry;
+    Continuation m_Continuation;
+    std::unique_ptr<BodySource> m_Body;
+    Hop m_First;
+
+    // Of the current attempt.
+    std::uint64_t m_HeaderBytes = 0;
+    bool m_HasSent = false;
+
+    // Of the current request.
+    const Hop* m_Hop = nullptr;
+    std::optional<Hop> m_Next;
+    std::optional<Failure> m_Failure;  // that the response's header has decided
+    std::optional<Milliseconds> m_RetryAfter;
+    Treatment m_Treatment = Treatment::Deliver;
+    bool m_IsHeaderComplete = false;
+    std::uint64_t m_Skip = 0;  // bytes that the client has already
+    std::uint64_t m_Dropped = 0;
+    std::string m_Trailer;
+
+    // Of the whole transfer.
+    std::string m_PendingHeader;  // delivered with the first byte of the body, or at the end
+    long m_Status = 0;
+    bool m_HasResponse = false;          // the client has the header that m_Status belongs to
+    bool m_IsWaitDecided = false;        // by the header of the response
+    std::optional<Milliseconds> m_Wait;  // before the next attempt
+    EventRecord m_Event;
+    std::chrono::steady_clock::time_point m_ReportedAt;
+};
+
+}  // namespace KIT
+}  // namespace VORTAN_MW
