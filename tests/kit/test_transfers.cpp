@@ -1,0 +1,145 @@
+// The kit fetches, keeps its connections, and stops as soon as it is told to.
+
+#include <AsyncTransferAgentManager.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "CaughtLog.h"
+#include "Gate.h"
+#include "IndexedBytes.h"
+#include "KitClient.h"
+#include "LoopbackPort.h"
+#include "ScriptedServer.h"
+
+using namespace VORTAN_MW;  // NOLINT(google-build-using-namespace)
+using Then = ScriptedServer::Answer::Then;
+
+namespace {
+
+class KitTransfer : public ::testing::Test
+{
+protected:
+    const CaughtLog log;
+    KIT::HttpSession session{LocalPolicy()};
+};
+
+// How long a thread that has been told to stop may take. A loaded machine gets more time than the
+// 100 ms that are promised; what is waited for takes minutes.
+constexpr std::chrono::seconds Prompt(5);
+
+// Performs a transfer on another thread and stops it by destroying what made it.
+class StoppedTransfer
+{
+public:
+    explicit StoppedTransfer(KIT::HttpSession& session, const std::string& url)
+    {
+        KIT::TransferOptions options;
+        options.SetObserver(m_Observer);
+        m_Factory = session.MakeFactory(options);
+        m_Thread = std::async(std::launch::async, [handler = m_Factory->Create(), url] {
+            return handler
+                ->GetTransfer(
+                    Request(url), nullptr,
+                    [](std::unique_ptr<ITransferHandler::Bytes>, void*) { return true; }, nullptr)
+                .success;
+        });
+    }
+
+    void DestroyFactory() { m_Factory.reset(); }
+
+    void ExpectItToEndAsCancelled()
+    {
+        ASSERT_EQ(m_Thread.wait_for(Prompt), std::future_status::ready);
+        EXPECT_FALSE(m_Thread.get());
+        EXPECT_EQ(m_Observer->End(), KIT::Category::Cancelled);
+    }
+
+private:
+    std::shared_ptr<RecordingObserver> m_Observer = std::make_shared<RecordingObserver>();
+    std::unique_ptr<ITransferHandlerFactory> m_Factory;
+    std::future<bool> m_Thread;
+};
+
+}  // namespace
+
+TEST_F(KitTransfer, DeliversHeaderAndBody)
+{
+    const std::string response = HttpResponse("HTTP/1.1 200 OK", IndexedText(LongLength), {"X: y"});
+    ScriptedServer server({{response}});
+    const Received received = Fetch(session, Request(server.Url("/a?b=c")));
+    EXPECT_TRUE(received.success);
+    EXPECT_EQ(received.status, 200);
+    EXPECT_EQ(received.header + received.body, response);
+    EXPECT_EQ(received.headerChunks, 1U);
+    ASSERT_EQ(server.Requests().size(), 1U);
+    EXPECT_EQ(server.Requests()[0].method, "GET");
+    EXPECT_EQ(server.Requests()[0].target, "/a?b=c");
+}
+
+TEST_F(KitTransfer, KeepsItsConnection)
+{
+    ScriptedServer server({{HttpResponse("HTTP/1.1 200 OK", "body")}});
+    for (int turn = 0; turn < 5; ++turn) {
+        EXPECT_TRUE(Fetch(session, Request(server.Url())).success);
+    }
+    EXPECT_EQ(server.CountOfConnections(), 1U);
+}
+
+TEST_F(KitTransfer, IsRepeatedWhereTheServerHasClosedAnIdleConnection)
+{
+    ScriptedServer server({{HttpResponse("HTTP/1.1 200 OK", "body")}});
+    for (int turn = 0; turn < 5; ++turn) {
+        EXPECT_EQ(Fetch(session, Request(server.Url())).body, "body");
+        server.CloseConnections();
+    }
+}
+
+TEST_F(KitTransfer, StopsWhenItsFactoryIsDestroyedWhileTheServerIsSilent)
+{
+    ScriptedServer server({{"", Then::Stall}});
+    StoppedTransfer transfer(session, server.Url());
+    ASSERT_TRUE(server.WaitForRequests(1));
+    transfer.DestroyFactory();
+    transfer.ExpectItToEndAsCancelled();
+}
+
+TEST_F(KitTransfer, StopsWhenItsSessionIsDestroyed)
+{
+    ScriptedServer server({{"", Then::Stall}});
+    auto own = std::make_unique<KIT::HttpSession>(LocalPolicy());
+    StoppedTransfer transfer(*own, server.Url());
+    ASSERT_TRUE(server.WaitForRequests(1));
+    own.reset();
+    transfer.ExpectItToEndAsCancelled();
+}
+
+TEST_F(KitTransfer, StopsWhileItWaitsForItsNextAttempt)
+{
+    ScriptedServer server({{HttpResponse("HTTP/1.1 503 Unavailable", "", {"Retry-After: 5"})}});
+    StoppedTransfer transfer(session, server.Url());
+    ASSERT_TRUE(server.WaitForRequests(1));
+    transfer.DestroyFactory();
+    transfer.ExpectItToEndAsCancelled();
+    EXPECT_EQ(server.Requests().size(), 1U);
+}
+
+TEST_F(KitTransfer, StopsInATlsHandshakeThatTheServerDoesNotTakePartIn)
+{
+    LoopbackPort port;
+    port.Listen();
+    StoppedTransfer transfer(session, port.Url("https"));
+    transfer.DestroyFactory();
+    transfer.ExpectItToEndAsCancelled();
+}
+
+TEST_F(KitTransfer, FailsOnceItsSessionIsGone)
+{
+    ScriptedServer server({{HttpResponse("HTTP/1.1 200 OK", "body")}});
+    auto own = std::make_unique<KIT::HttpSession>(LocalPolicy());
+    const auto factory = own->MakeFactory();
+    own.reset();
+    EXPECT_FALSE(
+        factory->Create()->GetTransfer(Request(server.Url()), nullptr, nullptr, nullptr).success);
+    EXPECT_TRUE(server.Requests().empty());
+}
