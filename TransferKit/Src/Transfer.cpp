@@ -291,6 +291,7 @@ bool Transfer::OnHeader(const HeaderCollector& header)
         m_Status = header.Status();
     }
     m_Event.httpStatus = header.Status();
+    m_HasSent = true;
     m_Report(TransferEvent::Kind::Header);
     if (m_Sink.HasRefused()) {
         return false;

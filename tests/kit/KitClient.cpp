@@ -1,7 +1,12 @@
 #include "KitClient.h"
 
+#include <AsyncTransferAgentManager.h>
+
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
+
+#include "Gate.h"
 
 using namespace VORTAN_MW;  // NOLINT(google-build-using-namespace)
 using KIT::TransferEvent;
@@ -22,7 +27,7 @@ namespace {
 KIT::TransferPolicy LocalPolicy()
 {
     KIT::TransferPolicy policy;
-    policy.SetSchemes({"http", "https"})
+    policy.SetSchemes({"http"})
         .SetBackoff(std::chrono::milliseconds(1))
         .SetLongestBackoff(std::chrono::seconds(5))
         .SetSeed(1);
@@ -53,34 +58,95 @@ std::size_t RecordingObserver::Count(TransferEvent::Kind kind) const
         events.begin(), events.end(), [kind](const Event& event) { return event.kind == kind; }));
 }
 
+namespace {
+
+using Chunk = std::unique_ptr<ITransferHandler::Bytes>;
+
+void Note(const ITransferHandler::Result& result, Received& received)
+{
+    received.success = result.success;
+    received.status = result.httpCode ? *result.httpCode : -1;
+}
+
+Received FetchThroughAgent(KIT::HttpSession& session, const Configuration& configuration,
+                           const KIT::TransferOptions& options, bool segmented)
+{
+    Received received;
+    Gate over;
+    const auto agent = AsyncTransferAgentManager::Create();
+    auto request = std::make_unique<ITransferAgentManager::TransferConfiguration>();
+    static_cast<Configuration&>(*request) = configuration;
+    request->segmented = segmented;
+    request->handlerFactory = session.MakeFactory(options);
+    request->headerCallback = [&received](const Chunk& chunk, void*) {
+        if (chunk) {
+            received.header.append(chunk->begin(), chunk->end());
+            ++received.headerChunks;
+        }
+    };
+    request->dataCallback = [&received](const Chunk& chunk, void*) {
+        if (chunk) {
+            received.body.append(chunk->begin(), chunk->end());
+        }
+    };
+    request->completeCallback = [&received, &over](const ITransferHandler::Result& result, void*) {
+        Note(result, received);
+        over.Open();
+    };
+    EXPECT_NE(agent->RequestTransfer(std::move(request)), ITransferAgentManager::InvalidHandle);
+    over.Wait();
+    return received;
+}
+
+}  // namespace
+
 Received Fetch(KIT::HttpSession& session, const Configuration& request,
                const KIT::TransferOptions& options)
 {
-    using Chunk = std::unique_ptr<ITransferHandler::Bytes>;
     Received received;
     const auto factory = session.MakeFactory(options);
     const auto result = factory->Create()->GetTransfer(
         request,
-        [&received](Chunk chunk, void*) {
+        [&received](const Chunk& chunk, void*) {
             received.header.append(chunk->begin(), chunk->end());
             ++received.headerChunks;
             return true;
         },
-        [&received](Chunk chunk, void*) {
+        [&received](const Chunk& chunk, void*) {
             received.body.append(chunk->begin(), chunk->end());
             return true;
         },
         nullptr);
-    received.success = result.success;
-    received.status = result.httpCode ? *result.httpCode : -1;
+    Note(result, received);
     return received;
 }
 
-Course Watch(KIT::HttpSession& session, const Configuration& request, KIT::TransferOptions options)
+Course Watch(KIT::HttpSession& session, const Configuration& request, KIT::TransferOptions options,
+             Way way)
 {
     Course course;
     course.observer = std::make_shared<RecordingObserver>();
     options.SetObserver(course.observer);
-    course.received = Fetch(session, request, options);
+    course.received = way == Way::WithoutAgent
+                          ? Fetch(session, request, options)
+                          : FetchThroughAgent(session, request, options, way == Way::Segmented);
     return course;
+}
+
+Course KitPromise::Watch(const Configuration& request, const KIT::TransferOptions& options)
+{
+    return ::Watch(session, request, options, GetParam());
+}
+
+Course KitPromise::WatchWith(const KIT::TransferPolicy& policy, const Configuration& request,
+                             const KIT::TransferOptions& options)
+{
+    KIT::HttpSession own(policy);
+    return ::Watch(own, request, options, GetParam());
+}
+
+std::string NameOfWay(const ::testing::TestParamInfo<Way>& way)
+{
+    constexpr const char* names[] = {"WithoutAgent", "Plain", "Segmented"};
+    return names[static_cast<int>(way.param)];
 }

@@ -1,18 +1,21 @@
 #pragma once
 
 #include <HttpSession.h>
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "CaughtLog.h"
+
 // What the tests of the kit share.
 
 using Configuration = VORTAN_MW::ITransferHandler::Configuration;
 using HttpMethod = Configuration::HttpMethod;
 
-// A policy for servers on the loopback interface: http is allowed, and waits are short.
+// A policy for servers on the loopback interface: http only, and waits are short.
 VORTAN_MW::KIT::TransferPolicy LocalPolicy();
 
 Configuration Request(const std::string& url, HttpMethod method = HttpMethod::EhttpGet,
@@ -56,9 +59,13 @@ public:
     std::vector<Event> events;
 };
 
-// Transfers without an agent, in chunks.
-Received Fetch(VORTAN_MW::KIT::HttpSession& session, const Configuration& request,
-               const VORTAN_MW::KIT::TransferOptions& options = {});
+// How a client has a transfer performed.
+enum class Way
+{
+    WithoutAgent,
+    Plain,
+    Segmented,
+};
 
 // A transfer with its outcome.
 struct Course
@@ -69,4 +76,30 @@ struct Course
     VORTAN_MW::KIT::Category Category() const { return observer->End(); }
 };
 Course Watch(VORTAN_MW::KIT::HttpSession& session, const Configuration& request,
-             VORTAN_MW::KIT::TransferOptions options = {});
+             VORTAN_MW::KIT::TransferOptions options = {}, Way way = Way::WithoutAgent);
+
+// Without an agent and an observer, in chunks.
+Received Fetch(VORTAN_MW::KIT::HttpSession& session, const Configuration& request,
+               const VORTAN_MW::KIT::TransferOptions& options = {});
+
+// Tests that each way of transferring passes.
+class KitPromise : public ::testing::TestWithParam<Way>
+{
+protected:
+    Course Watch(const Configuration& request, const VORTAN_MW::KIT::TransferOptions& options = {});
+    // With a policy for this test.
+    Course WatchWith(const VORTAN_MW::KIT::TransferPolicy& policy, const Configuration& request,
+                     const VORTAN_MW::KIT::TransferOptions& options = {});
+    // Plain transfers that fail deliver nothing.
+    static bool DeliversFailures() { return GetParam() != Way::Plain; }
+
+    const CaughtLog log;
+    VORTAN_MW::KIT::HttpSession session{LocalPolicy()};
+};
+
+// INSTANTIATE_TEST_SUITE_P(Each, Suite, Ways(), NameOfWay);
+inline auto Ways()
+{
+    return ::testing::Values(Way::WithoutAgent, Way::Plain, Way::Segmented);
+}
+std::string NameOfWay(const ::testing::TestParamInfo<Way>& way);

@@ -38,6 +38,15 @@ void WaitForEnd(int socket)
     }
 }
 
+void DripUntilEnd(int socket)
+{
+    const timeval interval = {0, 2000};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &interval, sizeof interval);
+    char byte = 0;
+    while (send(socket, "x", 1, MSG_NOSIGNAL) == 1 && recv(socket, &byte, 1, 0) < 0) {
+    }
+}
+
 // Closing then sends a reset instead of an end.
 void MakeCloseReset(int socket)
 {
@@ -173,6 +182,9 @@ void ScriptedServer::m_Serve(int socket, std::size_t number)
         SendAll(socket, answer.bytes);
         if (answer.then == Answer::Then::Stall) {
             WaitForEnd(socket);
+        }
+        if (answer.then == Answer::Then::Drip) {
+            DripUntilEnd(socket);
         }
         if (answer.then == Answer::Then::Reset) {
             MakeCloseReset(socket);

@@ -35,6 +35,7 @@ public:
             Close,  // end the connection
             Reset,  // break the connection
             Stall,  // say nothing until the client has gone
+            Drip,   // send a byte every 2 ms until the client has gone
         };
 
         std::string bytes;

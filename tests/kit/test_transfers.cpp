@@ -128,7 +128,8 @@ TEST_F(KitTransfer, StopsInATlsHandshakeThatTheServerDoesNotTakePartIn)
 {
     LoopbackPort port;
     port.Listen();
-    StoppedTransfer transfer(session, port.Url("https"));
+    KIT::HttpSession own(LocalPolicy().SetSchemes({"https"}));
+    StoppedTransfer transfer(own, port.Url("https"));
     transfer.DestroyFactory();
     transfer.ExpectItToEndAsCancelled();
 }
