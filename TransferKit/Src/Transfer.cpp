@@ -63,6 +63,10 @@ ITransferHandler::Result Transfer::Run()
     } catch (const CurlFailure&) {
         m_End(Category::Internal);
     }
+    m_Easy = nullptr;
+    if (m_Event.outcome.category != Category::Success) {
+        KIT_LOG(Error, m_Event.outcome.sentence << " Attempts: " << m_Event.attempt);
+    }
     m_Report(TransferEvent::Kind::End);
     m_Sink.RethrowIfAny();
     ITransferHandler::Result result;
@@ -131,6 +135,7 @@ bool Transfer::m_Prepare()
 // Follows redirects until a response ends the chain.
 Failure Transfer::m_Attempt()
 {
+    m_Event.isKept = false;
     m_HeaderBytes = 0;
     m_HasSent = false;
     Hop hop = m_First;
@@ -151,6 +156,7 @@ Failure Transfer::m_Request(const Hop& hop)
     m_RetryAfter.reset();
     m_Treatment = Treatment::Deliver;
     m_IsHeaderComplete = false;
+    m_IsConnectionReported = false;
     m_Skip = 0;
     m_Dropped = 0;
     m_PendingHeader.clear();
@@ -167,12 +173,14 @@ Failure Transfer::m_Request(const Hop& hop)
     HeaderCollector header(m_Core.policy.longestHeader - m_HeaderBytes);
     Exchange exchange(*handle, request, header, *this);
     exchange.SetUp();
+    m_Easy = handle->Easy();
     TransferLoop loop(*handle, m_Listener, m_Core.policy, m_Deadline, *this);
     const TransferLoop::End end = loop.Run();
     m_HeaderBytes += header.Length();
     m_Trailer = header.Trailer();
     m_IsHeaderComplete = header.IsComplete();
-    m_NoteTimings(handle->Easy());
+    m_NoteTimings();
+    m_Easy = nullptr;
     m_HasSent = m_HasSent || GetLong<CURLINFO_REQUEST_SIZE>(handle->Easy()) > 0;
     const Failure failure = m_Classify(end, loop.Code(), handle->Easy(), exchange.Fault());
     m_Core.pool.GiveBack(std::move(handle));
@@ -211,8 +219,12 @@ Exchange::Request Transfer::m_Describe(const Hop& hop) const
     return request;
 }
 
-void Transfer::m_NoteTimings(CURL* easy)
+void Transfer::m_NoteTimings()
 {
+    CURL* const easy = m_Easy;
+    if (!easy || !m_Options.observer) {
+        return;
+    }
     m_Event.isKept = GetLong<CURLINFO_NUM_CONNECTS>(easy) == 0;
     m_Event.nameLookup = TimeOf(GetOffset<CURLINFO_NAMELOOKUP_TIME_T>(easy));
     m_Event.connect = TimeOf(GetOffset<CURLINFO_CONNECT_TIME_T>(easy));
@@ -287,6 +299,7 @@ Milliseconds Transfer::m_TimeLeft() const
 
 bool Transfer::OnHeader(const HeaderCollector& header)
 {
+    OnConnected();  // a quick server is heard before the loop has had time to look
     if (!m_HasResponse) {
         m_Status = header.Status();
     }
@@ -422,7 +435,10 @@ bool Transfer::OnBody(const char* data, std::size_t length)
 
 void Transfer::OnConnected()
 {
-    m_Report(TransferEvent::Kind::Connection);
+    if (!m_IsConnectionReported) {
+        m_IsConnectionReported = true;
+        m_Report(TransferEvent::Kind::Connection);
+    }
 }
 
 void Transfer::OnMoved()
@@ -440,6 +456,7 @@ void Transfer::m_Report(TransferEvent::Kind kind)
     if (!m_Options.observer) {
         return;
     }
+    m_NoteTimings();
     m_Event.kind = kind;
     m_Event.delivered = m_Sink.Delivered();
     try {

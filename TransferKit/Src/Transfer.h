@@ -44,7 +44,7 @@ private:
     Failure m_Request(const Hop& hop);
     PooledHandlePtr m_TakeHandle(const std::string& origin);
     Exchange::Request m_Describe(const Hop& hop) const;
-    void m_NoteTimings(CURL* easy);
+    void m_NoteTimings();
     Failure m_Classify(TransferLoop::End end, CURLcode code, CURL* easy, Category fault);
     Failure m_Finish();
 
@@ -87,11 +87,13 @@ private:
 
     // Of the current request.
     const Hop* m_Hop = nullptr;
+    CURL* m_Easy = nullptr;  // while the request is performed
     std::optional<Hop> m_Next;
     std::optional<Failure> m_Failure;  // that the response's header has decided
     std::optional<Milliseconds> m_RetryAfter;
     Treatment m_Treatment = Treatment::Deliver;
     bool m_IsHeaderComplete = false;
+    bool m_IsConnectionReported = false;
     std::uint64_t m_Skip = 0;  // bytes that the client has already
     std::uint64_t m_Dropped = 0;
     std::string m_Trailer;
