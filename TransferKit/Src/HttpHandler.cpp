@@ -16,9 +16,9 @@ public:
 
     Result DoTransfer(const TransferDetail& detail) const override
     {
-        std::shared_ptr<SessionCore> core = m_Context->core;
-        if (!core->pool.IsOfThisProcess()) {
-            core = std::make_shared<SessionCore>(core->policy);
+        const std::shared_ptr<SessionCore> core = m_Core();
+        if (!core) {
+            return Result();
         }
         StopListener listener;
         const StopSource::Registration ofFactory(m_Context->stop, listener);
@@ -27,6 +27,20 @@ public:
     }
 
 private:
+    // The session's; or one of its own for a handler that was made before a fork. Null if that
+    // cannot be made.
+    std::shared_ptr<SessionCore> m_Core() const
+    {
+        if (m_Context->core->pool.IsOfThisProcess()) {
+            return m_Context->core;
+        }
+        try {
+            return std::make_shared<SessionCore>(m_Context->core->policy);
+        } catch (const std::exception&) {
+            return nullptr;
+        }
+    }
+
     const std::shared_ptr<HandlerContext> m_Context;
 };
 

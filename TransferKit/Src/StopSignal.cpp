@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-
 namespace VORTAN_MW {
 namespace KIT {
 
@@ -55,8 +53,8 @@ void StopSource::Stop()
     }
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_Stopped = true;
-    for (StopListener* const listener : m_Listeners) {
-        listener->Stop();
+    for (Registration* each = m_First; each; each = each->m_Next) {
+        each->m_Listener.Stop();
     }
 }
 
@@ -67,7 +65,11 @@ StopSource::Registration::Registration(StopSource& source, StopListener& listene
         return;
     }
     const std::lock_guard<std::mutex> lock(m_Source.m_Mutex);
-    m_Source.m_Listeners.push_back(&m_Listener);
+    m_Next = m_Source.m_First;
+    if (m_Next) {
+        m_Next->m_Previous = this;
+    }
+    m_Source.m_First = this;
     if (m_Source.m_Stopped) {
         m_Listener.Stop();
     }
@@ -79,8 +81,10 @@ StopSource::Registration::~Registration()
         return;
     }
     const std::lock_guard<std::mutex> lock(m_Source.m_Mutex);
-    auto& listeners = m_Source.m_Listeners;
-    listeners.erase(std::remove(listeners.begin(), listeners.end(), &m_Listener), listeners.end());
+    (m_Previous ? m_Previous->m_Next : m_Source.m_First) = m_Next;
+    if (m_Next) {
+        m_Next->m_Previous = m_Previous;
+    }
 }
 
 }  // namespace KIT

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <vector>
 
 namespace VORTAN_MW {
 namespace KIT {
@@ -58,6 +57,7 @@ public:
     // Stops those that are registered, and each one that registers later.
     void Stop();
 
+    // An element of the source's list, so that registering needs no memory.
     class Registration
     {
     public:
@@ -67,8 +67,12 @@ public:
         ~Registration();
 
     private:
+        friend class StopSource;
+
         StopSource& m_Source;
         StopListener& m_Listener;
+        Registration* m_Previous = nullptr;  // guarded by the source's mutex
+        Registration* m_Next = nullptr;      // guarded by the source's mutex
     };
 
 private:
@@ -76,8 +80,8 @@ private:
 
     const long m_Process;
     std::mutex m_Mutex;
-    bool m_Stopped = false;                  // guarded by m_Mutex
-    std::vector<StopListener*> m_Listeners;  // guarded by m_Mutex
+    bool m_Stopped = false;           // guarded by m_Mutex
+    Registration* m_First = nullptr;  // guarded by m_Mutex
 };
 
 }  // namespace KIT

@@ -64,15 +64,25 @@ ITransferHandler::Result Transfer::Run()
         m_End(Category::Internal);
     }
     m_Easy = nullptr;
-    if (m_Event.outcome.category != Category::Success) {
-        KIT_LOG(Error, m_Event.outcome.sentence << " Attempts: " << m_Event.attempt);
-    }
+    m_LogFailure();
     m_Report(TransferEvent::Kind::End);
     m_Sink.RethrowIfAny();
     ITransferHandler::Result result;
     result.success = m_Event.outcome.category == Category::Success;
     result.httpCode.reset(new (std::nothrow) long(m_Status));
     return result;
+}
+
+void Transfer::m_LogFailure() const
+{
+    if (m_Event.outcome.category == Category::Success) {
+        return;
+    }
+    try {
+        KIT_LOG(Error, m_Event.outcome.sentence << " Attempts: " << m_Event.attempt);
+    } catch (const std::bad_alloc&) {
+        // The observer and the result tell of it.
+    }
 }
 
 void Transfer::m_RunAttempts()
@@ -472,9 +482,13 @@ void Transfer::m_End(Category category, const std::string& detail)
 {
     m_Event.outcome.category = category;
     m_Event.outcome.httpStatus = m_Event.httpStatus;
-    const std::string& host = m_First.url.host;
-    m_Event.outcome.sentence = detail.empty() ? SentenceOf(category, host, m_Event.httpStatus)
-                                              : "The request was refused because " + detail + ".";
+    try {
+        m_Event.outcome.sentence = detail.empty()
+                                       ? SentenceOf(category, m_First.url.host, m_Event.httpStatus)
+                                       : "The request was refused because " + detail + ".";
+    } catch (const std::bad_alloc&) {
+        m_Event.outcome.sentence.clear();
+    }
 }
 
 }  // namespace KIT

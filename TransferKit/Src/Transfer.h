@@ -38,6 +38,7 @@ private:
         Drop,
     };
 
+    void m_LogFailure() const;
     void m_RunAttempts();
     bool m_Prepare();
     Failure m_Attempt();

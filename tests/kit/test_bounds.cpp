@@ -177,7 +177,7 @@ TEST_P(KitBound, KeepsWhatIsTheClientsFromAnotherOrigin)
     EXPECT_EQ(server.Requests()[0].Value("X-Secret"), "header");
     EXPECT_TRUE(server.Requests()[0].Has("Authorization"));
     ASSERT_EQ(other.Requests().size(), 1U);
-    const std::string& header = other.Requests()[0].header;
+    const std::string header = other.Requests()[0].header;
     EXPECT_EQ(header, "GET /there HTTP/1.1\r\nHost: " + other.Authority() +
                           "\r\nUser-Agent: vortan-transferkit\r\nAccept: */*\r\n\r\n");
 }
