@@ -39,7 +39,26 @@ void Empty(Bytes* buffer)
     }
 }
 
+VORTAN_MW::KIT::HttpSession* s_Session = nullptr;
+
 }  // namespace
+
+KitTraits::KitTraits() : m_Session(VORTAN_MW::KIT::TransferPolicy().SetSchemes({"http"}))
+{
+    s_Session = &m_Session;
+}
+
+KitTraits::~KitTraits()
+{
+    s_Session = nullptr;
+}
+
+KitHandler::KitHandler() : m_Factory(s_Session->MakeFactory()), m_Handler(m_Factory->Create()) {}
+
+ITransferHandler::Result KitHandler::DoTransfer(const TransferDetail& detail) const
+{
+    return m_Handler->DoTransfer(detail);
+}
 
 ITransferHandler::Result FakeHandler::DoTransfer(const TransferDetail& detail) const
 {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <HttpSession.h>
+
 #include <memory>
 #include <string>
 
@@ -102,4 +104,42 @@ struct QXCurlEasyHandlerTraits : HttpHandlerTraits
 
     // An error status is a success to this handler.
     std::string BrokenUrl() const { return server.Url("/garbage"); }
+};
+
+// Over the kit. A handler of the kit's stops when its factory goes: this one keeps it.
+class KitHandler : public VORTAN_MW::ITransferHandler
+{
+public:
+    KitHandler();
+
+    Result DoTransfer(const TransferDetail& detail) const override;
+
+private:
+    const std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> m_Factory;
+    const std::unique_ptr<VORTAN_MW::ITransferHandler> m_Handler;
+};
+
+class KitHandlerFactory : public VORTAN_MW::ITransferHandlerFactory
+{
+public:
+    std::unique_ptr<VORTAN_MW::ITransferHandler> Create() override
+    {
+        return std::make_unique<KitHandler>();
+    }
+};
+
+struct KitTraits : HttpHandlerTraits
+{
+    KitTraits();
+    ~KitTraits();
+
+    using Factory = KitHandlerFactory;
+    static constexpr const char* Name = "Kit";
+
+    std::string BrokenUrl() const { return server.Url("/status/404"); }
+
+private:
+    // One for all handlers, as in a client. It goes before the server, which wants to see its
+    // connections closed.
+    VORTAN_MW::KIT::HttpSession m_Session;
 };

@@ -115,8 +115,8 @@ struct NameOfHandler
     }
 };
 
-using Handlers =
-    ::testing::Types<FakeTraits, FileReaderTraits, CurlEasyHandlerTraits, QXCurlEasyHandlerTraits>;
+using Handlers = ::testing::Types<FakeTraits, FileReaderTraits, CurlEasyHandlerTraits,
+                                  QXCurlEasyHandlerTraits, KitTraits>;
 TYPED_TEST_SUITE(HandlerContract, Handlers, NameOfHandler);
 
 TYPED_TEST(HandlerContract, BuffersReceiveABodyOfAnyLengthByteForByte)
@@ -315,7 +315,7 @@ class HandlerContractOnExceptions : public HandlerContract<Traits>
 };
 
 using HandlersThatStandExceptions =
-    ::testing::Types<FakeTraits, FileReaderTraits, CurlEasyHandlerTraits>;
+    ::testing::Types<FakeTraits, FileReaderTraits, CurlEasyHandlerTraits, KitTraits>;
 TYPED_TEST_SUITE(HandlerContractOnExceptions, HandlersThatStandExceptions, NameOfHandler);
 
 TYPED_TEST(HandlerContractOnExceptions, AnExceptionFromACallbackReachesTheCallerAndTheHandlerGoesOn)
