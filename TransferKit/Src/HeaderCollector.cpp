@@ -3,13 +3,14 @@
 #include <strings.h>
 
 #include <cctype>
+#include <cstring>
 
 namespace VORTAN_MW {
 namespace KIT {
 
 namespace {
 
-bool IsEmptyLine(const std::string& line)
+bool IsEmptyLine(std::string_view line)
 {
     return line == "\r\n" || line == "\n";
 }
@@ -28,15 +29,18 @@ std::string Trimmed(const std::string& text)
 template <typename Each>
 void ForEachField(const std::string& block, const std::string& name, const Each& each)
 {
-    for (std::size_t at = 0; at < block.size();) {
-        std::size_t end = block.find('\n', at);
-        end = end == std::string::npos ? block.size() : end + 1;
-        const bool isNamed = end - at > name.size() && block[at + name.size()] == ':' &&
-                             strncasecmp(block.c_str() + at, name.c_str(), name.size()) == 0;
+    const char* const last = block.data() + block.size();
+    for (const char* line = block.data(); line != last;) {
+        const auto left = static_cast<std::size_t>(last - line);
+        const auto* const newline = static_cast<const char*>(std::memchr(line, '\n', left));
+        const char* const end = newline ? newline + 1 : last;
+        const bool isNamed = static_cast<std::size_t>(end - line) > name.size() &&
+                             line[name.size()] == ':' &&
+                             strncasecmp(line, name.c_str(), name.size()) == 0;
         if (isNamed) {
-            each(Trimmed(block.substr(at + name.size() + 1, end - at - name.size() - 1)));
+            each(Trimmed(std::string(line + name.size() + 1, end)));
         }
-        at = end;
+        line = end;
     }
 }
 
@@ -48,15 +52,19 @@ HeaderCollector::State HeaderCollector::Take(const char* line, std::size_t lengt
     if (m_Length > m_Allowed) {
         return State::TooLong;
     }
-    const std::string text(line, length);
+    const std::string_view text(line, length);
     if (m_IsComplete) {
         if (!IsEmptyLine(text)) {
             m_Trailer += text;
         }
         return State::InBody;
     }
-    if (m_Block.empty() && !m_TakeStatusLine(text)) {
-        return State::Invalid;
+    if (m_Block.empty()) {
+        if (!m_TakeStatusLine(text)) {
+            return State::Invalid;
+        }
+        constexpr std::size_t usual = 512;
+        m_Block.reserve(usual);
     }
     m_Block += text;
     if (!IsEmptyLine(text)) {
@@ -72,10 +80,11 @@ HeaderCollector::State HeaderCollector::Take(const char* line, std::size_t lengt
 }
 
 // "HTTP/1.1 200 OK": the status is the three digits after the first blank.
-bool HeaderCollector::m_TakeStatusLine(const std::string& line)
+bool HeaderCollector::m_TakeStatusLine(std::string_view line)
 {
     const std::size_t blank = line.find(' ');
-    if (line.compare(0, 5, "HTTP/") != 0 || blank == std::string::npos || line.size() < blank + 4) {
+    if (line.compare(0, 5, "HTTP/") != 0 || blank == std::string_view::npos ||
+        line.size() < blank + 4) {
         return false;
     }
     m_Status = 0;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace VORTAN_MW {
 namespace KIT {
@@ -42,7 +43,7 @@ public:
     std::size_t Count(const std::string& name) const;
 
 private:
-    bool m_TakeStatusLine(const std::string& line);
+    bool m_TakeStatusLine(std::string_view line);
 
     const std::uint64_t m_Allowed;
     std::uint64_t m_Length = 0;

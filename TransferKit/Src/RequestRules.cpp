@@ -3,7 +3,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "RedirectRule.h"
 
@@ -33,12 +32,12 @@ bool IsNamed(const std::string& name, const char* wanted)
     return strcasecmp(name.c_str(), wanted) == 0;
 }
 
-std::string ReasonInUrl(const std::string& text, const Policy& policy)
+std::string ReasonInUrl(const std::string& text, const std::optional<Url>& url,
+                        const Policy& policy)
 {
     if (HasControlCharacter(text)) {
         return "its URL contains a control character";
     }
-    const std::optional<Url> url = Url::Parse(text);
     if (!url) {
         return "its URL is malformed";
     }
@@ -74,9 +73,10 @@ bool HasHeader(const ITransferHandler::Configuration& request, const std::string
 }
 
 std::string ReasonToRefuse(const ITransferHandler::Configuration& request,
-                           const TransferOptionsData& options, const Policy& policy)
+                           const std::optional<Url>& url, const TransferOptionsData& options,
+                           const Policy& policy)
 {
-    std::string reason = ReasonInUrl(request.url, policy);
+    std::string reason = ReasonInUrl(request.url, url, policy);
     if (reason.empty()) {
         reason = ReasonInHeaders(request);
     }

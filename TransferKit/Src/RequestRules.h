@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "ITransferHandler.h"
@@ -11,9 +12,10 @@ namespace VORTAN_MW {
 namespace KIT {
 
 // Says in a phrase why a request must not be sent; empty if it may. The phrase quotes nothing of
-// the request.
+// the request. url is what Url::Parse makes of the request's.
 std::string ReasonToRefuse(const ITransferHandler::Configuration& request,
-                           const TransferOptionsData& options, const Policy& policy);
+                           const std::optional<Url>& url, const TransferOptionsData& options,
+                           const Policy& policy);
 
 // Whether one of the client's headers has this name.
 bool HasHeader(const ITransferHandler::Configuration& request, const std::string& name);

@@ -124,12 +124,13 @@ void Transfer::m_RunAttempts()
 // False if the request must not be sent.
 bool Transfer::m_Prepare()
 {
-    const std::string reason = ReasonToRefuse(m_Detail, m_Options, m_Core.policy);
+    std::optional<Url> url = Url::Parse(m_Detail.url);
+    const std::string reason = ReasonToRefuse(m_Detail, url, m_Options, m_Core.policy);
     if (!reason.empty()) {
         m_End(Category::InvalidRequest, reason);
         return false;
     }
-    m_First.url = *Url::Parse(m_Detail.url);
+    m_First.url = std::move(*url);
     m_First.method = m_Detail.method;
     m_First.hasBody = m_Detail.method == Method::EhttpPost || m_Detail.method == Method::EhttpPut;
     if (m_First.hasBody) {
@@ -482,6 +483,9 @@ void Transfer::m_End(Category category, const std::string& detail)
 {
     m_Event.outcome.category = category;
     m_Event.outcome.httpStatus = m_Event.httpStatus;
+    if (category == Category::Success && !m_Options.observer) {
+        return;
+    }
     try {
         m_Event.outcome.sentence = detail.empty()
                                        ? SentenceOf(category, m_First.url.host, m_Event.httpStatus)

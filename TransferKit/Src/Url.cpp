@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "Curl.h"
 
@@ -47,10 +48,10 @@ UrlHandle MakeHandle()
     return handle;
 }
 
-std::optional<Url> Describe(CURLU* handle)
+std::optional<Url> Describe(CURLU* handle, std::string text)
 {
     Url url;
-    url.text = PartOf(handle, CURLUPART_URL);
+    url.text = std::move(text);
     url.scheme = InLowerCase(PartOf(handle, CURLUPART_SCHEME));
     url.host = InLowerCase(PartOf(handle, CURLUPART_HOST));
     url.port = PartOf(handle, CURLUPART_PORT, CURLU_DEFAULT_PORT);
@@ -63,8 +64,11 @@ std::optional<Url> Describe(CURLU* handle)
 
 std::optional<Url> Url::Parse(const std::string& text)
 {
+    if (HasControlCharacter(text)) {  // libcurl's parser stops at a NUL
+        return std::nullopt;
+    }
     const UrlHandle handle = MakeHandle();
-    return SetUrl(handle.get(), text, 0) ? Describe(handle.get()) : std::nullopt;
+    return SetUrl(handle.get(), text, 0) ? Describe(handle.get(), text) : std::nullopt;
 }
 
 std::optional<Url> Url::Resolve(const std::string& reference) const
@@ -75,7 +79,7 @@ std::optional<Url> Url::Resolve(const std::string& reference) const
     if (!SetUrl(handle.get(), text, 0) || !SetUrl(handle.get(), reference, lenient)) {
         return std::nullopt;
     }
-    return Describe(handle.get());
+    return Describe(handle.get(), PartOf(handle.get(), CURLUPART_URL));
 }
 
 bool HasControlCharacter(const std::string& text)

@@ -20,7 +20,7 @@ Policy HttpAndHttps()
 std::string Reason(const ITransferHandler::Configuration& request,
                    const TransferOptionsData& options = {})
 {
-    return ReasonToRefuse(request, options, HttpAndHttps());
+    return ReasonToRefuse(request, Url::Parse(request.url), options, HttpAndHttps());
 }
 
 std::string ReasonForUrl(const std::string& url)
@@ -103,6 +103,12 @@ TEST(KitRequest, HasHeadersWhateverTheirCase)
     request.headers = {{"raNGe", "bytes=0-1"}};
     EXPECT_TRUE(HasHeader(request, "Range"));
     EXPECT_FALSE(HasHeader(request, "If-Range"));
+}
+
+TEST(KitUrl, HasNoControlCharacter)
+{
+    EXPECT_FALSE(Url::Parse(std::string("http://host/a\0b", 15)));
+    EXPECT_FALSE(Url::Parse("http://host/\n"));
 }
 
 TEST(KitUrl, HasAnOrigin)
