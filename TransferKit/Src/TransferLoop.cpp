@@ -37,7 +37,7 @@ TransferLoop::End TransferLoop::Run()
         m_Handle.Detach();
         throw;
     }
-    const bool isLookingUp = end != End::Done && !m_IsConnected &&
+    const bool isLookingUp = end != End::Done && m_HasBegun && !m_IsConnected &&
                              GetOffset<CURLINFO_NAMELOOKUP_TIME_T>(m_Handle.Easy()) == 0;
     if (isLookingUp) {
         m_Handle.Abandon();
@@ -69,6 +69,7 @@ TransferLoop::End TransferLoop::m_Drive()
 bool TransferLoop::m_Perform()
 {
     int running = 0;
+    m_HasBegun = true;
     if (curl_multi_perform(m_Handle.Multi(), &running) != CURLM_OK) {
         m_Code = CURLE_FAILED_INIT;
         return true;

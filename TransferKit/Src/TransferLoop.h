@@ -55,6 +55,7 @@ private:
     Watcher& m_Watcher;
     const Time m_Begin;
     CURLcode m_Code = CURLE_OK;
+    bool m_HasBegun = false;
     bool m_IsConnected = false;
     Time m_ConnectedAt;
     Time m_MovedAt;

@@ -169,6 +169,14 @@ TEST_P(KitBound, ShowsTheResponseAtTheEndOfRedirectsAlone)
     EXPECT_EQ(server.CountOfConnections(), 1U);
 }
 
+TEST_P(KitBound, DoesNotReadTheLongBodyOfARedirect)
+{
+    ScriptedServer server(
+        {{HttpResponse("HTTP/1.1 302 Found", IndexedText(LongLength), {"Location: /b"})}, {Good}});
+    EXPECT_EQ(Watch(Request(server.Url())).received.body, "good");
+    EXPECT_EQ(server.CountOfConnections(), 2U);
+}
+
 TEST_P(KitBound, KeepsWhatIsTheClientsFromAnotherOrigin)
 {
     ScriptedServer other({{Good}});

@@ -144,3 +144,16 @@ TEST_F(KitTransfer, FailsOnceItsSessionIsGone)
         factory->Create()->GetTransfer(Request(server.Url()), nullptr, nullptr, nullptr).success);
     EXPECT_TRUE(server.Requests().empty());
 }
+
+TEST_F(KitTransfer, ThatIsStoppedBeforeItBeginsSendsNothingLater)
+{
+    ScriptedServer server({{HttpResponse("HTTP/1.1 200 OK", "body")}});
+    EXPECT_TRUE(Fetch(session, Request(server.Url())).success);
+    auto factory = session.MakeFactory();
+    const auto handler = factory->Create();
+    factory.reset();
+    EXPECT_FALSE(handler->GetTransfer(Request(server.Url()), nullptr, nullptr, nullptr).success);
+    EXPECT_TRUE(Fetch(session, Request(server.Url())).success);
+    EXPECT_EQ(server.Requests().size(), 2U);
+    EXPECT_EQ(server.CountOfConnections(), 1U);
+}
