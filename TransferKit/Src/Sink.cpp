@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace VORTAN_MW {
@@ -20,8 +21,13 @@ void Sink::Announce(std::uint64_t length)
 {
     // A server that announces more than it sends gets no more than this.
     constexpr std::uint64_t most = std::uint64_t{64} * 1024 * 1024;
-    if (m_Detail.dataBuffer) {
+    if (!m_Detail.dataBuffer) {
+        return;
+    }
+    try {
         m_Detail.dataBuffer->reserve(static_cast<std::size_t>(std::min(length, most)));
+    } catch (const std::bad_alloc&) {
+        // Whether there is room for what really arrives is seen when it does.
     }
 }
 

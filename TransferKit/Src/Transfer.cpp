@@ -104,7 +104,7 @@ void Transfer::m_RunAttempts()
         if (!m_IsWaitDecided) {
             m_Wait = m_NextWait(failure, m_Sink.Delivered() > before);
         }
-        if (!m_Wait) {
+        if (!m_Wait || !failure.mayPass) {
             break;
         }
         m_End(failure.category);
@@ -273,6 +273,9 @@ Failure Transfer::m_Classify(TransferLoop::End end, CURLcode code, CURL* easy, C
 // The response is whole: delivers what the client has not got yet.
 Failure Transfer::m_Finish()
 {
+    if (m_Skip > 0) {  // the same version, and shorter than before
+        return {Category::InvalidResponse, false};
+    }
     const bool isTaken = m_DeliverPendingHeader() && (m_Trailer.empty() || !m_Sink.WantsHeader() ||
                                                       m_Sink.DeliverHeader(m_Trailer));
     return {isTaken ? Category::Success : Category::ClientStopped, false};
@@ -391,8 +394,12 @@ bool Transfer::m_OnResponse(const HeaderCollector& header)
     if (!m_Core.policy.continuation && !IsExpectedEncoding(header)) {
         return m_Fail(Category::InvalidResponse);
     }
+    m_Continuation = Continuation();
     if (header.Status() == 200) {
         m_Continuation.Begin(header);
+    }
+    if (header.Status() == 206 && !HasHeader(m_Detail, "Range")) {
+        return m_Fail(Category::InvalidResponse);  // a part that nobody asked for
     }
     const auto length = header.Count("Transfer-Encoding") == 0
                             ? ParseNumber(header.Value("Content-Length").value_or(""))

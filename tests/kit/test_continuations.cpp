@@ -179,3 +179,35 @@ TEST_P(KitContinue, DoesNotHappenToARangeOfTheClients)
     EXPECT_EQ(course.Category(), Category::ConnectionLost);
     EXPECT_EQ(server.Requests().size(), 1U);
 }
+
+TEST_P(KitContinue, DoesNotHappenToAPageThatTellsOfAFailure)
+{
+    // The first attempt promises a version that the second one knows nothing of.
+    ScriptedServer server(
+        {{std::string("HTTP/1.1 200 OK\r\n") + Tagged + "\r\n", Then::Close},
+         {"HTTP/1.1 404 Not Found\r\nContent-Length: 10\r\n\r\n0123", Then::Close},
+         {Part("Content-Range: bytes 4-9/10\r\nContent-Length: 6\r\n", "456789")}});
+    Configuration request = Request(server.Url());
+    request.failOnError = false;
+    const Course course = Watch(request);
+    EXPECT_EQ(course.Category(), Category::ConnectionLost);
+    EXPECT_EQ(server.Requests().size(), 2U);
+}
+
+TEST_P(KitContinue, FailsWhereTheSameVersionHasBecomeShorter)
+{
+    const Course course =
+        AfterCut(Tagged, {HttpResponse("HTTP/1.1 200 OK", "012", {"ETag: \"a\""})});
+    EXPECT_EQ(course.Category(), Category::InvalidResponse);
+}
+
+TEST_P(KitContinue, TakesNoPartForTheWhole)
+{
+    ScriptedServer server({{Part("Content-Range: bytes 0-3/10\r\nContent-Length: 4\r\n", "0123")}});
+    const Course course = Watch(Request(server.Url()));
+    EXPECT_EQ(course.Category(), Category::InvalidResponse);
+    EXPECT_EQ(course.received.body, "");
+    Configuration request = Request(server.Url());
+    request.headers = {{"Range", "bytes=0-3"}};
+    EXPECT_EQ(Watch(request).received.body, "0123");
+}

@@ -155,6 +155,17 @@ TEST_P(KitRetry, EndsWhereTheServerAsksForTooLongAWait)
     }
 }
 
+TEST_P(KitRetry, DoesNotFollowAnAnswerThatBreaksABound)
+{
+    const std::string line = "X-Long: " + std::string(1000, 'x') + "\r\n";
+    ScriptedServer server(
+        {{"HTTP/1.1 503 Busy\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n" + line + line + "\r\n"},
+         {Good}});
+    const Course course = WatchWith(LocalPolicy().SetLongestHeader(2000), Request(server.Url()));
+    EXPECT_EQ(course.Category(), Category::TooLarge);
+    EXPECT_EQ(course.observer->Count(Kind::Retry), 0U);
+}
+
 TEST_P(KitRetry, SharesABudgetWithTheOthersOfItsSession)
 {
     ScriptedServer server({{Busy}});
