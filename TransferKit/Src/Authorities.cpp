@@ -3,6 +3,7 @@
 #include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -14,6 +15,19 @@ namespace VORTAN_MW {
 namespace KIT {
 
 namespace {
+
+// OpenSSL decodes a certificate's extensions when they are first needed. Here no other thread waits
+// for that, or does it at the same time.
+void DecodeExtensions(X509_STORE* store)
+{
+    const STACK_OF(X509_OBJECT)* const objects = X509_STORE_get0_objects(store);
+    for (int n = 0; n < sk_X509_OBJECT_num(objects); ++n) {
+        if (X509* const certificate = X509_OBJECT_get0_X509(sk_X509_OBJECT_value(objects, n))) {
+            constexpr int anyPurpose = -1;
+            X509_check_purpose(certificate, anyPurpose, 0);
+        }
+    }
+}
 
 // Whether an SSL_CTX of libcurl's is one that the kit's OpenSSL can work on.
 bool CurlUsesThisOpenSsl()
@@ -76,6 +90,7 @@ void Authorities::m_Load()
     const bool hasFile = m_File.empty() || X509_STORE_load_file(m_Store.get(), m_File.c_str()) == 1;
     const bool hasFolder =
         m_Folder.empty() || X509_STORE_load_path(m_Store.get(), m_Folder.c_str()) == 1;
+    DecodeExtensions(m_Store.get());
     ERR_clear_error();
     if (!hasFile || !hasFolder) {
         throw std::runtime_error("The certificate authorities cannot be read: " +
