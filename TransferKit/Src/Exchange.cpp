@@ -80,7 +80,10 @@ void Exchange::m_SetHeaders()
         for (const auto& [name, value] : m_Request.detail.headers) {
             // libcurl takes "Name:" for the wish to leave a header out.
             const bool isEmpty = value.find_first_not_of(" \t") == std::string::npos;
-            Append(m_Lines, isEmpty ? name + ";" : name + ": " + value);
+            std::string line = name;
+            line += isEmpty ? ";" : ": ";
+            line += isEmpty ? "" : value;
+            Append(m_Lines, line);
         }
         if (m_Request.options.hasCredentials) {
             SetOption<CURLOPT_HTTPAUTH>(easy, static_cast<long>(CURLAUTH_BASIC));
