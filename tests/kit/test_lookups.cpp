@@ -140,6 +140,16 @@ TEST_F(KitLookup, LeavesOnlySoManyThreadsBehind)
     EXPECT_EQ(Names().LetGo(), most);
 }
 
+TEST_F(KitLookup, DoesNotHoldUpTheEndOfItsSession)
+{
+    auto own = std::make_unique<KIT::HttpSession>(
+        LocalPolicy().SetAttempts(1).SetConnecting(milliseconds(100)));
+    EXPECT_EQ(Watch(*own, Request("http://slow.invalid/")).Category(), Category::TimedOut);
+    ASSERT_TRUE(Names().WaitFor(1));
+    own.reset();
+    EXPECT_EQ(Names().LetGo(), 1);
+}
+
 TEST_F(KitLookup, MakesRoomWhenItEnds)
 {
     constexpr int most = KIT::HandlePool::MostLookups;

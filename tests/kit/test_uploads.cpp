@@ -1,5 +1,6 @@
 // A file is uploaded without being held in memory.
 
+#include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,6 +9,7 @@
 #include <stdexcept>
 
 #include "CaughtLog.h"
+#include "Gate.h"
 #include "IndexedBytes.h"
 #include "KitClient.h"
 #include "ScriptedServer.h"
@@ -107,6 +109,36 @@ TEST_F(KitUpload, FailsWithoutAFileThatCanBeReadAgain)
         EXPECT_EQ(Upload(server.Url(), path), Category::UploadFailed) << path;
     }
     EXPECT_EQ(server.CountOfConnections(), 0U);
+}
+
+TEST_F(KitUpload, GoesThroughTheAgent)
+{
+    const std::string path = File(LongLength);
+    ScriptedServer server(
+        {{HttpResponse("HTTP/1.1 307 Temporarily", "", {"Location: /b"})}, {Good}});
+    for (const bool segmented : {false, true}) {
+        for (const HttpMethod method : {HttpMethod::EhttpPut, HttpMethod::EhttpPost}) {
+            Gate over;
+            bool success = false;
+            const auto agent = AsyncTransferAgentManager::Create();
+            auto job = std::make_unique<Job>();
+            job->url = server.Url();
+            job->method = method;
+            job->segmented = segmented;
+            job->headerCallback = [](std::unique_ptr<ITransferHandler::Bytes>, void*) {};
+            job->completeCallback = [&](const ITransferHandler::Result& result, void*) {
+                success = result.success;
+                over.Open();
+            };
+            session.AttachUpload(*job, path);
+            agent->RequestTransfer(std::move(job));
+            ASSERT_TRUE(over.Wait());
+            EXPECT_TRUE(success);
+            EXPECT_EQ(server.Requests().back().method,
+                      method == HttpMethod::EhttpPut ? "PUT" : "POST");
+            EXPECT_TRUE(server.Requests().back().body == IndexedText(LongLength));
+        }
+    }
 }
 
 TEST_F(KitUpload, ReplacesWhatTheAgentChecks)
