@@ -76,6 +76,8 @@ Authorities::Authorities(const Policy& policy)
     }
     if (CurlUsesThisOpenSsl()) {
         m_Load();
+    } else if (policy.authorityFolder.empty() && !m_File.empty()) {
+        m_Folder.clear();  // libcurl's own choice; not every TLS library knows folders
     }
 }
 
@@ -100,11 +102,14 @@ void Authorities::m_Load()
 
 void Authorities::ApplyTo(CURL* easy) const
 {
-    const auto nameOf = [this](const std::string& path) {
-        return m_Store || path.empty() ? nullptr : path.c_str();
-    };
-    SetOption<CURLOPT_CAINFO>(easy, nameOf(m_File));
-    SetOption<CURLOPT_CAPATH>(easy, nameOf(m_Folder));
+    const bool hasFile = !m_Store && !m_File.empty();
+    SetOption<CURLOPT_CAINFO>(easy, hasFile ? m_File.c_str() : nullptr);
+    if (!m_Store && !m_Folder.empty()) {
+        SetOption<CURLOPT_CAPATH>(easy, m_Folder.c_str());
+    } else {
+        // A TLS library that knows no folders refuses even to have none.
+        curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+    }
     if (m_Store) {
         SetOption<CURLOPT_SSL_CTX_FUNCTION>(easy, &s_UseStore);
         SetOption<CURLOPT_SSL_CTX_DATA>(easy, m_Store.get());

@@ -105,11 +105,14 @@ void Exchange::m_SetTls()
 {
     CURL* const easy = m_Handle.Easy();
     const Policy& policy = m_Request.policy;
+    if (m_Request.hop.url.scheme != "https") {
+        return;
+    }
     m_Request.authorities.ApplyTo(easy);
     SetOption<CURLOPT_SSLVERSION>(easy, policy.lowestTlsVersion == TlsVersion::Tls13
                                             ? long{CURL_SSLVERSION_TLSv1_3}
                                             : long{CURL_SSLVERSION_TLSv1_2});
-    if (m_Request.hop.isForeign || m_Request.hop.url.scheme != "https") {
+    if (m_Request.hop.isForeign) {
         return;
     }
     if (!policy.pinnedKey.empty()) {
