@@ -39,6 +39,19 @@ Function* Real(Function*, const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+// The range of an option's number says as which type libcurl reads the argument.
+CURLcode Forward(CURL* easy, CURLoption option, va_list arguments)
+{
+    const auto set = Real(&curl_easy_setopt, "curl_easy_setopt");
+    if (option >= CURLOPTTYPE_OFF_T) {
+        return set(easy, option, va_arg(arguments, curl_off_t));
+    }
+    if (option >= CURLOPTTYPE_OBJECTPOINT) {
+        return set(easy, option, va_arg(arguments, void*));
+    }
+    return set(easy, option, va_arg(arguments, long));
+}
+
 }  // namespace
 
 void* operator new(std::size_t size)
@@ -122,17 +135,9 @@ CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...)
     if (s_Calls.Fails()) {
         return CURLE_OUT_OF_MEMORY;
     }
-    const auto set = Real(&curl_easy_setopt, "curl_easy_setopt");
     va_list arguments;
     va_start(arguments, option);
-    CURLcode code = CURLE_OK;
-    if (option >= CURLOPTTYPE_OFF_T) {
-        code = set(easy, option, va_arg(arguments, curl_off_t));
-    } else if (option >= CURLOPTTYPE_OBJECTPOINT) {
-        code = set(easy, option, va_arg(arguments, void*));
-    } else {
-        code = set(easy, option, va_arg(arguments, long));
-    }
+    const CURLcode code = Forward(easy, option, arguments);
     va_end(arguments);
     return code;
 }
