@@ -90,3 +90,6 @@ private:
 // "HTTP/1.1 200 OK" with a Content-Length and further header lines, each without its line end.
 std::string HttpResponse(const std::string& statusLine, const std::string& body,
                          const std::vector<std::string>& lines = {});
+
+// A response that succeeds.
+inline const std::string Good = HttpResponse("HTTP/1.1 200 OK", "good");

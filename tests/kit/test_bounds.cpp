@@ -48,8 +48,6 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Each, KitBound, Ways(), NameOfWay);
 
-const std::string Good = HttpResponse("HTTP/1.1 200 OK", "good");
-
 std::string Chunked(const std::string& body, const std::string& trailer = "")
 {
     std::string response = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";

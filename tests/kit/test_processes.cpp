@@ -26,8 +26,6 @@ int InChild(const Act& act)
     return status;
 }
 
-const std::string Good = HttpResponse("HTTP/1.1 200 OK", "good");
-
 }  // namespace
 
 TEST(KitFork, LeavesTheParentsConnectionWhenTheChildDestroysTheSession)

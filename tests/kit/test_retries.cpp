@@ -19,7 +19,6 @@ class KitRetry : public KitPromise
 
 INSTANTIATE_TEST_SUITE_P(Each, KitRetry, Ways(), NameOfWay);
 
-const std::string Good = HttpResponse("HTTP/1.1 200 OK", "good");
 const std::string Busy = HttpResponse("HTTP/1.1 503 Busy", "bad");
 
 KIT::TransferOptions Repeatable()

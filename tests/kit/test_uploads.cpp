@@ -51,8 +51,6 @@ protected:
     KIT::HttpSession session{LocalPolicy()};
 };
 
-const std::string Good = HttpResponse("HTTP/1.1 200 OK", "good");
-
 }  // namespace
 
 TEST_F(KitUpload, SendsTheFile)
