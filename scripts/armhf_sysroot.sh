@@ -9,7 +9,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 packages=(
     libc6-dev libgcc-s1 libstdc++6
-    libboost-dev libcli11-dev libcurl4-openssl-dev libsystemd-dev nlohmann-json3-dev
+    libboost-dev libcli11-dev libcurl4-openssl-dev libssl-dev libsystemd-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev
 )
 sysroot=$1

@@ -23,7 +23,7 @@ fail() {
 packages_for() {
     local build=(
         g++ cmake ninja-build pkg-config
-        libboost-dev libcli11-dev libcurl4-openssl-dev libsystemd-dev nlohmann-json3-dev
+        libboost-dev libcli11-dev libcurl4-openssl-dev libssl-dev libsystemd-dev nlohmann-json3-dev
         ca-certificates # libcurl only recommends them, and refuses every https: URL without
     )
     case $1 in
