@@ -22,12 +22,24 @@ install(EXPORT VortanTransferAgentTargets
     NAMESPACE VortanTransferAgent::
     DESTINATION ${VORTAN_CMAKE_DIR} COMPONENT development)
 
+if(VORTAN_BUILD_KIT)
+    install(EXPORT VortanTransferKitTargets
+        NAMESPACE VortanTransferAgent::
+        DESTINATION ${VORTAN_CMAKE_DIR} COMPONENT development)
+endif()
+
 install(DIRECTORY examples
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/vortantransferagent COMPONENT development)
 
 file(RELATIVE_PATH VORTAN_PC_PREFIX
     ${CMAKE_INSTALL_PREFIX}/${VORTAN_PC_DIR} ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" VORTAN_PC_PREFIX ${VORTAN_PC_PREFIX})
-configure_file(cmake/vortantransferagent.pc.in ${PROJECT_BINARY_DIR}/vortantransferagent.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/vortantransferagent.pc
-    DESTINATION ${VORTAN_PC_DIR} COMPONENT development)
+set(modules vortantransferagent)
+if(VORTAN_BUILD_KIT)
+    list(APPEND modules vortantransferkit)
+endif()
+foreach(module IN LISTS modules)
+    configure_file(cmake/${module}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${module}.pc
+        DESTINATION ${VORTAN_PC_DIR} COMPONENT development)
+endforeach()

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# build_client.sh cmake|pkg-config COMPILER STANDARD LIBRARIES SOURCES WORK [RUN...]: builds a client
-# of the package whose libraries are in the folder LIBRARIES, and has it transfer a file. RUN is what
-# runs it; otherwise there is nothing in the environment to help. CXXFLAGS and LDFLAGS are heeded.
+# build_client.sh cmake|pkg-config COMPILER STANDARD LIBRARIES MODULE SOURCES WORK [RUN...]: builds a
+# client of the package whose libraries are in the folder LIBRARIES, and has it transfer a file. MODULE
+# is the library's name for pkg-config. RUN is what runs the client; otherwise there is nothing in the
+# environment to help. CXXFLAGS and LDFLAGS are heeded.
 set -euo pipefail
-tool=$1 compiler=$2 standard=$3 libraries=$4 sources=$5 work=$6
-run=("${@:7}")
+tool=$1 compiler=$2 standard=$3 libraries=$4 module=$5 sources=$6 work=$7
+run=("${@:8}")
 ((${#run[@]} > 0)) || run=(env -i)
 
 with_cmake() {
@@ -19,12 +20,12 @@ with_pkg_config() {
     export PKG_CONFIG_PATH="$libraries/pkgconfig"
     local flags
     read -ra flags < <(
-        echo "${CXXFLAGS:-} $(pkg-config --cflags --libs vortantransferagent) ${LDFLAGS:-}"
+        echo "${CXXFLAGS:-} $(pkg-config --cflags --libs "$module") ${LDFLAGS:-}"
     )
     mkdir -p "$work"
     "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror "$sources"/*.cpp \
         -o "$work/client" "${flags[@]}" \
-        "-Wl,-rpath,$(pkg-config --variable=libdir vortantransferagent)"
+        "-Wl,-rpath,$(pkg-config --variable=libdir "$module")"
 }
 
 rm -rf "$work"

@@ -1,19 +1,27 @@
 #!/usr/bin/env bash
-# build_parent.sh add_subdirectory|FetchContent COMPILER CHECKOUT WORK: a project with a checkout of the
-# library as a part of it gets the library alone, without its tests and its program; its own client of
-# the library is built and transfers a file.
+# build_parent.sh add_subdirectory|FetchContent ON|OFF COMPILER CHECKOUT WORK: a project with a checkout
+# of the library as a part of it gets the library, with or without the transfer kit, but not the tests
+# and the program; its own clients of the libraries are built and transfer a file.
 set -euo pipefail
-method=$1 compiler=$2 checkout=$3 work=$4
+method=$1 kit=$2 compiler=$3 checkout=$4 work=$5
+clients=(client)
+[[ $kit == OFF ]] || clients+=(kit_client)
 
 rm -rf "$work"
 cmake -S "$checkout/tests/package/parent" -B "$work" -G Ninja -DMETHOD="$method" -DCHECKOUT="$checkout" \
-    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Debug
+    -DVORTAN_BUILD_KIT="$kit" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Debug
 
 echo "It has no tests and no programs but its own:"
 ctest --test-dir "$work" --show-only | grep -x 'Total Tests: 0'
-programs=$(ninja -C "$work" -t targets all | sed -n 's/: CXX_EXECUTABLE_LINKER_.*//p')
-diff --label expected --label built <(echo client) <(echo "$programs")
+programs=$(ninja -C "$work" -t targets all | sed -n 's/: CXX_EXECUTABLE_LINKER_.*//p' | LC_ALL=C sort)
+diff --label expected --label built <(printf '%s\n' "${clients[@]}") <(echo "$programs")
+if [[ $kit == OFF ]] && ninja -C "$work" -t targets all | grep -i transferkit; then
+    echo "The kit is a part of it."
+    exit 1
+fi
 
 cmake --build "$work"
 head -c 1234567 /dev/urandom >"$work/source"
-env -i "$work/client" "$work/source"
+for client in "${clients[@]}"; do
+    env -i "$work/$client" "$work/source"
+done

@@ -23,14 +23,16 @@ only() {
     exit 1
 }
 
+# headers FOLDER: those in the folder Inc of that part of the sources.
 headers() {
-    (cd "$sources/TransferAgent/Inc" && printf '%s\n' ./*.h) | LC_ALL=C sort
+    (cd "$sources/$1/Inc" && printf '%s\n' ./*.h) | LC_ALL=C sort
 }
 
 rm -rf "$work"
 lib='lib(/[^/]+-linux-[^/]+)?'
 only runtime "$lib/libvortantransferagent\.so\.0(\.[0-9]+)*"
-only development "$lib/(libvortantransferagent\.so|cmake/.*|pkgconfig/.*)|include/vortantransferagent/[^/]+|share/doc/vortantransferagent/examples/[^/]+"
+only kit "$lib/libvortantransferkit\.so\.0(\.[0-9]+)*"
+only development "$lib/(libvortantransfer(agent|kit)\.so|cmake/.*|pkgconfig/.*)|include/vortantransfer(agent|kit)/[^/]+|share/doc/vortantransferagent/examples/[^/]+"
 only standins "$lib/lib(dlog|QXCurl)\.so\.0(\.[0-9]+)*"
 install_component tools
 
@@ -43,7 +45,8 @@ echo "The program, if it is built, comes with its man page and with what the she
 END
 
 echo "The public headers are installed, and no others:"
-diff <(headers) <(files_in "$work"/development/include/vortantransferagent)
+diff <(headers TransferAgent) <(files_in "$work"/development/include/vortantransferagent)
+diff <(headers TransferKit) <(files_in "$work"/development/include/vortantransferkit)
 
 echo "The components are the whole package:"
 diff <(files_in "$prefix") \

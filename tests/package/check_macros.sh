@@ -1,21 +1,23 @@
 #!/usr/bin/env bash
-# check_macros.sh COMPILER INCLUDE: the headers in the folder INCLUDE define no macro. What they
+# check_macros.sh COMPILER INCLUDE...: the headers in the folders INCLUDE define no macro. What they
 # include from elsewhere is on both sides, so that only their own macros make a difference.
 set -euo pipefail
-compiler=$1 include=$2
+compiler=$1
+folders=("${@:2}")
+mapfile -t headers < <(find "${folders[@]}" -name '*.h')
 
 macros() {
-    "$compiler" -std=c++14 -dM -E "-I$include" -x c++ - | sort
+    "$compiler" -std=c++14 -dM -E "${folders[@]/#/-I}" -x c++ - | sort
 }
 
 of_others() {
-    grep -h '^ *# *include *<' "$include"/*.h | sort -u
+    grep -h '^ *# *include *<' "${headers[@]}" | sort -u
 }
 
 of_all() {
     of_others
     local header
-    for header in "$include"/*.h; do
+    for header in "${headers[@]}"; do
         echo "#include \"$(basename "$header")\""
     done
 }
