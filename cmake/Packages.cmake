@@ -6,6 +6,10 @@ if(NOT VORTAN_PLATFORM STREQUAL "standin")
         "${VORTAN_PLATFORM}): a device image leaves out the package that they are in.")
 endif()
 
+if(NOT VORTAN_BUILD_KIT)
+    message(FATAL_ERROR "Packages hold the transfer kit: VORTAN_BUILD_KIT must be ON.")
+endif()
+
 set(VORTAN_MAINTAINER "Vortan transfer agent maintainers <maintainers@vortan.example>"
     CACHE STRING "Whom the packages name as their maintainer")
 
@@ -23,7 +27,7 @@ set(CPACK_PACKAGE_CONTACT "${VORTAN_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_RELOCATABLE OFF)
 set(CPACK_THREADS 1)  # how data is compressed depends on their number
-set(CPACK_COMPONENTS_ALL runtime development tools standins)
+set(CPACK_COMPONENTS_ALL runtime kit development tools standins)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/layout.cmake)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/complete.cmake)
@@ -51,9 +55,14 @@ the header, the body and the result over to callbacks.")
 set(summary_runtime "library that performs HTTP and file transfers")
 set(this_holds_runtime "This package holds the shared library.")
 
+set(summary_kit "transfer kit of the Vortan transfer agent")
+set(this_holds_kit "This package holds the transfer kit, a library that gives the agent HTTP transfers
+that end, try again, stay within bounds and share their connections.")
+
 set(summary_development "library that performs HTTP and file transfers (development files)")
-set(this_holds_development "This package holds what programs that use the library are built with: its
-headers, the files that CMake and pkg-config find it by, and examples.")
+set(this_holds_development "This package holds what programs that use the library or the transfer kit
+are built with: headers, the files that CMake and pkg-config find them by, and
+examples.")
 
 set(summary_tools "command-line client of the Vortan transfer agent")
 set(this_holds_tools "This package holds vortan-transfer, which fetches URLs and files, and sends
@@ -88,11 +97,17 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SOURCE "${co_installable}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS vortan-standins)
 
+set(CPACK_DEBIAN_KIT_PACKAGE_NAME libvortantransferkit0)
+set(CPACK_DEBIAN_KIT_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_KIT_PACKAGE_SOURCE "${co_installable}")
+set(CPACK_DEBIAN_KIT_PACKAGE_RECOMMENDS vortan-standins)
+
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvortantransferagent-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SOURCE "${co_installable}")
+set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libvortantransferagent0 (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), libboost-dev")
+    "libvortantransferagent0 ${same_version}, libvortantransferkit0 ${same_version}, libboost-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS vortan-standins)
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vortan-transfer)
@@ -116,10 +131,14 @@ set(CPACK_RPM_COMPRESSION_TYPE xz)
 set(CPACK_RPM_RUNTIME_PACKAGE_NAME libvortantransferagent0)
 set(CPACK_RPM_RUNTIME_PACKAGE_GROUP "System/Libraries")
 
+set(CPACK_RPM_KIT_PACKAGE_NAME libvortantransferkit0)
+set(CPACK_RPM_KIT_PACKAGE_GROUP "System/Libraries")
+
 set(CPACK_RPM_DEVELOPMENT_PACKAGE_NAME libvortantransferagent-devel)
 set(CPACK_RPM_DEVELOPMENT_PACKAGE_GROUP "Development/Libraries")
+set(same_version "= ${PROJECT_VERSION}-${CPACK_RPM_PACKAGE_RELEASE}")
 set(CPACK_RPM_DEVELOPMENT_PACKAGE_REQUIRES
-    "libvortantransferagent0 = ${PROJECT_VERSION}-${CPACK_RPM_PACKAGE_RELEASE}, boost-devel")
+    "libvortantransferagent0 ${same_version}, libvortantransferkit0 ${same_version}, boost-devel")
 
 set(CPACK_RPM_TOOLS_PACKAGE_NAME vortan-transfer)
 set(CPACK_RPM_TOOLS_PACKAGE_GROUP "Applications/Internet")
@@ -127,7 +146,7 @@ set(CPACK_RPM_TOOLS_PACKAGE_GROUP "Applications/Internet")
 set(CPACK_RPM_STANDINS_PACKAGE_NAME vortan-standins)
 set(CPACK_RPM_STANDINS_PACKAGE_GROUP "System/Libraries")
 
-foreach(component RUNTIME STANDINS)
+foreach(component RUNTIME KIT STANDINS)
     set(CPACK_RPM_${component}_POST_INSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/ldconfig)
     set(CPACK_RPM_${component}_POST_UNINSTALL_SCRIPT_FILE ${PROJECT_SOURCE_DIR}/packaging/ldconfig)
 endforeach()

@@ -120,13 +120,15 @@ if(kind STREQUAL "DEBIAN")
         ${CPACK_TEMPORARY_DIRECTORY}/standins/usr/share/lintian/overrides/vortan-standins)
     set(library
         "libvortantransferagent 0 libvortantransferagent0 (>= ${CPACK_PACKAGE_VERSION})\n")
+    set(kit "libvortantransferkit 0 libvortantransferkit0 (>= ${CPACK_PACKAGE_VERSION})\n")
     write_control_files(RUNTIME "${library}")
+    write_control_files(KIT "${kit}")
     write_control_files(STANDINS "libdlog 0 vortan-standins\nlibQXCurl 0 vortan-standins\n")
 
     # A device has libraries of its own in the stand-ins' place: no package depends on them.
-    file(WRITE ${work}/shlibs.local "${library}libdlog 0\nlibQXCurl 0\n")
+    file(WRITE ${work}/shlibs.local "${library}${kit}libdlog 0\nlibQXCurl 0\n")
     file(WRITE ${work}/debian/control "")  # dpkg-shlibdeps looks for it
-    foreach(component runtime tools standins)
+    foreach(component runtime kit tools standins)
         string(TOUPPER ${component} COMPONENT)
         depend_on_libraries(${COMPONENT} ${CPACK_TEMPORARY_DIRECTORY}/${component})
     endforeach()

@@ -41,7 +41,7 @@ check_program() {
 
 # check_client LIBRARIES: a client is built with the installed files only, and runs.
 check_client() {
-    local run tool compiler=g++
+    local run tool kind compiler=g++
     run_with "$1"
     if [[ $machine == armhf ]]; then
         compiler=arm-linux-gnueabihf-g++
@@ -49,10 +49,14 @@ check_client() {
         # A cross linker does not look beside the library for what the library needs.
         export LDFLAGS=-Wl,-rpath-link,$1
     fi
-    for tool in cmake pkg-config; do
-        "$tests/package/build_client.sh" "$tool" "$compiler" 17 "$1" "$tests/package/client" \
-            "$work/client-$tool" "${run[@]}" >"$work/log" 2>&1 || wrong "with $tool: $(<"$work/log")"
-        step "A client that finds the library through $tool transfers a file"
+    local -A modules=([client]=vortantransferagent [kit_client]=vortantransferkit)
+    for kind in client kit_client; do
+        for tool in cmake pkg-config; do
+            "$tests/package/build_client.sh" "$tool" "$compiler" 17 "$1" "${modules[$kind]}" \
+                "$tests/package/$kind" "$work/$kind-$tool" "${run[@]}" >"$work/log" 2>&1 ||
+                wrong "${modules[$kind]} with $tool: $(<"$work/log")"
+            step "A client that finds ${modules[$kind]} through $tool transfers a file"
+        done
     done
 }
 

@@ -45,8 +45,8 @@ install_packages() {
 before=$(installed_files)
 
 # A device has libraries of its own in the stand-ins' place.
-install_packages libvortantransferagent0 vortan-transfer
-step "Without the stand-ins, the library and the program are installed"
+install_packages libvortantransferagent0 libvortantransferkit0 vortan-transfer
+step "Without the stand-ins, the libraries and the program are installed"
 dpkg-deb --extract "$packages"/vortan-standins_*_"$architecture.deb" "$work/device"
 check_program "$libraries:$work/device${libraries#"$root"}"
 step "With a device's own libraries, the program transfers a file"
@@ -61,6 +61,6 @@ if manage --remove libvortantransferagent0:"$architecture"; then
 fi
 step "The library cannot be removed from under the packages that need it"
 
-manage --purge {libvortantransferagent0,libvortantransferagent-dev,vortan-transfer,vortan-standins}:"$architecture" ||
+manage --purge {libvortantransferagent0,libvortantransferkit0,libvortantransferagent-dev,vortan-transfer,vortan-standins}:"$architecture" ||
     wrong "cannot remove the packages: $(<"$work/log")"
 check_nothing_is_left "$before"

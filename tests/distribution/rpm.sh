@@ -38,7 +38,7 @@ install_files() {
 # What packages may depend on, in the words of rpm's own reading of the system's libraries.
 provided_by_the_system() {
     find "$base"/{,usr/}lib/"$triplet" -maxdepth 1 -print |
-        grep -E '/(ld-linux.*|lib(c|m|gcc_s|stdc[+][+]|curl|systemd))[.]so[.][0-9]+$' |
+        grep -E '/(ld-linux.*|lib(c|m|gcc_s|stdc[+][+]|curl|ssl|crypto|systemd))[.]so[.][0-9]+$' |
         xargs realpath | sort -u | /usr/lib/rpm/elfdeps --provides
     printf '%s\n' 'rtld(GNU_HASH)' /bin/sh /usr/bin/pkg-config boost-devel
 }
@@ -72,8 +72,8 @@ install_files --justdb "$work"/system/RPMS/*/system-1-1.*.rpm ||
     wrong "cannot install the system: $(<"$work/log")"
 
 # A device has libraries of its own in the stand-ins' place.
-install_packages libvortantransferagent0 vortan-transfer
-step "Without the stand-ins, the library and the program are installed"
+install_packages libvortantransferagent0 libvortantransferkit0 vortan-transfer
+step "Without the stand-ins, the libraries and the program are installed"
 mkdir "$work/device"
 (cd "$work/device" && cmake -E tar xf "$packages"/vortan-standins-*."$architecture.rpm")
 check_program "$libraries:$work/device${libraries#"$root"}"
@@ -89,6 +89,7 @@ if manage --erase --noscripts libvortantransferagent0; then
 fi
 step "The library cannot be removed from under the packages that need it"
 
-manage --erase --noscripts libvortantransferagent0 libvortantransferagent-devel vortan-transfer vortan-standins ||
+manage --erase --noscripts libvortantransferagent0 libvortantransferkit0 libvortantransferagent-devel \
+    vortan-transfer vortan-standins ||
     wrong "cannot remove the packages: $(<"$work/log")"
 check_nothing_is_left "$before"
