@@ -142,6 +142,13 @@ std::string BoundsLine(std::uint32_t fleet, const Bounds& bounds, const Devices&
                 Fixed(100.0 * static_cast<double>(early) / fleet, 1) + " %");
 }
 
+std::string OutageLine(const Outage& outage, const Retrying& retrying)
+{
+    const Recovery recovery = Simulate(outage, retrying.make(outage.devices));
+    return Line(outage.seconds, retrying.name, recovery.meanwhile, Peak(recovery.requests),
+                recovery.seconds);
+}
+
 }  // namespace
 
 void PrintFleets(std::ostream& out, const std::vector<std::uint32_t>& fleets,
@@ -202,5 +209,35 @@ void PrintHours(std::ostream& out, std::uint32_t fleet, const Bounds& bounds,
         out << at / hour << ' '
             << std::accumulate(begin + at, begin + std::min(at + hour, size), std::uint64_t{0})
             << '\n';
+    }
+}
+
+void PrintOutages(std::ostream& out, const std::vector<Outage>& outages,
+                  const std::vector<Retrying>& retryings)
+{
+    PrintHead(out, {"Outage, s", "Tries again", "Requests meanwhile", "Peak afterwards",
+                    "All answered after, s"});
+    Lines lines;
+    for (const Outage& outage : outages) {
+        for (const Retrying& retrying : retryings) {
+            lines.Add(OutageLine, outage, retrying);
+        }
+    }
+    lines.Print(out);
+}
+
+void PrintRecovery(std::ostream& out, const Outage& outage, std::uint32_t seconds,
+                   const std::vector<Retrying>& retryings)
+{
+    std::vector<Counts> columns;
+    for (const Retrying& retrying : retryings) {
+        columns.push_back(Simulate(outage, retrying.make(outage.devices)).requests);
+    }
+    for (std::uint32_t second = 0; second < seconds; ++second) {
+        out << second;
+        for (const Counts& column : columns) {
+            out << ' ' << column.at(second);
+        }
+        out << '\n';
     }
 }

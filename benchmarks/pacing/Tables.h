@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Fleet.h"
+#include "Outage.h"
 
 // What docs/pacing.md shows, as tables in Markdown. The devices of each line are other ones: they
 // come from a function that is given the line's number, and lines are simulated side by side.
@@ -39,3 +40,19 @@ void PrintBounds(std::ostream& out, std::uint32_t fleet, const std::vector<Bound
 // Requests in each hour, "hour requests" in each line, for the drawing of what a wrap does.
 void PrintHours(std::ostream& out, std::uint32_t fleet, const Bounds& bounds,
                 const Devices& devices);
+
+// How the devices of a fleet try again. Makes the waits of one simulated run.
+struct Retrying
+{
+    const char* name;
+    std::function<WaitAfterFailure(std::uint32_t devices)> make;
+};
+
+// The hour after each outage, for each way to try again.
+void PrintOutages(std::ostream& out, const std::vector<Outage>& outages,
+                  const std::vector<Retrying>& retryings);
+
+// For the drawing: "second requests requests ..." for each second after the outage, with one column
+// for each way to try again.
+void PrintRecovery(std::ostream& out, const Outage& outage, std::uint32_t seconds,
+                   const std::vector<Retrying>& retryings);

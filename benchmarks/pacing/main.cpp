@@ -1,5 +1,5 @@
-// Simulates what the random delay does to a server when a whole fleet of devices asks at once, and
-// prints one of the tables of docs/pacing.md.
+// Simulates what a server gets when a whole fleet of devices asks at once, or tries again after an
+// outage, and prints one of the tables of docs/pacing.md.
 
 #include <CLI/CLI.hpp>
 #include <cstdarg>
@@ -76,8 +76,33 @@ void Hours(const DevicesOfLine& devices)
     PrintHours(std::cout, Million, {0, 6 * Million}, devices(0));
 }
 
+constexpr std::uint32_t OutageFleet = Million / 10;
+constexpr std::uint32_t OutageCapacity = 5000;
+
+const std::vector<Retrying> Retryings = {
+    {"after 10 s", [](std::uint32_t) { return FixedDelay(std::chrono::seconds(10)); }},
+    {"after 30 s", [](std::uint32_t) { return FixedDelay(std::chrono::seconds(30)); }},
+    {"after 60 s", [](std::uint32_t) { return FixedDelay(std::chrono::seconds(60)); }},
+    {"as the kit does", [](std::uint32_t devices) { return KitsRule(devices, 1); }},
+};
+
+void Outages(const DevicesOfLine&)
+{
+    PrintOutages(std::cout,
+                 {{OutageFleet, Minute, OutageCapacity},
+                  {OutageFleet, 10 * Minute, OutageCapacity},
+                  {OutageFleet, Hour, OutageCapacity}},
+                 Retryings);
+}
+
+void Seconds(const DevicesOfLine&)
+{
+    PrintRecovery(std::cout, {OutageFleet, 10 * Minute, OutageCapacity}, 10 * Minute, Retryings);
+}
+
 const std::map<std::string, std::function<void(const DevicesOfLine&)>> Tables = {
-    {"fleets", Fleets}, {"rule", Rule}, {"seeds", Seeds}, {"bounds", Limits}, {"hours", Hours}};
+    {"fleets", Fleets}, {"rule", Rule},       {"seeds", Seeds},    {"bounds", Limits},
+    {"hours", Hours},   {"outages", Outages}, {"seconds", Seconds}};
 
 }  // namespace
 
@@ -104,7 +129,8 @@ int main(int argc, char* argv[])
     std::uint32_t origin = 1;
     bool asDevicesDo = false;
     CLI::App app("Simulates a fleet of devices that are asked at once and wait for a random time.");
-    app.add_option("table", table, "What to print: fleets, rule, seeds, bounds or hours")
+    app.add_option("table", table,
+                   "What to print: fleets, rule, seeds, bounds, hours, outages or seconds")
         ->required()
         ->check(CLI::IsMember(Tables));
     app.add_option("--origin", origin, "Where the seeds of the devices begin; 1 if not given");
