@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# simulate_pacing.sh: what the random delay does to a server when a whole fleet of devices asks at once:
-# writes the tables of docs/pacing.md and draws docs/pacing.svg. A few minutes, nearly all of it the
+# simulate_pacing.sh: what the random delay does to a server when a whole fleet of devices asks at once,
+# and the kit's retries when it returns after an outage: writes the tables of docs/pacing.md and draws
+# docs/pacing.svg and docs/outage.svg. A few minutes, nearly all of it the
 # seeding of engines. Every run writes the same, except for the line of the system's random device.
 set -euo pipefail
 # shellcheck source=scripts/common.sh
@@ -62,12 +63,30 @@ plot "$folder/hours" using (\$1/24):2 with lines linecolor 3 title "requests"
 END
 }
 
+draw_outage() {
+    "$program" seconds >"$folder/seconds"
+    gnuplot <<END
+set terminal svg size 800,400 background "white"
+set output "$project/docs/outage.svg"
+set title "100000 devices after an outage of ten minutes, by when they try again"
+set xlabel "seconds after the outage"
+set ylabel "requests a second"
+set logscale y
+set yrange [0.9:200000]
+set key outside bottom center horizontal
+plot "$folder/seconds" using 1:4 with impulses title "after 60 s", \
+     "$folder/seconds" using 1:3 with impulses title "after 30 s", \
+     "$folder/seconds" using 1:5 with steps linewidth 2 title "as the kit does"
+END
+}
+
 ensure_packages build pacing
 (cd "$project" && cmake --preset default -B "$folder" -DVORTAN_BUILD_TESTS=OFF \
     -DVORTAN_BUILD_TOOLS=OFF -DVORTAN_BUILD_PACING=ON \
     -DCMAKE_CXX_COMPILER_LAUNCHER="$(compiler_launcher)" >&2)
 ninja -C "$folder" vortan_pacing >&2
-for table in fleets rule seeds bounds; do
+for table in fleets rule seeds bounds outages; do
     replace_table "$table"
 done
 draw
+draw_outage
