@@ -24,6 +24,7 @@ def spelled_alike(name):
         r"\b((?:long )+|short )(unsigned )?int\b", lambda m: (m[2] or "") + m[1].rstrip(), name
     )
     name = re.sub(" (?=[*&>(])", "", name)
+    name = re.sub(r"\b(\d+)L+\b", r"\1", name)
     nested = "[^<>]"
     for _ in range(4):
         nested = f"(?:[^<>]|<{nested}*>)"
@@ -102,7 +103,11 @@ class Library:
             return False
         while self.parents[element].tag != "abi-instr":
             element = self.parents[element]
-            if element.get("access") == "private" or element.get("name") == "":
+            # clang does not record the access of an enumeration inside a class. abidw tells the
+            # enumerators of those in public headers only.
+            is_enumeration = element.find("enum-decl/enumerator") is not None
+            is_hidden = element.get("access") == "private" and not is_enumeration
+            if is_hidden or element.get("name") == "":
                 return False
         return element.get("name") == NAMESPACE
 
@@ -128,6 +133,7 @@ class Library:
     def operations(self, name, pieces):
         """A destructor takes two slots, but gcc does not tell which: those that are left over."""
         slots = dict.fromkeys(range(self.slots(name)), "destructor")
+        others = []
         for member in (member for piece in pieces for member in piece.findall("member-function")):
             function = member.find("function-decl")
             if member.get("destructor") or not function.get("mangled-name"):
@@ -136,7 +142,8 @@ class Library:
                 slots[int(member.get("vtable-offset"))] = self.operation(function)
             elif member.get("access") != "private":
                 kind = "static" if member.get("static") else "member"
-                yield f"{kind} {self.operation(function)}"
+                others.append(f"{kind} {self.operation(function)}")
+        yield from sorted(others)  # compilers list them in different orders
         yield from (f"slot {slot} {operation}" for slot, operation in sorted(slots.items()))
 
     def layout(self, record):
