@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# measure_footprint.sh: prints the figures of docs/footprint.md: what the library takes of a device,
-# and what other ways to compile it would. Builds everything it measures in build/footprint.
+# measure_footprint.sh: prints the figures of docs/footprint.md: what the library and the transfer kit
+# take of a device, and what other ways to compile the library would. Builds everything it measures in build/footprint.
 set -euo pipefail
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -20,12 +20,12 @@ build_variant() {
     ninja -C "$folder" vortan_footprint vortan_instructions >>"$folder.log"
 }
 
-# The size of the library of a variant, stripped, and its relocations: all, and those without a symbol.
+# print_size MACHINE VARIANT [LIBRARY]: the size of the variant's library, stripped, and its relocations:
+# all, and those without a symbol.
 print_size() {
-    local folder=$work/$1-$2 strip=strip relocations
+    local folder=$work/$1-$2 library=${3:-TransferAgent/libvortantransferagent} strip=strip relocations
     [[ $1 == armhf ]] && strip=arm-linux-gnueabihf-strip
-    "$strip" --strip-unneeded -o "$folder/stripped" \
-        "$folder/TransferAgent/libvortantransferagent.so.$version"
+    "$strip" --strip-unneeded -o "$folder/stripped" "$folder/$library.so.$version"
     relocations=$(readelf --relocs --wide "$folder/stripped" | grep -E '^[0-9a-f]+ ')
     printf ' %9d %6d %6d' "$(stat --format %s "$folder/stripped")" \
         "$(wc -l <<<"$relocations")" "$(grep -c RELATIVE <<<"$relocations")"
@@ -96,8 +96,11 @@ mkdir -p "$work"
 print_alternatives
 for machine in armhf amd64; do
     build_variant "$machine" shipped
+    ninja -C "$work/$machine-shipped" vortantransferkit >>"$work/$machine-shipped.log"
     printf '\n%s as it ships:' "$machine"
     print_size "$machine" shipped
+    printf '\n%s, the transfer kit:' "$machine"
+    print_size "$machine" shipped TransferKit/libvortantransferkit
     printf '\n'
 done
 print_memory
