@@ -16,7 +16,9 @@ class [[gnu::visibility("default")]] TransferOptions
 {
 public:
     TransferOptions();
+    /// The observer is shared, everything else copied. Throws std::bad_alloc.
     TransferOptions(const TransferOptions& other);
+    /// Like the copy constructor. If it throws, nothing has changed.
     TransferOptions& operator=(const TransferOptions& other);
     ~TransferOptions();
 
@@ -72,6 +74,7 @@ public:
     /// A transfer is free within 100 ms of that, unless a callback of the client's or a file-system
     /// call is running. Throws std::bad_alloc.
     std::unique_ptr<ITransferHandlerFactory> MakeFactory();
+    /// The same with options, which are copied.
     std::unique_ptr<ITransferHandlerFactory> MakeFactory(const TransferOptions& options);
 
     /// Has a request upload a regular file, which is read as it is sent. Call it last, when the

@@ -28,14 +28,15 @@ enum class Category : std::uint32_t
     UploadFailed = 14,      ///< the file to upload could not be read, or became shorter
     Cancelled = 15,         ///< by the agent, or by destroying the session or the factory
     ClientStopped = 16,     ///< a callback refused a chunk or threw
-    OutOfMemory = 17,
-    Internal = 18,  ///< libcurl reports a failure that fits nowhere else
+    OutOfMemory = 17,       ///< there was not enough memory
+    Internal = 18,          ///< libcurl reports a failure that fits nowhere else
 };
 
 /// How a transfer ended, or why an attempt failed. Belongs to the event that holds it.
 class [[gnu::visibility("default")]] TransferOutcome
 {
 public:
+    /// The reason; Success if there was no failure.
     Category GetCategory() const;
     /// The last HTTP status that the server gave, 0 if it gave none.
     long GetHttpStatus() const;
@@ -72,6 +73,7 @@ public:
         End = 6,         ///< the last event of a transfer
     };
 
+    /// What has happened.
     Kind GetKind() const;
     /// Counted from 1.
     std::uint32_t GetAttempt() const;

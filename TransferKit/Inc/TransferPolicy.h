@@ -12,8 +12,8 @@ namespace KIT {
 /// The oldest version of TLS that a transfer may use. The numbers are part of the interface.
 enum class TlsVersion : std::uint32_t
 {
-    Tls12 = 12,
-    Tls13 = 13,
+    Tls12 = 12,  ///< TLS 1.2
+    Tls13 = 13,  ///< TLS 1.3
 };
 
 /// What the transfers of a session may take, and where they may go. Every value has a default that
@@ -31,7 +31,9 @@ class [[gnu::visibility("default")]] TransferPolicy
 {
 public:
     TransferPolicy();
+    /// Copies every value. Throws std::bad_alloc.
     TransferPolicy(const TransferPolicy& other);
+    /// Like the copy constructor. If it throws, nothing has changed.
     TransferPolicy& operator=(const TransferPolicy& other);
     ~TransferPolicy();
 
