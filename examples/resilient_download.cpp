@@ -1,8 +1,9 @@
-// resilient_download URL: prints a download that is resumed where its connection broke off, gives
-// up on a silent server, and ends at once on Ctrl-C. Exits with 0 if all of it arrived, with 130 if
-// it was cancelled, and otherwise prints why it failed.
+// resilient_download URL: prints a download that is tried again and goes on where its connection
+// broke off, gives up on a silent server, and ends at once on Ctrl-C. Exits with 0 if all of it
+// arrived, with 130 if it was cancelled, and otherwise prints why it failed.
 
 #include <AsyncTransferAgentManager.h>
+#include <HttpSession.h>
 
 #include <atomic>
 #include <chrono>
@@ -12,27 +13,26 @@
 #include <memory>
 #include <string>
 
-#include "ResilientHandler.h"
-
 using namespace VORTAN_MW;
 
 namespace {
 
 std::atomic<bool> interrupted{false};
 
-// The log says more.
-std::string WhyItFailed(const ITransferHandler::Result& result)
+//! [observer]
+// Keeps the sentence that says how the transfer ended.
+struct Watch : KIT::ITransferObserver
 {
-    const long status = result.httpCode ? *result.httpCode : 0;
-    return status == 0    ? "no answer from the server"
-           : status < 400 ? "it broke off, HTTP status " + std::to_string(status)
-                          : "HTTP status " + std::to_string(status);
-}
+    void OnEvent(const KIT::TransferEvent& event) override
+    {
+        if (event.GetKind() == KIT::TransferEvent::Kind::End) {
+            sentence = event.GetOutcome().GetSentence();
+        }
+    }
 
-bool IsOver(const std::future<ITransferHandler::Result>& future, std::chrono::milliseconds patience)
-{
-    return future.wait_for(patience) == std::future_status::ready;
-}
+    std::string sentence;
+};
+//! [observer]
 
 }  // namespace
 
@@ -43,17 +43,19 @@ int main(int argc, char** argv)
         return 2;
     }
     std::signal(SIGINT, [](int) { interrupted = true; });
-    std::promise<ITransferHandler::Result> over;
-    auto agent = AsyncTransferAgentManager::Create();
+    std::promise<bool> over;
+    //! [request]
+    KIT::TransferPolicy policy;  // its defaults suit a device on the Internet
+    policy.SetSchemes({"http", "https"}).SetSilence(std::chrono::seconds(10));
+    KIT::HttpSession session(policy);  // one for all transfers of a program
+    const auto watch = std::make_shared<Watch>();
 
+    auto agent = AsyncTransferAgentManager::Create();
     auto request = std::make_unique<ITransferAgentManager::TransferConfiguration>();
     request->url = argv[1];
-    //! [request]
-    ResilientLimits limits;
-    limits.silence = std::chrono::seconds(10);
-    request->handlerFactory = std::make_unique<ResilientHandlerFactory>(limits);
-    //! [request]
+    request->handlerFactory = session.MakeFactory(KIT::TransferOptions().SetObserver(watch));
     request->segmented = true;
+    //! [request]
     request->dataCallback = [](const std::unique_ptr<ITransferHandler::Bytes>& chunk, void*) {
         if (chunk) {
             std::cout.write(reinterpret_cast<const char*>(chunk->data()),
@@ -62,30 +64,31 @@ int main(int argc, char** argv)
         }
     };
     request->completeCallback = [&](ITransferHandler::Result result, void*) {
-        over.set_value(std::move(result));
+        over.set_value(result.success);
     };
     const std::uint64_t handle = agent->RequestTransfer(std::move(request));
     if (handle == ITransferAgentManager::InvalidHandle) {
         std::cerr << "the request was refused, the log says why\n";
         return 1;
     }
-    std::future<ITransferHandler::Result> future = over.get_future();
-    while (!interrupted && !IsOver(future, std::chrono::milliseconds(50))) {
+    std::future<bool> future = over.get_future();
+    while (!interrupted &&
+           future.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
     }
     //! [cancel]
     agent->CancelTransfer(handle);  // true if it was still in progress
     agent.reset();                  // does not have to wait for the server
     //! [cancel]
-    if (!IsOver(future, std::chrono::milliseconds(0))) {
+    if (future.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready) {
         return 130;
     }
-    const ITransferHandler::Result result = future.get();
-    if (!result.success) {
-        std::cerr << "the download failed: " << WhyItFailed(result) << '\n';
+    const bool succeeded = future.get();
+    if (!succeeded) {
+        std::cerr << watch->sentence << '\n';
     }
     if (!std::cout.flush()) {
         std::cerr << "cannot write to standard output\n";
         return 1;
     }
-    return result.success ? 0 : 1;
+    return succeeded ? 0 : 1;
 }

@@ -310,6 +310,12 @@ class DownloadMany(ExampleTest):
 
 
 class ResilientDownload(ExampleTest):
+    def assert_fails_with(self, sentence, url):
+        """Prints only the kit's sentence, and that on standard error."""
+        result = self.run_client(url)
+        self.assertEqual((result.status, result.output), (TRANSFER_FAILED, b""))
+        self.assertEqual(result.errors, sentence + " (host 127.0.0.1).\n")
+
     def test_a_full_output_is_a_failure(self):
         self.assert_tells_that_nothing_can_be_written(self.serve("/a"))
 
@@ -322,15 +328,28 @@ class ResilientDownload(ExampleTest):
             start = int(asked[len("bytes=") : -1])
             headers = [("ETag", '"a"'), ("Content-Length", len(BODY) - start)]
             if start > 0:
-                headers += [("Content-Range", "bytes %d-%d/*" % (start, len(BODY) - 1))]
+                whole = (start, len(BODY) - 1, len(BODY))
+                headers += [("Content-Range", "bytes %d-%d/%d" % whole)]
             request.send_header(206 if start > 0 else 200, headers)
             request.send(BODY[start : start + 500000])
 
         self.server.answers["/a"] = answer
         self.assert_prints(BODY, self.server.url("/a"))
 
+    def test_a_failure_that_passes_is_tried_again(self):
+        answers = iter([503, 503])
+
+        def answer(request):
+            status = next(answers, 200)
+            request.reply(BODY if status == 200 else b"", status=status)
+
+        self.server.answers["/a"] = answer
+        self.assert_prints(BODY, self.server.url("/a"))
+
     def test_a_missing_page_is_a_failure(self):
-        self.assert_fails("the download failed: HTTP status 404", self.server.url("/missing"))
+        self.assert_fails_with(
+            "The server answered with HTTP status 404", self.server.url("/missing")
+        )
 
     def test_a_refused_request_is_a_failure(self):
         self.assert_fails("the request was refused, the log says why", "")
@@ -341,6 +360,59 @@ class ResilientDownload(ExampleTest):
         self.wait_for(running.process.stdout, BODY[:1])
         running.interrupt()
         self.assertEqual(running.finish().status, INTERRUPTED)
+
+
+class OwnHandler(ExampleTest):
+    def pipe(self):
+        path = self.path("pipe")
+        os.mkfifo(path)
+        return path
+
+    def test_what_is_written_is_printed(self):
+        path = self.pipe()
+        running = self.start(path)
+        written = BODY[:50000]  # fits into the pipes between here and there
+        with open(path, "wb") as pipe:
+            pipe.write(written)
+        result = running.finish()
+        self.assertEqual(result.status, SUCCEEDED)
+        self.assertTrue(result.output == written)
+
+    def test_it_waits_for_more_until_the_pipe_is_closed(self):
+        path = self.pipe()
+        running = self.start(path)
+        with open(path, "wb", buffering=0) as pipe:
+            for part in (b"one", b"two"):
+                pipe.write(part)
+                self.wait_for(running.process.stdout, part)
+        self.assertEqual(running.finish().status, SUCCEEDED)
+
+    def test_a_full_output_is_a_failure(self):
+        path = self.pipe()
+        with open("/dev/full", "wb") as full:
+            running = self.start(path, stdout=full)
+            with open(path, "wb") as pipe:
+                pipe.write(BODY[:1000])
+            result = running.finish()
+        self.assertEqual(
+            (result.status, result.errors), (TRANSFER_FAILED, "cannot write to standard output\n")
+        )
+
+    def test_a_pipe_that_is_not_there_is_a_failure(self):
+        path = self.path("missing")
+        self.assert_fails("cannot read %s to its end" % path, path)
+
+    def test_a_refused_request_is_a_failure(self):
+        self.assert_fails("the request was refused, the log says why", "")
+
+    def test_ctrl_c_ends_it_though_nobody_writes_any_more(self):
+        path = self.pipe()
+        running = self.start(path)
+        with open(path, "wb", buffering=0) as pipe:
+            pipe.write(b"one")
+            self.wait_for(running.process.stdout, b"one")
+            running.interrupt()
+            self.assertEqual(running.finish().status, INTERRUPTED)
 
 
 if __name__ == "__main__":
