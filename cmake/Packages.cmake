@@ -56,8 +56,9 @@ set(summary_runtime "library that performs HTTP and file transfers")
 set(this_holds_runtime "This package holds the shared library.")
 
 set(summary_kit "transfer kit of the Vortan transfer agent")
-set(this_holds_kit "This package holds the transfer kit, a library that gives the agent HTTP transfers
-that end, try again, stay within bounds and share their connections.")
+set(this_holds_kit "This package holds the transfer kit, a library that gives the agent
+HTTP transfers that end, try again, stay within bounds and share their
+connections.")
 
 set(summary_development "library that performs HTTP and file transfers (development files)")
 set(this_holds_development "This package holds what programs that use the library or the transfer kit
