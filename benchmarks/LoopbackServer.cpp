@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -77,20 +78,23 @@ bool ReceiveUpload(int connection, const std::string& request)
     return whole;
 }
 
+using Connections = LoopbackServer::Connections;
+
 // "GET /1024 HTTP/1.1": the path is the length of the body, which "GET /-1024 HTTP/1.1" keeps from
-// the client.
-void Answer(int connection)
+// the client. Returns false if there was no request, or the client went away.
+bool Answer(int connection, Connections connections)
 {
     static const std::string block(std::size_t{256} * 1024, 'x');
     const std::string request = ReceiveRequest(connection);
     const std::size_t slash = request.find('/');
     if (slash == std::string::npos || !ReceiveUpload(connection, request)) {
-        return;
+        return false;
     }
     const long long path = std::strtoll(request.c_str() + slash + 1, nullptr, 10);
     auto left = static_cast<unsigned long long>(std::abs(path));
     const std::string length = path < 0 ? "" : "Content-Length: " + std::to_string(left) + "\r\n";
-    const std::string head = "HTTP/1.1 200 OK\r\n" + length + "Connection: close\r\n\r\n";
+    const std::string close = connections == Connections::Closed ? "Connection: close\r\n" : "";
+    const std::string head = "HTTP/1.1 200 OK\r\n" + length + close + "\r\n";
     bool sent = Send(connection, head.data(), head.size(), MSG_MORE);
     while (sent && left > 0) {
         const auto size =
@@ -98,15 +102,26 @@ void Answer(int connection)
         sent = Send(connection, block.data(), size, 0);
         left -= size;
     }
+    return sent;
 }
 
-// One connection at a time: answering a small request takes a fraction of the client's time.
-[[noreturn]] void Serve(int listener)
+void AnswerAll(int connection)
+{
+    while (Answer(connection, Connections::Kept)) {
+    }
+    close(connection);
+}
+
+// One connection at a time: answering a small request takes a fraction of the client's time. Those
+// that are kept have a thread each.
+[[noreturn]] void Serve(int listener, Connections connections)
 {
     for (;;) {
         const int connection = accept(listener, nullptr, nullptr);
-        if (connection >= 0) {
-            Answer(connection);
+        if (connection >= 0 && connections == Connections::Kept) {
+            std::thread(AnswerAll, connection).detach();
+        } else if (connection >= 0) {
+            Answer(connection, connections);
             close(connection);
         }
     }
@@ -114,7 +129,7 @@ void Answer(int connection)
 
 }  // namespace
 
-LoopbackServer::LoopbackServer()
+LoopbackServer::LoopbackServer(Connections connections)
 {
     const int listener = Check(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = {};
@@ -130,7 +145,7 @@ LoopbackServer::LoopbackServer()
     m_Process = Check(fork());
     if (m_Process == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when the parent is ended by a signal
-        Serve(listener);
+        Serve(listener, connections);
     }
     close(listener);
 }

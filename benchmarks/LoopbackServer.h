@@ -11,8 +11,16 @@
 class LoopbackServer
 {
 public:
+    // Whether a connection is closed after its first response, or serves further requests. Those
+    // that are closed are served one at a time.
+    enum class Connections
+    {
+        Closed,
+        Kept
+    };
+
     // Forks: to be constructed while the process has one thread. Throws std::system_error.
-    LoopbackServer();
+    explicit LoopbackServer(Connections connections = Connections::Closed);
     LoopbackServer(const LoopbackServer&) = delete;
     LoopbackServer& operator=(const LoopbackServer&) = delete;
     // Ends the server's process.

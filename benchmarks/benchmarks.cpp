@@ -4,6 +4,7 @@
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
 #include <FileReaderFactory.h>
+#include <HttpSession.h>
 #include <QXCurlEasyHandlerFactory.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
@@ -53,6 +54,8 @@ const std::vector<Comparison> Comparisons = {
     {"dispatch", "thread", "<= 1.3", "-"},
     {"shutdown", "threads", "<= 1.2", "-"},
     {"file", "read", "<= 1.03", "-"},
+    {"kept", "libcurl", "<= 0.7", "-"},
+    {"session", "handler", "<= 1.05", "-"},
 };
 
 // Succeeds at once, without a byte.
@@ -123,6 +126,24 @@ void ThroughAgent(benchmark::State& state, const std::string& url, Factory (*mak
     AgentClient client;
     while (state.KeepRunning()) {
         const bool success = client.Start(url, makeFactory(), mode).Join();
+        Expect(state, success && client.TakeReceived() == size);
+    }
+    CountBytes(state, size);
+}
+
+VORTAN_MW::KIT::TransferPolicy HttpPolicy()
+{
+    return VORTAN_MW::KIT::TransferPolicy().SetSchemes({"http"});
+}
+
+// The first through a session of the transfer kit, segmented.
+void ThroughSession(benchmark::State& state, const std::string& url, std::size_t size)
+{
+    VORTAN_MW::KIT::HttpSession session(HttpPolicy());
+    AgentClient client;
+    while (state.KeepRunning()) {
+        const bool success =
+            client.Start(url, session.MakeFactory(), AgentClient::Mode::Segmented).Join();
         Expect(state, success && client.TakeReceived() == size);
     }
     CountBytes(state, size);
@@ -270,17 +291,26 @@ void FourAtATime(Start start)
     }
 }
 
-void SmallThroughAgent(benchmark::State& state, const std::string& url)
+template <typename MakeFactory>
+void SmallThroughFactories(benchmark::State& state, const std::string& url, MakeFactory makeFactory)
 {
     AgentClient client;
     while (state.KeepRunning()) {
-        FourAtATime([&] {
-            return client.Start(url, Make<VORTAN_MW::CurlEasyHandlerFactory>(),
-                                AgentClient::Mode::Plain);
-        });
+        FourAtATime([&] { return client.Start(url, makeFactory(), AgentClient::Mode::Plain); });
         Expect(state, client.TakeReceived() == SmallRequests * SmallBody);
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
+}
+
+void SmallThroughAgent(benchmark::State& state, const std::string& url)
+{
+    SmallThroughFactories(state, url, Make<VORTAN_MW::CurlEasyHandlerFactory>);
+}
+
+void SmallThroughSession(benchmark::State& state, const std::string& url)
+{
+    VORTAN_MW::KIT::HttpSession session(HttpPolicy());
+    SmallThroughFactories(state, url, [&session] { return session.MakeFactory(); });
 }
 
 void SmallOnThreads(benchmark::State& state, const std::string& url)
@@ -326,6 +356,17 @@ benchmark::internal::Benchmark* Register(const std::string& name, Arguments... a
         ->MeasureProcessCPUTime()
         ->UseRealTime()
         ->Unit(benchmark::kMicrosecond);
+}
+
+// The workloads of the transfer kit. Requests on kept connections go to a server that keeps them.
+void RegisterKit(const LoopbackServer& server, const LoopbackServer& keeping)
+{
+    const std::string large = server.Url(LargeBody);
+    Register("kept/agent", SmallThroughSession, keeping.Url(SmallBody));
+    Register("kept/libcurl", SmallOnThreads, server.Url(SmallBody));
+    Register("session/agent", ThroughSession, large, LargeBody);
+    Register("session/handler", ThroughAgent, large, Make<VORTAN_MW::CurlEasyHandlerFactory>,
+             AgentClient::Mode::Segmented, LargeBody);
 }
 
 void RegisterAll(const LoopbackServer& server, const TemporaryFile& file, const std::string& upload)
@@ -475,6 +516,7 @@ int main(int argc, char* argv[])
 
     setenv("no_proxy", "*", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread so far
     const LoopbackServer server;
+    const LoopbackServer keeping(LoopbackServer::Connections::Kept);
     const double peakOf16MiB = PeakMemoryOfStreaming(server.Url(16 * MiB));
     const double peakOf1GiB = PeakMemoryOfStreaming(server.Url(1024 * MiB));
 
@@ -482,6 +524,7 @@ int main(int argc, char* argv[])
     const TemporaryFile file(LargeBody);
     const std::string upload(LargeBody, 'x');
     RegisterAll(server, file, upload);
+    RegisterKit(server, keeping);
     RatioReporter reporter(Comparisons);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf("\nPeak memory of a process that streams 16 MiB: %.1f MiB, 1 GiB: %.1f MiB\n",
