@@ -3,6 +3,7 @@
 #include <TerminalCharacters.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -11,6 +12,14 @@ namespace VORTAN_MW {
 namespace DLOG {
 
 namespace {
+
+// The length of the printable ASCII with which text begins: of nearly every line it is all.
+std::size_t PlainLength(std::string_view text)
+{
+    const auto isPlain = [](char character) { return character >= ' ' && character <= '~'; };
+    const auto end = std::find_if_not(text.begin(), text.end(), isPlain);
+    return static_cast<std::size_t>(end - text.begin());
+}
 
 // The length of the colour sequence with which text begins, 0 if it does not.
 std::size_t ColourLength(std::string_view text)
@@ -51,7 +60,13 @@ std::string ReadableText(std::string_view text, bool keepColours)
 {
     std::string readable;
     readable.reserve(text.size());
-    while (!text.empty()) {
+    while (true) {
+        const std::size_t plain = PlainLength(text);
+        readable.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return readable;
+        }
         const std::size_t colour = ColourLength(text);
         const auto [size, code] = FirstCharacter(text);
         const std::string_view next = text.substr(0, colour > 0 ? colour : size);
@@ -63,7 +78,6 @@ std::string ReadableText(std::string_view text, bool keepColours)
         }
         text.remove_prefix(next.size());
     }
-    return readable;
 }
 
 std::string LineStart(int priority, std::string_view tag)
