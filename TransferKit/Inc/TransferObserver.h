@@ -52,6 +52,7 @@ private:
     friend class TransferEvent;
     struct Data;
     TransferOutcome();
+    // A later version may own what it shows. NOLINTNEXTLINE(performance-trivially-destructible)
     ~TransferOutcome();
 
     const Data* m_Data = nullptr;
@@ -110,6 +111,7 @@ private:
     friend class EventAccess;
     struct Data;
     TransferEvent();
+    // A later version may own what it shows. NOLINTNEXTLINE(performance-trivially-destructible)
     ~TransferEvent();
 
     const Data* m_Data = nullptr;
