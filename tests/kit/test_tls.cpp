@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
+#include <string>
+#include <thread>
+
 #include "KitClient.h"
 #include "ScopedVariable.h"
 #include "ServerTest.h"
