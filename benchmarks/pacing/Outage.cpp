@@ -105,7 +105,7 @@ Recovery Simulate(const Outage& outage, const WaitAfterFailure& waitAfterFailure
     const std::int64_t end = std::int64_t{outage.seconds} * 1000;
     Recovery recovery;
     recovery.requests.resize(Hour);
-    while (!requests.empty() && requests.top().first < end + Hour * 1000) {
+    while (!requests.empty() && requests.top().first < end + std::int64_t{Hour} * 1000) {
         const auto [when, device] = requests.top();
         requests.pop();
         bool isAnswered = false;
