@@ -59,7 +59,7 @@ check_client "$libraries"
 if manage --remove libvortantransferagent0:"$architecture"; then
     wrong "the library can be removed from under the packages that need it"
 fi
-step "The library cannot be removed from under the packages that need it"
+step "The library stays while a package needs it"
 
 manage --purge {libvortantransferagent0,libvortantransferkit0,libvortantransferagent-dev,vortan-transfer,vortan-standins}:"$architecture" ||
     wrong "cannot remove the packages: $(<"$work/log")"

@@ -87,7 +87,7 @@ check_client "$libraries"
 if manage --erase --noscripts libvortantransferagent0; then
     wrong "the library can be removed from under the packages that need it"
 fi
-step "The library cannot be removed from under the packages that need it"
+step "The library stays while a package needs it"
 
 manage --erase --noscripts libvortantransferagent0 libvortantransferkit0 libvortantransferagent-devel \
     vortan-transfer vortan-standins ||
