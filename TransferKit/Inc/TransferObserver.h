@@ -11,7 +11,7 @@ namespace KIT {
 /// versions may add some.
 enum class Category : std::uint32_t
 {
-    Success = 0,
+    Success = 0,            ///< nothing failed
     InvalidRequest = 1,     ///< the request breaks a rule of the kit; nothing was sent
     NameNotFound = 2,       ///< the host's name could not be resolved
     ConnectionRefused = 3,  ///< the host is there, and nobody listens at the port

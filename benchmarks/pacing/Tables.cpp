@@ -230,6 +230,7 @@ void PrintRecovery(std::ostream& out, const Outage& outage, std::uint32_t second
                    const std::vector<Retrying>& retryings)
 {
     std::vector<Counts> columns;
+    columns.reserve(retryings.size());
     for (const Retrying& retrying : retryings) {
         columns.push_back(Simulate(outage, retrying.make(outage.devices)).requests);
     }
