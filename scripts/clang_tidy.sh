@@ -9,8 +9,10 @@ cd "$project"
 plugin=build/clang/skip_system_headers.so
 sources=("$@")
 if (($# == 0)); then
-    # Once each: the list names a source once for each program that contains it.
-    mapfile -t sources < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json | sort -u)
+    # Once each: the list names a source once for each program that contains it. Generated sources, into
+    # which mistakes are seeded on purpose, are left out.
+    mapfile -t sources < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json |
+        grep -v "^$project/build/" | sort -u)
 fi
 
 clang++-14 -std=c++17 -fno-rtti -fPIC -shared -isystem /usr/lib/llvm-14/include \
