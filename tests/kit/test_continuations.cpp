@@ -22,7 +22,7 @@ protected:
     {
         ScriptedServer server(
             {{"HTTP/1.1 200 OK\r\n" + firstLines + "\r\n0123", Then::Close}, second});
-        const Course course = Watch(Request(server.Url()));
+        Course course = Watch(Request(server.Url()));
         requests = server.Requests();
         return course;
     }
