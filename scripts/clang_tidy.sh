@@ -6,6 +6,8 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$project"
 
+[[ -e build/clang/compile_commands.json ]] ||
+    fail "build/clang is not configured. Run .ci/stages/static-checks, or: cmake --preset clang"
 plugin=build/clang/skip_system_headers.so
 sources=("$@")
 if (($# == 0)); then

@@ -57,6 +57,7 @@ std::optional<Milliseconds> ParseRetryAfter(const std::string& value, std::int64
 JitterSource::JitterSource(std::optional<std::uint64_t> seed) : m_State(seed ? *seed : SystemSeed())
 {}
 
+// SplitMix64: small, and the same on every toolchain, unlike the distributions of <random>.
 Milliseconds JitterSource::Draw(Milliseconds longest)
 {
     std::uint64_t number = 0;
