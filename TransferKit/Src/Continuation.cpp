@@ -112,13 +112,13 @@ Continuation::Verdict Continuation::Judge(const HeaderCollector& header,
     }
 }
 
-// The server answers with a part only if the validator is that of its version, but not every server
-// keeps to that: a validator that is repeated must be the same.
+// A server that ignores If-Range sends a part of whatever version it has. So a part must repeat the
+// ETag. It may leave out Last-Modified, which HTTP then lets servers do.
 Continuation::Verdict Continuation::m_JudgePart(const HeaderCollector& header,
                                                 std::uint64_t delivered) const
 {
-    const bool namesVersion = header.Count(m_IsTag ? "ETag" : "Last-Modified") > 0;
-    if (namesVersion && !m_IsSameVersion(header)) {
+    const bool mustMatch = m_IsTag || header.Count("Last-Modified") > 0;
+    if (mustMatch && !m_IsSameVersion(header)) {
         return Verdict::Changed;
     }
     const auto range = ContentRange::Parse(header.Value("Content-Range").value_or(""));

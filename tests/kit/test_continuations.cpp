@@ -27,9 +27,10 @@ protected:
         return course;
     }
 
-    static std::string Part(const std::string& lines, const std::string& body)
+    static std::string Part(const std::string& lines, const std::string& body,
+                            const std::string& version = "ETag: \"a\"\r\n")
     {
-        return "HTTP/1.1 206 Part\r\n" + lines + "\r\n" + body;
+        return "HTTP/1.1 206 Part\r\n" + version + lines + "\r\n" + body;
     }
 
     std::vector<ScriptedServer::Request> requests;
@@ -109,7 +110,8 @@ TEST_P(KitContinue, NeverMixesTwoVersions)
     const std::string part = "Content-Range: bytes 4-9/10\r\nContent-Length: 6\r\n";
     for (const std::string& second :
          {HttpResponse("HTTP/1.1 200 OK", "abcdefghij", {"ETag: \"b\""}),
-          HttpResponse("HTTP/1.1 200 OK", "abcdefghij"), Part(part + "ETag: \"b\"\r\n", "efghij"),
+          HttpResponse("HTTP/1.1 200 OK", "abcdefghij"), Part(part, "efghij", "ETag: \"b\"\r\n"),
+          Part(part, "efghij", ""),
           Part("Content-Range: bytes 4-10/11\r\nContent-Length: 7\r\n", "efghijk"),
           std::string(
               "HTTP/1.1 416 No\r\nContent-Length: 0\r\nContent-Range: bytes */4\r\n\r\n")}) {
@@ -145,7 +147,8 @@ TEST_P(KitContinue, NoticesThatNothingWasMissing)
 TEST_P(KitContinue, UsesALastModifiedThatIsStrong)
 {
     const std::string modified = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
-    const Answer rest = {Part("Content-Range: bytes 4-9/10\r\nContent-Length: 6\r\n", "456789")};
+    const Answer rest = {
+        Part("Content-Range: bytes 4-9/10\r\nContent-Length: 6\r\n", "456789", "")};
     EXPECT_TRUE(
         AfterCut("Content-Length: 10\r\nDate: Sun, 06 Nov 1994 08:50:37 GMT\r\n" + modified, rest)
             .received.success);
@@ -170,8 +173,7 @@ TEST_P(KitContinue, DoesNotHappenWithoutAStrongValidator)
 TEST_P(KitContinue, DoesNotHappenToARangeOfTheClients)
 {
     ScriptedServer server(
-        {{Part("Content-Range: bytes 0-9/20\r\nContent-Length: 10\r\nETag: \"a\"\r\n", "0123"),
-          Then::Close},
+        {{Part("Content-Range: bytes 0-9/20\r\nContent-Length: 10\r\n", "0123"), Then::Close},
          {HttpResponse("HTTP/1.1 200 OK", "0123456789")}});
     Configuration request = Request(server.Url());
     request.headers = {{"Range", "bytes=0-9"}};

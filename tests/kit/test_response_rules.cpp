@@ -143,18 +143,31 @@ TEST(KitContinuation, TrustsALastModifiedThatIsWellBeforeTheDate)
 TEST(KitContinuation, TakesThePartThatBeginsWhereTheBodyBrokeOff)
 {
     const Continuation continuation = Begun(First);
-    const auto judge = [&](const std::string& range, const std::string& line = "A: b") {
+    const auto judge = [&](const std::string& range, const std::string& line = "ETag: \"a\"") {
         return continuation.Judge(Header("206 Part", {"Content-Range: bytes " + range, line}), 40);
     };
     EXPECT_EQ(judge("40-99/100"), Verdict::Rest);
     EXPECT_EQ(judge("40-99/*"), Verdict::Rest);
-    EXPECT_EQ(judge("40-99/100", "ETag: \"a\""), Verdict::Rest);
     EXPECT_EQ(judge("40-99/100", "ETag: \"b\""), Verdict::Changed);
+    EXPECT_EQ(judge("40-99/100", "A: b"), Verdict::Changed);
     EXPECT_EQ(judge("40-100/101"), Verdict::Changed);
     EXPECT_EQ(judge("39-99/100"), Verdict::Invalid);
     EXPECT_EQ(judge("41-99/100"), Verdict::Invalid);
     EXPECT_EQ(judge("40-98/100"), Verdict::Invalid);
-    EXPECT_EQ(continuation.Judge(Header("206 Part", {}), 40), Verdict::Invalid);
+    EXPECT_EQ(continuation.Judge(Header("206 Part", {"ETag: \"a\""}), 40), Verdict::Invalid);
+}
+
+TEST(KitContinuation, TakesAPartThatLeavesOutItsLastModified)
+{
+    const std::string modified = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT";
+    const Continuation continuation =
+        Begun({modified, "Date: Sun, 06 Nov 1994 08:50:37 GMT", "Content-Length: 100"});
+    const auto judge = [&](const std::string& line) {
+        return continuation.Judge(Header("206 Part", {"Content-Range: bytes 40-99/100", line}), 40);
+    };
+    EXPECT_EQ(judge("A: b"), Verdict::Rest);
+    EXPECT_EQ(judge(modified), Verdict::Rest);
+    EXPECT_EQ(judge("Last-Modified: Sun, 06 Nov 1994 08:49:38 GMT"), Verdict::Changed);
 }
 
 TEST(KitContinuation, TellsTheWholeOfTheSameVersionFromAnother)
