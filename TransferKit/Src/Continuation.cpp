@@ -25,6 +25,13 @@ bool IsStrongDate(const HeaderCollector& header, const std::string& lastModified
     return modified && date && *date - *modified >= clockSkew;
 }
 
+std::optional<std::uint64_t> LengthOfBody(const HeaderCollector& header)
+{
+    return header.Count("Transfer-Encoding") == 0
+               ? ParseNumber(header.Value("Content-Length").value_or(""))
+               : std::nullopt;
+}
+
 }  // namespace
 
 std::optional<std::uint64_t> ParseNumber(const std::string& text)
@@ -83,9 +90,7 @@ void Continuation::Begin(const HeaderCollector& header)
     } else if (header.Count("ETag") == 0 && IsStrongDate(header, modified)) {
         m_Validator = modified;
     }
-    m_Total = header.Count("Transfer-Encoding") == 0
-                  ? ParseNumber(header.Value("Content-Length").value_or(""))
-                  : std::nullopt;
+    m_Total = LengthOfBody(header);
 }
 
 bool Continuation::m_IsSameVersion(const HeaderCollector& header) const
@@ -93,18 +98,29 @@ bool Continuation::m_IsSameVersion(const HeaderCollector& header) const
     return header.Value(m_IsTag ? "ETag" : "Last-Modified").value_or("") == m_Validator;
 }
 
-Continuation::Verdict Continuation::Judge(const HeaderCollector& header,
-                                          std::uint64_t delivered) const
+// Remembers the first length that a response tells. One that tells none contradicts nothing.
+bool Continuation::m_IsSameLength(const std::optional<std::uint64_t>& total)
+{
+    if (!m_Total) {
+        m_Total = total;
+    }
+    return !total || *total == *m_Total;
+}
+
+Continuation::Verdict Continuation::Judge(const HeaderCollector& header, std::uint64_t delivered)
 {
     switch (header.Status()) {
         case 206:
             return m_JudgePart(header, delivered);
         case 200:  // the server does not continue, or has another version
-            return m_IsSameVersion(header) ? Verdict::Whole : Verdict::Changed;
+            return m_IsSameVersion(header) && m_IsSameLength(LengthOfBody(header))
+                       ? Verdict::Whole
+                       : Verdict::Changed;
         case 416: {  // there are no bytes from there on: the body ended where it broke off
             const auto range = ContentRange::Parse(header.Value("Content-Range").value_or(""));
-            const bool isWhole = range && !range->first && range->total == delivered &&
-                                 (!m_Total || *m_Total == delivered);
+            const bool isOther = m_IsTag && header.Count("ETag") > 0 && !m_IsSameVersion(header);
+            const bool isWhole = !isOther && range && !range->first && range->total == delivered &&
+                                 m_IsSameLength(range->total);
             return isWhole ? Verdict::Complete : Verdict::Changed;
         }
         default:
@@ -115,7 +131,7 @@ Continuation::Verdict Continuation::Judge(const HeaderCollector& header,
 // A server that ignores If-Range sends a part of whatever version it has. So a part must repeat the
 // ETag. It may leave out Last-Modified, which HTTP then lets servers do.
 Continuation::Verdict Continuation::m_JudgePart(const HeaderCollector& header,
-                                                std::uint64_t delivered) const
+                                                std::uint64_t delivered)
 {
     const bool mustMatch = m_IsTag || header.Count("Last-Modified") > 0;
     if (mustMatch && !m_IsSameVersion(header)) {
@@ -125,12 +141,11 @@ Continuation::Verdict Continuation::m_JudgePart(const HeaderCollector& header,
     if (!range || range->first != delivered) {
         return Verdict::Invalid;
     }
-    if (m_Total && range->total && *range->total != *m_Total) {
+    if (!m_IsSameLength(range->total)) {
         return Verdict::Changed;
     }
     // A part that ends early would leave a gap that nobody notices.
-    const std::optional<std::uint64_t> total = m_Total ? m_Total : range->total;
-    return !total || *range->last + 1 == *total ? Verdict::Rest : Verdict::Invalid;
+    return m_Total && *range->last + 1 == *m_Total ? Verdict::Rest : Verdict::Invalid;
 }
 
 }  // namespace KIT

@@ -44,12 +44,17 @@ public:
     // For If-Range.
     const std::string& Validator() const { return m_Validator; }
 
-    // What a response to a request for the bytes from delivered on means.
-    Verdict Judge(const HeaderCollector& header, std::uint64_t delivered) const;
+    // What a response to a request for the bytes from delivered on means. Remembers the length of
+    // the whole body where this is the first response to tell it.
+    Verdict Judge(const HeaderCollector& header, std::uint64_t delivered);
+
+    // Length of the whole body, if a response has told it.
+    const std::optional<std::uint64_t>& Total() const { return m_Total; }
 
 private:
     bool m_IsSameVersion(const HeaderCollector& header) const;
-    Verdict m_JudgePart(const HeaderCollector& header, std::uint64_t delivered) const;
+    bool m_IsSameLength(const std::optional<std::uint64_t>& total);
+    Verdict m_JudgePart(const HeaderCollector& header, std::uint64_t delivered);
 
     std::string m_Validator;
     bool m_IsTag = false;

@@ -168,6 +168,7 @@ Failure Transfer::m_Request(const Hop& hop)
     m_Treatment = Treatment::Deliver;
     m_IsHeaderComplete = false;
     m_IsConnectionReported = false;
+    m_IsContinuation = false;
     m_Skip = 0;
     m_Dropped = 0;
     m_PendingHeader.clear();
@@ -276,6 +277,9 @@ Failure Transfer::m_Finish()
     if (m_Skip > 0) {  // the same version, and shorter than before
         return {Category::InvalidResponse, false};
     }
+    if (m_IsShort()) {
+        return {Category::ConnectionLost, true};
+    }
     const bool isTaken = m_DeliverPendingHeader() && (m_Trailer.empty() || !m_Sink.WantsHeader() ||
                                                       m_Sink.DeliverHeader(m_Trailer));
     return {isTaken ? Category::Success : Category::ClientStopped, false};
@@ -304,6 +308,20 @@ bool Transfer::m_IsContinuable() const
     const bool isGet = m_Detail.method == Method::Default || m_Detail.method == Method::EhttpGet;
     return isGet && m_HasDelivered() && m_Core.policy.continuation && m_Continuation.IsPossible() &&
            !HasHeader(m_Detail, "Range") && !HasHeader(m_Detail, "If-Range");
+}
+
+// Of the first response libcurl checks the length itself. Of a further one it knows the part's own
+// length at most, and that may not be what Content-Range says.
+bool Transfer::m_IsBeyondTheEnd(std::size_t length) const
+{
+    const auto& total = m_Continuation.Total();
+    return m_IsContinuation && total && m_Sink.Delivered() + length > *total;
+}
+
+bool Transfer::m_IsShort() const
+{
+    const auto& total = m_Continuation.Total();
+    return m_IsContinuation && total && m_Sink.Delivered() < *total;
 }
 
 Milliseconds Transfer::m_TimeLeft() const
@@ -371,6 +389,7 @@ bool Transfer::m_OnContinuation(const HeaderCollector& header)
                                        static_cast<std::int64_t>(std::time(nullptr)));
         return true;
     }
+    m_IsContinuation = true;
     switch (m_Continuation.Judge(header, m_Sink.Delivered())) {
         case Continuation::Verdict::Rest:
             return true;
@@ -447,6 +466,9 @@ bool Transfer::OnBody(const char* data, std::size_t length)
     const std::uint64_t longest = m_Core.policy.longestBody;
     if (longest > 0 && m_Sink.Delivered() + length > longest) {
         return m_Fail(Category::TooLarge);
+    }
+    if (m_IsBeyondTheEnd(length)) {
+        return m_Fail(Category::InvalidResponse);
     }
     return length == 0 || (m_DeliverPendingHeader() && m_Sink.DeliverBody(data, length));
 }

@@ -53,6 +53,8 @@ private:
     std::optional<Milliseconds> m_NextWait(const Failure& failure, bool delivered);
     bool m_IsRepeatable() const;
     bool m_IsContinuable() const;
+    bool m_IsBeyondTheEnd(std::size_t length) const;
+    bool m_IsShort() const;
     bool m_HasDelivered() const { return m_Sink.WantsBody() && m_Sink.Delivered() > 0; }
     Milliseconds m_TimeLeft() const;
 
@@ -95,7 +97,8 @@ private:
     Treatment m_Treatment = Treatment::Deliver;
     bool m_IsHeaderComplete = false;
     bool m_IsConnectionReported = false;
-    std::uint64_t m_Skip = 0;  // bytes that the client has already
+    bool m_IsContinuation = false;  // the response belongs to the one that the client has
+    std::uint64_t m_Skip = 0;       // bytes that the client has already
     std::uint64_t m_Dropped = 0;
     std::string m_Trailer;
 

@@ -33,6 +33,14 @@ protected:
         return "HTTP/1.1 206 Part\r\n" + version + lines + "\r\n" + body;
     }
 
+    // Further lines and the body of a response with the same version, and without a length.
+    static std::string InAChunk(const std::string& body)
+    {
+        const char length = "0123456789abc"[body.size()];
+        return std::string("ETag: \"a\"\r\nTransfer-Encoding: chunked\r\n\r\n") + length + "\r\n" +
+               body + "\r\n0\r\n\r\n";
+    }
+
     std::vector<ScriptedServer::Request> requests;
 };
 
@@ -198,9 +206,57 @@ TEST_P(KitContinue, DoesNotHappenToAPageThatTellsOfAFailure)
 
 TEST_P(KitContinue, FailsWhereTheSameVersionHasBecomeShorter)
 {
-    const Course course =
-        AfterCut(Tagged, {HttpResponse("HTTP/1.1 200 OK", "012", {"ETag: \"a\""})});
-    EXPECT_EQ(course.Category(), Category::InvalidResponse);
+    EXPECT_EQ(
+        AfterCut(Tagged, {HttpResponse("HTTP/1.1 200 OK", "012", {"ETag: \"a\""})}).Category(),
+        Category::Changed);
+    EXPECT_EQ(AfterCut(Tagged, {"HTTP/1.1 200 OK\r\n" + InAChunk("012")}).Category(),
+              Category::InvalidResponse);
+}
+
+TEST_P(KitContinue, TakesNoByteBeyondTheEnd)
+{
+    const std::string part = "HTTP/1.1 206 Part\r\nContent-Range: bytes 4-9/10\r\n";
+    for (const std::string& second :
+         {part + InAChunk("456789ab"), "HTTP/1.1 200 OK\r\n" + InAChunk("0123456789ab"),
+          part + "ETag: \"a\"\r\nContent-Length: 8\r\n\r\n456789ab"}) {
+        const Course course = AfterCut(Tagged, {second});
+        EXPECT_EQ(course.Category(), Category::InvalidResponse) << second;
+        EXPECT_EQ(course.received.body.find('a'), std::string::npos);
+    }
+}
+
+TEST_P(KitContinue, AsksAgainWhereAPartIsShorterThanItSays)
+{
+    const std::string second = "HTTP/1.1 206 Part\r\nContent-Range: bytes 4-9/10\r\n";
+    for (const std::string& rest :
+         {InAChunk("456"), std::string("ETag: \"a\"\r\nContent-Length: 3\r\n\r\n456")}) {
+        ScriptedServer server(
+            {{std::string("HTTP/1.1 200 OK\r\n") + Tagged + "\r\n0123", Then::Close},
+             {second + rest},
+             {Part("Content-Range: bytes 7-9/10\r\nContent-Length: 3\r\n", "789")}});
+        const Course course = Watch(Request(server.Url()));
+        EXPECT_EQ(course.Category(), Category::Success) << rest;
+        EXPECT_EQ(course.received.body, "0123456789");
+        ASSERT_EQ(server.Requests().size(), 3U);
+        EXPECT_EQ(server.Requests()[2].Value("Range"), "bytes=7-");
+    }
+}
+
+TEST_P(KitContinue, LearnsTheEndFromAPart)
+{
+    const Answer first = {
+        "HTTP/1.1 200 OK\r\nETag: \"a\"\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "4\r\n0123\r\n",
+        Then::Close};
+    const std::string range = "HTTP/1.1 206 Part\r\nContent-Range: bytes ";
+    ScriptedServer growing(
+        {first,
+         {range + "4-9/10\r\nETag: \"a\"\r\nContent-Length: 6\r\n\r\n456", Then::Close},
+         {range + "7-10/11\r\nETag: \"a\"\r\nContent-Length: 4\r\n\r\n789a"}});
+    EXPECT_EQ(Watch(Request(growing.Url())).Category(), Category::Changed);
+    ScriptedServer untold(
+        {first, {range + "4-9/*\r\nETag: \"a\"\r\nContent-Length: 6\r\n\r\n456789"}});
+    EXPECT_EQ(Watch(Request(untold.Url())).Category(), Category::InvalidResponse);
 }
 
 TEST_P(KitContinue, TakesNoPartForTheWhole)

@@ -142,7 +142,7 @@ TEST(KitContinuation, TrustsALastModifiedThatIsWellBeforeTheDate)
 
 TEST(KitContinuation, TakesThePartThatBeginsWhereTheBodyBrokeOff)
 {
-    const Continuation continuation = Begun(First);
+    Continuation continuation = Begun(First);
     const auto judge = [&](const std::string& range, const std::string& line = "ETag: \"a\"") {
         return continuation.Judge(Header("206 Part", {"Content-Range: bytes " + range, line}), 40);
     };
@@ -160,7 +160,7 @@ TEST(KitContinuation, TakesThePartThatBeginsWhereTheBodyBrokeOff)
 TEST(KitContinuation, TakesAPartThatLeavesOutItsLastModified)
 {
     const std::string modified = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT";
-    const Continuation continuation =
+    Continuation continuation =
         Begun({modified, "Date: Sun, 06 Nov 1994 08:50:37 GMT", "Content-Length: 100"});
     const auto judge = [&](const std::string& line) {
         return continuation.Judge(Header("206 Part", {"Content-Range: bytes 40-99/100", line}), 40);
@@ -172,7 +172,7 @@ TEST(KitContinuation, TakesAPartThatLeavesOutItsLastModified)
 
 TEST(KitContinuation, TellsTheWholeOfTheSameVersionFromAnother)
 {
-    const Continuation continuation = Begun(First);
+    Continuation continuation = Begun(First);
     EXPECT_EQ(continuation.Judge(Header("200 OK", {"ETag: \"a\""}), 40), Verdict::Whole);
     EXPECT_EQ(continuation.Judge(Header("200 OK", {"ETag: \"b\""}), 40), Verdict::Changed);
     EXPECT_EQ(continuation.Judge(Header("200 OK", {}), 40), Verdict::Changed);
@@ -181,11 +181,14 @@ TEST(KitContinuation, TellsTheWholeOfTheSameVersionFromAnother)
 
 TEST(KitContinuation, IsCompleteWhereNothingIsMissing)
 {
-    const auto judge = [](const Continuation& continuation, const std::string& range) {
-        return continuation.Judge(Header("416 No Range", {"Content-Range: " + range}), 40);
+    const auto judge = [](Continuation continuation, const std::string& range,
+                          const std::string& line = "A: b") {
+        return continuation.Judge(Header("416 No Range", {"Content-Range: " + range, line}), 40);
     };
     EXPECT_EQ(judge(Begun({"ETag: \"a\""}), "bytes */40"), Verdict::Complete);
     EXPECT_EQ(judge(Begun({"ETag: \"a\""}), "bytes */41"), Verdict::Changed);
     EXPECT_EQ(judge(Begun({"ETag: \"a\""}), ""), Verdict::Changed);
     EXPECT_EQ(judge(Begun(First), "bytes */40"), Verdict::Changed);
+    EXPECT_EQ(judge(Begun({"ETag: \"a\""}), "bytes */40", "ETag: \"b\""), Verdict::Changed);
+    EXPECT_EQ(judge(Begun({"ETag: \"a\""}), "bytes */40", "ETag: \"a\""), Verdict::Complete);
 }
