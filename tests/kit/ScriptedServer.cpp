@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <signal.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,33 +22,6 @@ ScriptedServer::Handler InOrder(std::vector<ScriptedServer::Answer> answers)
     };
 }
 
-void SendAll(int socket, const std::string& bytes)
-{
-    for (std::size_t sent = 0; sent < bytes.size();) {
-        const ssize_t count = send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (count <= 0) {
-            return;
-        }
-        sent += static_cast<std::size_t>(count);
-    }
-}
-
-void WaitForEnd(int socket)
-{
-    char buffer[4096];
-    while (recv(socket, buffer, sizeof buffer, 0) > 0) {
-    }
-}
-
-void DripUntilEnd(int socket)
-{
-    const timeval interval = {0, 2000};
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &interval, sizeof interval);
-    char byte = 0;
-    while (send(socket, "x", 1, MSG_NOSIGNAL) == 1 && recv(socket, &byte, 1, 0) < 0) {
-    }
-}
-
 // Closing then sends a reset instead of an end.
 void MakeCloseReset(int socket)
 {
@@ -54,7 +29,104 @@ void MakeCloseReset(int socket)
     setsockopt(socket, SOL_SOCKET, SO_LINGER, &immediately, sizeof immediately);
 }
 
+// An SSL_CTX of a server; null for one without TLS.
+SSL_CTX* MakeContext(const ScriptedServer::Tls& tls)
+{
+    SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
+    SSL_CTX_set_max_proto_version(context, tls.newestVersion);
+    EXPECT_EQ(SSL_CTX_use_certificate_chain_file(context, tls.server.CertificateFile().c_str()), 1);
+    EXPECT_EQ(SSL_CTX_use_PrivateKey_file(context, tls.server.KeyFile().c_str(), SSL_FILETYPE_PEM),
+              1);
+    if (tls.client) {
+        EXPECT_EQ(SSL_CTX_load_verify_file(context, tls.client->CertificateFile().c_str()), 1);
+        SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    }
+    return context;
+}
+
 }  // namespace
+
+// A client's connection, with or without TLS.
+class ScriptedServer::Wire
+{
+public:
+    Wire(int socket, SSL_CTX* context)
+        : m_Socket(socket), m_Ssl(context ? SSL_new(context) : nullptr, &SSL_free)
+    {
+        if (m_Ssl) {
+            // OpenSSL writes without MSG_NOSIGNAL.
+            sigset_t brokenPipe;
+            sigemptyset(&brokenPipe);
+            sigaddset(&brokenPipe, SIGPIPE);
+            pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+            SSL_set_fd(m_Ssl.get(), socket);
+        }
+    }
+
+    // If the client is refused, it is given the time to read why.
+    bool Accept() const
+    {
+        if (!m_Ssl || SSL_accept(m_Ssl.get()) == 1) {
+            return true;
+        }
+        shutdown(m_Socket, SHUT_WR);
+        char buffer[4096];
+        while (recv(m_Socket, buffer, sizeof buffer, 0) > 0) {
+        }
+        return false;
+    }
+
+    ssize_t Receive(char* buffer, std::size_t length) const
+    {
+        return m_Ssl ? SSL_read(m_Ssl.get(), buffer, static_cast<int>(length))
+                     : recv(m_Socket, buffer, length, 0);
+    }
+
+    bool SendAll(const std::string& bytes) const
+    {
+        if (m_Ssl) {
+            return bytes.empty() ||
+                   SSL_write(m_Ssl.get(), bytes.data(), static_cast<int>(bytes.size())) > 0;
+        }
+        for (std::size_t sent = 0; sent < bytes.size();) {
+            const ssize_t count =
+                send(m_Socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (count <= 0) {
+                return false;
+            }
+            sent += static_cast<std::size_t>(count);
+        }
+        return true;
+    }
+
+    void WaitForEnd() const
+    {
+        char buffer[4096];
+        while (Receive(buffer, sizeof buffer) > 0) {
+        }
+    }
+
+    void DripUntilEnd() const
+    {
+        const timeval interval = {0, 2000};
+        setsockopt(m_Socket, SOL_SOCKET, SO_RCVTIMEO, &interval, sizeof interval);
+        char byte = 0;
+        while (SendAll("x") && Receive(&byte, 1) < 0) {
+        }
+    }
+
+    // So that the end of a body without a length is told from a broken connection.
+    void End() const
+    {
+        if (m_Ssl) {
+            SSL_shutdown(m_Ssl.get());
+        }
+    }
+
+private:
+    const int m_Socket;
+    const std::unique_ptr<SSL, decltype(&SSL_free)> m_Ssl;
+};
 
 std::string ScriptedServer::Request::Value(const std::string& name) const
 {
@@ -87,8 +159,16 @@ ScriptedServer::ScriptedServer(std::vector<Answer> answers)
     : ScriptedServer(InOrder(std::move(answers)))
 {}
 
-ScriptedServer::ScriptedServer(Handler handler)
-    : m_Handler(std::move(handler)), m_Listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+ScriptedServer::ScriptedServer(Handler handler) : ScriptedServer(std::move(handler), nullptr) {}
+
+ScriptedServer::ScriptedServer(Handler handler, const Tls& tls)
+    : ScriptedServer(std::move(handler), MakeContext(tls))
+{}
+
+ScriptedServer::ScriptedServer(Handler handler, SSL_CTX* context)
+    : m_Handler(std::move(handler)),
+      m_Context(context, &SSL_CTX_free),
+      m_Listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -121,7 +201,7 @@ std::string ScriptedServer::Authority() const
 
 std::string ScriptedServer::Url(const std::string& path) const
 {
-    return "http://" + Authority() + path;
+    return (m_Context ? "https://" : "http://") + Authority() + path;
 }
 
 std::vector<ScriptedServer::Request> ScriptedServer::Requests() const
@@ -174,30 +254,38 @@ void ScriptedServer::m_Accept()
 
 void ScriptedServer::m_Serve(int socket, std::size_t number)
 {
+    const Wire wire(socket, m_Context.get());
     std::string pending;
     Request request;
     request.connection = number;
-    while (!m_IsOver && m_ReadRequest(socket, pending, request)) {
-        const Answer answer = m_Answer(request);
-        SendAll(socket, answer.bytes);
-        if (answer.then == Answer::Then::Stall) {
-            WaitForEnd(socket);
-        }
-        if (answer.then == Answer::Then::Drip) {
-            DripUntilEnd(socket);
-        }
-        if (answer.then == Answer::Then::Reset) {
-            MakeCloseReset(socket);
-        }
-        if (answer.then != Answer::Then::Keep) {
+    Answer answer;
+    const bool isAccepted = wire.Accept();
+    while (isAccepted && !m_IsOver && answer.then == Answer::Then::Keep &&
+           s_ReadRequest(wire, pending, request)) {
+        answer = m_Answer(request);
+        wire.SendAll(answer.bytes);
+    }
+    switch (answer.then) {
+        case Answer::Then::Stall:
+            wire.WaitForEnd();
             break;
-        }
+        case Answer::Then::Drip:
+            wire.DripUntilEnd();
+            break;
+        case Answer::Then::Reset:
+            MakeCloseReset(socket);
+            break;
+        case Answer::Then::Close:
+            wire.End();
+            break;
+        case Answer::Then::Keep:
+            break;
     }
     m_Forget(socket);
 }
 
 // False when the client has gone.
-bool ScriptedServer::m_ReadRequest(int socket, std::string& pending, Request& request) const
+bool ScriptedServer::s_ReadRequest(const Wire& wire, std::string& pending, Request& request)
 {
     std::size_t headerEnd = 0;
     std::size_t bodyLength = 0;
@@ -213,7 +301,7 @@ bool ScriptedServer::m_ReadRequest(int socket, std::string& pending, Request& re
             }
         }
         char buffer[65536];
-        const ssize_t count = recv(socket, buffer, sizeof buffer, 0);
+        const ssize_t count = wire.Receive(buffer, sizeof buffer);
         if (count <= 0) {
             return false;
         }

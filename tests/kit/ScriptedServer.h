@@ -1,12 +1,17 @@
 #pragma once
 
+#include <openssl/ssl.h>
+
 #include <atomic>
 #include <functional>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "TlsIdentity.h"
 
 // An HTTP server on a free loopback port that answers each request with exactly the bytes that the
 // test says, whether they are HTTP or not. It runs on threads of its own.
@@ -42,12 +47,21 @@ public:
         Then then = Then::Keep;
     };
 
+    // What a server with TLS has and demands.
+    struct Tls
+    {
+        const TlsIdentity& server;
+        const TlsIdentity* client = nullptr;  // a client must show this identity
+        int newestVersion = TLS1_3_VERSION;
+    };
+
     using Handler = std::function<Answer(const Request&)>;
 
     // Called on the servers' threads, one at a time.
     explicit ScriptedServer(Handler handler);
     // One answer for each request, in order; the last one also for all further requests.
     explicit ScriptedServer(std::vector<Answer> answers);
+    ScriptedServer(Handler handler, const Tls& tls);
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
     ~ScriptedServer();
@@ -70,13 +84,18 @@ private:
         std::thread thread;
     };
 
+    class Wire;
+
+    ScriptedServer(Handler handler, SSL_CTX* context);
+
     void m_Accept();
     void m_Serve(int socket, std::size_t number);
-    bool m_ReadRequest(int socket, std::string& pending, Request& request) const;
+    static bool s_ReadRequest(const Wire& wire, std::string& pending, Request& request);
     Answer m_Answer(Request& request);
     void m_Forget(int socket);
 
     const Handler m_Handler;
+    const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> m_Context;  // null: without TLS
     int m_Listener;
     int m_Port = 0;
     std::atomic<bool> m_IsOver{false};
