@@ -100,8 +100,9 @@ void Authorities::m_Load()
     }
 }
 
-void Authorities::ApplyTo(CURL* easy) const
+void Authorities::ApplyTo(PooledHandle& handle) const
 {
+    CURL* const easy = handle.Easy();
     const bool hasFile = !m_Store && !m_File.empty();
     SetOption<CURLOPT_CAINFO>(easy, hasFile ? m_File.c_str() : nullptr);
     if (!m_Store && !m_Folder.empty()) {
@@ -111,14 +112,15 @@ void Authorities::ApplyTo(CURL* easy) const
         curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
     }
     if (m_Store) {
-        SetOption<CURLOPT_SSL_CTX_FUNCTION>(easy, &s_UseStore);
-        SetOption<CURLOPT_SSL_CTX_DATA>(easy, m_Store.get());
+        handle.Tls().SetStore(m_Store.get());
+        SetOption<CURLOPT_SSL_CTX_FUNCTION>(easy, &s_SetUpContext);
+        SetOption<CURLOPT_SSL_CTX_DATA>(easy, static_cast<void*>(&handle.Tls()));
     }
 }
 
-CURLcode Authorities::s_UseStore(CURL*, void* context, void* store)
+CURLcode Authorities::s_SetUpContext(CURL*, void* context, void* own)
 {
-    SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context), static_cast<X509_STORE*>(store));
+    static_cast<TlsContext*>(own)->ApplyTo(static_cast<SSL_CTX*>(context));
     return CURLE_OK;
 }
 

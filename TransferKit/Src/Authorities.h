@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "HandlePool.h"
 #include "PolicyData.h"
 
 namespace VORTAN_MW {
@@ -21,7 +22,7 @@ public:
     explicit Authorities(const Policy& policy);
 
     // Has the transfer trust these, and no others. The object must outlive the handle's transfers.
-    void ApplyTo(CURL* easy) const;
+    void ApplyTo(PooledHandle& handle) const;
 
     bool AreShared() const { return m_Store != nullptr; }
 
@@ -33,7 +34,7 @@ private:
 
     void m_Load();
 
-    static CURLcode s_UseStore(CURL* easy, void* context, void* store);
+    static CURLcode s_SetUpContext(CURL* easy, void* context, void* own);
 
     std::string m_File;
     std::string m_Folder;

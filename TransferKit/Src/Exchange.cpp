@@ -108,7 +108,7 @@ void Exchange::m_SetTls()
     if (m_Request.hop.url.scheme != "https") {
         return;
     }
-    m_Request.authorities.ApplyTo(easy);
+    m_Request.authorities.ApplyTo(m_Handle);
     SetOption<CURLOPT_SSLVERSION>(easy, policy.lowestTlsVersion == TlsVersion::Tls13
                                             ? long{CURL_SSLVERSION_TLSv1_3}
                                             : long{CURL_SSLVERSION_TLSv1_2});

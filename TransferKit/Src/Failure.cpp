@@ -28,6 +28,7 @@ constexpr Row Rows[] = {
     {CURLE_PEER_FAILED_VERIFICATION, {Category::TlsNotTrusted, false}},
     {CURLE_SSL_PINNEDPUBKEYNOTMATCH, {Category::TlsNotTrusted, false}},
     {CURLE_SSL_ISSUER_ERROR, {Category::TlsNotTrusted, false}},
+    {CURLE_SSL_CLIENTCERT, {Category::TlsFailed, false}},
     {CURLE_SSL_CERTPROBLEM, {Category::TlsFailed, false}},
     {CURLE_SSL_CACERT_BADFILE, {Category::TlsFailed, false}},
     {CURLE_SSL_CIPHER, {Category::TlsFailed, false}},

@@ -23,6 +23,7 @@ PooledHandle::~PooledHandle()
 
 void PooledHandle::Reset()
 {
+    m_Tls.Reset();
     curl_easy_reset(m_Easy.get());
     SetOption<CURLOPT_NOSIGNAL>(m_Easy.get(), 1L);
     SetOption<CURLOPT_QUICK_EXIT>(m_Easy.get(), 1L);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Curl.h"
+#include "TlsContext.h"
 
 namespace VORTAN_MW {
 namespace KIT {
@@ -24,6 +25,7 @@ public:
 
     CURL* Easy() const { return m_Easy.get(); }
     CURLM* Multi() const { return m_Multi.get(); }
+    TlsContext& Tls() { return m_Tls; }
 
     // Takes all options back but those that every request of the kit's has.
     void Reset();
@@ -45,6 +47,7 @@ public:
 private:
     static curl_socket_t s_OpenSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
 
+    TlsContext m_Tls;  // outlives the connections
     const MultiHandle m_Multi;
     const EasyHandle m_Easy;
     bool m_IsAttached = false;

@@ -194,7 +194,7 @@ Failure Transfer::m_Request(const Hop& hop)
     m_NoteTimings();
     m_Easy = nullptr;
     m_HasSent = m_HasSent || GetLong<CURLINFO_REQUEST_SIZE>(handle->Easy()) > 0;
-    const Failure failure = m_Classify(end, loop.Code(), handle->Easy(), exchange.Fault());
+    const Failure failure = m_Classify(end, loop.Code(), *handle, exchange.Fault());
     m_Core.pool.GiveBack(std::move(handle));
     return failure.category == Category::Success && !m_Next ? m_Finish() : failure;
 }
@@ -246,7 +246,8 @@ void Transfer::m_NoteTimings()
     m_Event.uploaded = static_cast<std::uint64_t>(GetOffset<CURLINFO_SIZE_UPLOAD_T>(easy));
 }
 
-Failure Transfer::m_Classify(TransferLoop::End end, CURLcode code, CURL* easy, Category fault)
+Failure Transfer::m_Classify(TransferLoop::End end, CURLcode code, PooledHandle& handle,
+                             Category fault)
 {
     if (m_Sink.HasRefused()) {
         return {Category::ClientStopped, false};
@@ -264,7 +265,9 @@ Failure Transfer::m_Classify(TransferLoop::End end, CURLcode code, CURL* easy, C
         return {Category::TimedOut, m_TimeLeft().count() > 0};
     }
     if (code != CURLE_OK) {
-        return FailureOf(code, GetLong<CURLINFO_OS_ERRNO>(easy));
+        return handle.Tls().IsRefused()
+                   ? Failure{Category::TlsFailed, false}
+                   : FailureOf(code, GetLong<CURLINFO_OS_ERRNO>(handle.Easy()));
     }
     // libcurl is content with a header that was cut short.
     return m_IsHeaderComplete ? Failure{Category::Success, false}

@@ -46,7 +46,7 @@ private:
     PooledHandlePtr m_TakeHandle(const std::string& origin);
     Exchange::Request m_Describe(const Hop& hop) const;
     void m_NoteTimings();
-    Failure m_Classify(TransferLoop::End end, CURLcode code, CURL* easy, Category fault);
+    Failure m_Classify(TransferLoop::End end, CURLcode code, PooledHandle& handle, Category fault);
     Failure m_Finish();
 
     // The next attempt's wait, if there is a next attempt.
