@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <signal.h>
 #include <strings.h>
@@ -60,6 +61,9 @@ public:
             sigaddset(&brokenPipe, SIGPIPE);
             pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
             SSL_set_fd(m_Ssl.get(), socket);
+            // Session tickets go out before a response, which would wait for their receipt.
+            const int on = 1;
+            setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         }
     }
 

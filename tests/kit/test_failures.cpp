@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <new>
+#include <tuple>
 
 #include "KitClient.h"
 #include "ScriptedServer.h"
@@ -130,6 +131,22 @@ CURLUcode curl_url_set(CURLU* url, CURLUPart part, const char* text, unsigned in
                            : Real(&curl_url_set, "curl_url_set")(url, part, text, flags);
 }
 
+// curl_url_get, whose first argument is const in some versions of libcurl only.
+CURLUcode TextOfUrl(void* url, CURLUPart part, char** text,
+                    unsigned int flags) __asm__("curl_url_get");
+
+CURLUcode TextOfUrl(void* url, CURLUPart part, char** text, unsigned int flags)
+{
+    return s_Calls.Fails() ? CURLUE_OUT_OF_MEMORY
+                           : Real(&TextOfUrl, "curl_url_get")(url, part, text, flags);
+}
+
+CURLMsg* curl_multi_info_read(CURLM* multi, int* queued)
+{
+    return s_Calls.Fails() ? nullptr
+                           : Real(&curl_multi_info_read, "curl_multi_info_read")(multi, queued);
+}
+
 CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...)
 {
     if (s_Calls.Fails()) {
@@ -160,54 +177,107 @@ CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...)
 
 namespace {
 
-class KitFailures : public ::testing::TestWithParam<Countdown*>
+// What is transferred while something fails.
+struct Scenario
+{
+    const char* name;
+    HttpMethod method;
+    ScriptedServer::Handler handler;
+    bool isOverTls;
+    std::string body;  // of the response
+};
+
+Answer RedirectOnce(const ScriptedServer::Request& request)
+{
+    return {request.target == "/" ? HttpResponse("HTTP/1.1 307 Temporarily", "", {"Location: /b"})
+                                  : HttpResponse("HTTP/1.1 200 OK", "good", {"ETag: \"a\""})};
+}
+
+Answer BreakOffOnce(const ScriptedServer::Request& request)
+{
+    if (request.Has("Range")) {
+        return {HttpResponse("HTTP/1.1 206 Part", "456789",
+                             {"Content-Range: bytes 4-9/10", "ETag: \"a\""})};
+    }
+    return {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\nETag: \"a\"\r\n\r\n0123", Then::Close};
+}
+
+const Scenario Scenarios[] = {
+    {"Redirect", HttpMethod::EhttpPut, RedirectOnce, false, "good"},
+    {"Continuation", HttpMethod::EhttpGet, BreakOffOnce, false, "0123456789"},
+    {"ContinuationOverTls", HttpMethod::EhttpGet, BreakOffOnce, true, "0123456789"},
+};
+
+using Parameter = std::tuple<Countdown*, Scenario>;
+
+class KitFailures : public ::testing::TestWithParam<Parameter>
 {
 protected:
     struct Ending
     {
         bool success = false;
-        std::size_t length = 0;
+        std::string body;
     };
+
+    KitFailures()
+    {
+        policy = LocalPolicy();
+        if (scenario.isOverTls) {
+            server = std::make_unique<ScriptedServer>(scenario.handler,
+                                                      ScriptedServer::Tls{identity, &identity});
+            policy.SetSchemes({"https"})
+                .SetAuthorityFile(identity.CertificateFile())
+                .SetClientCertificate(identity.CertificateFile(), identity.KeyFile())
+                .SetPinnedKey(identity.Pin());
+        } else {
+            server = std::make_unique<ScriptedServer>(scenario.handler);
+        }
+        session = std::make_unique<KIT::HttpSession>(policy);
+    }
 
     // Performs a transfer of which the number-th thing fails; none if it is 0. Says whether it did.
     bool Perform(long number, Ending& ending)
     {
-        std::size_t length = 0;
+        std::string body;
+        body.reserve(scenario.body.size() + 1);
         ITransferHandler::TransferDetail detail;
         static_cast<Configuration&>(detail) =
-            Request(server.Url(), HttpMethod::EhttpPut, std::string(100, 'x'));
+            Request(server->Url(), scenario.method, std::string(100, 'x'));
         detail.headers = {{"X-Name", "value"}};
         detail.headerCallback = [](std::unique_ptr<ITransferHandler::Bytes>, void*) {
             return true;
         };
-        detail.dataCallback = [&length](std::unique_ptr<ITransferHandler::Bytes> chunk, void*) {
-            length += chunk->size();
+        detail.dataCallback = [&body](std::unique_ptr<ITransferHandler::Bytes> chunk, void*) {
+            body.append(chunk->begin(), chunk->end());
             return true;
         };
         const auto factory = session->MakeFactory();
         const auto handler = factory->Create();
-        Countdown& countdown = *GetParam();
+        Countdown& countdown = *std::get<Countdown*>(GetParam());
         countdown.left = number;
         const ITransferHandler::Result result = handler->DoTransfer(detail);
         const bool hasFailed = number > 0 && countdown.left == 0;
         countdown.left = 0;
-        ending = {result.success, length};
+        ending = {result.success, body};
         return hasFailed;
     }
 
-    // Redirects once.
-    ScriptedServer server{[](const ScriptedServer::Request& request) -> Answer {
-        return {request.target == "/"
-                    ? HttpResponse("HTTP/1.1 307 Temporarily", "", {"Location: /b"})
-                    : HttpResponse("HTTP/1.1 200 OK", "good", {"ETag: \"a\""})};
-    }};
+    const Scenario scenario = std::get<Scenario>(GetParam());
+    const TlsIdentity identity;
+    KIT::TransferPolicy policy;
     const CaughtLog log;
-    std::unique_ptr<KIT::HttpSession> session = std::make_unique<KIT::HttpSession>(LocalPolicy());
+    std::unique_ptr<ScriptedServer> server;
+    std::unique_ptr<KIT::HttpSession> session;
 };
 
-INSTANTIATE_TEST_SUITE_P(Each, KitFailures, ::testing::Values(&s_Allocations, &s_Calls),
-                         [](const ::testing::TestParamInfo<Countdown*>& kind) {
-                             return kind.param == &s_Allocations ? "Allocation" : "Call";
+INSTANTIATE_TEST_SUITE_P(Each, KitFailures,
+                         ::testing::Combine(::testing::Values(&s_Allocations, &s_Calls),
+                                            ::testing::ValuesIn(Scenarios)),
+                         [](const ::testing::TestParamInfo<Parameter>& each) {
+                             const bool isAllocation =
+                                 std::get<Countdown*>(each.param) == &s_Allocations;
+                             return std::string(isAllocation ? "AllocationIn" : "CallIn") +
+                                    std::get<Scenario>(each.param).name;
                          });
 
 }  // namespace
@@ -219,15 +289,17 @@ TEST_P(KitFailures, EndTheTransferAndLeaveTheSessionUsable)
     EXPECT_TRUE(ending.success);
     long failures = 0;
     for (long number = 1;; ++number) {
-        session = std::make_unique<KIT::HttpSession>(LocalPolicy());  // with no handle in its pool
+        session = std::make_unique<KIT::HttpSession>(policy);  // with no handle in its pool
         if (!Perform(number, ending)) {
             break;
         }
         failures += ending.success ? 0 : 1;
-        EXPECT_TRUE(!ending.success || ending.length == 4) << number;
+        EXPECT_EQ(ending.body,
+                  ending.success ? scenario.body : scenario.body.substr(0, ending.body.size()))
+            << number;
         Perform(0, ending);
         EXPECT_TRUE(ending.success) << number;
-        EXPECT_EQ(ending.length, 4U);
+        EXPECT_EQ(ending.body, scenario.body);
     }
     EXPECT_GT(failures, 20);
 }
