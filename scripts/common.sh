@@ -32,7 +32,7 @@ packages_for() {
     test)
         echo "${build[@]}" ccache libgtest-dev libgmock-dev \
             python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin \
-            python3-pyftpdlib openssl curl zsh
+            python3-pyftpdlib openssl curl libcurl3-gnutls zsh
         ;;
     clang) echo ccache clang-14 libbenchmark-dev libclang-rt-14-dev lld-14 llvm-14 ;;
     armhf) echo "${build[@]}" ccache g++-arm-linux-gnueabihf qemu-user-static ;;
