@@ -94,7 +94,8 @@ bool HeaderCollector::m_TakeStatusLine(std::string_view line)
         }
         m_Status = m_Status * 10 + (line[at] - '0');
     }
-    return m_Status >= 100;
+    constexpr long switchingProtocols = 101;  // never asked for: what follows is no HTTP
+    return m_Status >= 100 && m_Status != switchingProtocols;
 }
 
 std::optional<std::string> HeaderCollector::Value(const std::string& name) const

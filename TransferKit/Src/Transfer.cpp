@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <limits>
 #include <utility>
 
 #include "Log.h"
@@ -37,6 +38,18 @@ bool IsExpectedEncoding(const HeaderCollector& header)
         }
     }
     return false;
+}
+
+// Of several lengths, libcurl takes the last one; it ignores what it cannot represent, and what
+// follows a number. Others would see the body end elsewhere.
+bool IsLengthClear(const HeaderCollector& header)
+{
+    if (header.Count("Transfer-Encoding") > 0 || header.Count("Content-Length") == 0) {
+        return true;
+    }
+    const auto length = ParseNumber(header.Value("Content-Length").value_or(""));
+    return length &&
+           *length <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 }
 
 }  // namespace
@@ -343,6 +356,9 @@ bool Transfer::OnHeader(const HeaderCollector& header)
     m_Report(TransferEvent::Kind::Header);
     if (m_Sink.HasRefused()) {
         return false;
+    }
+    if (!IsLengthClear(header)) {
+        return m_Fail(Category::InvalidResponse);
     }
     if (IsRedirect(header.Status()) && header.Count("Location") > 0) {
         return m_OnRedirect(header);

@@ -22,6 +22,17 @@ std::string PartOf(CURLU* url, CURLUPart part, unsigned int flags = 0)
     return code == CURLUE_OK && text ? std::string(text) : std::string();
 }
 
+bool HasPart(CURLU* url, CURLUPart part)
+{
+    char* text = nullptr;
+    const CURLUcode code = curl_url_get(url, part, &text, 0);
+    if (code == CURLUE_OUT_OF_MEMORY) {
+        throw std::bad_alloc();
+    }
+    const CurlText owned(text);
+    return code == CURLUE_OK;
+}
+
 std::string InLowerCase(std::string text)
 {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -55,8 +66,8 @@ std::optional<Url> Describe(CURLU* handle, std::string text)
     url.scheme = InLowerCase(PartOf(handle, CURLUPART_SCHEME));
     url.host = InLowerCase(PartOf(handle, CURLUPART_HOST));
     url.port = PartOf(handle, CURLUPART_PORT, CURLU_DEFAULT_PORT);
-    url.hasCredentials =
-        !PartOf(handle, CURLUPART_USER).empty() || !PartOf(handle, CURLUPART_PASSWORD).empty();
+    // Empty ones are sent, too.
+    url.hasCredentials = HasPart(handle, CURLUPART_USER) || HasPart(handle, CURLUPART_PASSWORD);
     return url.text.empty() ? std::nullopt : std::optional<Url>(std::move(url));
 }
 

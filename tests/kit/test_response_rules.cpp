@@ -86,8 +86,9 @@ TEST(KitHeader, CountsEveryLineAgainstItsBound)
 
 TEST(KitHeader, BeginsWithAStatusLine)
 {
-    for (const char* const line : {"ICY 200 OK\r\n", "HTTP/1.1\r\n", "HTTP/1.1 2x0 OK\r\n",
-                                   "HTTP/1.1 20\r\n", "HTTP/1.1 099 OK\r\n", "\r\n", "A: b\r\n"}) {
+    for (const char* const line :
+         {"ICY 200 OK\r\n", "HTTP/1.1\r\n", "HTTP/1.1 2x0 OK\r\n", "HTTP/1.1 20\r\n",
+          "HTTP/1.1 099 OK\r\n", "HTTP/1.1 101 Switching\r\n", "\r\n", "A: b\r\n"}) {
         HeaderCollector header(1000);
         EXPECT_EQ(Take(header, line), State::Invalid) << line;
     }
