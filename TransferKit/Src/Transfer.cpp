@@ -40,6 +40,12 @@ bool IsExpectedEncoding(const HeaderCollector& header)
     return false;
 }
 
+// The URL without its query, which in a redirect often is a signature that differs each time.
+std::string ResourceOf(const Hop& hop)
+{
+    return hop.url.text.substr(0, hop.url.text.find_first_of("?#"));
+}
+
 // Of several lengths, libcurl takes the last one; it ignores what it cannot represent, and what
 // follows a number. Others would see the body end elsewhere.
 bool IsLengthClear(const HeaderCollector& header)
@@ -408,6 +414,9 @@ bool Transfer::m_OnContinuation(const HeaderCollector& header)
                                        static_cast<std::int64_t>(std::time(nullptr)));
         return true;
     }
+    if (ResourceOf(*m_Hop) != m_Resource) {
+        return m_Fail(Category::Changed);  // its validator says nothing about the first one's
+    }
     m_IsContinuation = true;
     switch (m_Continuation.Judge(header, m_Sink.Delivered())) {
         case Continuation::Verdict::Rest:
@@ -435,6 +444,7 @@ bool Transfer::m_OnResponse(const HeaderCollector& header)
     m_Continuation = Continuation();
     if (header.Status() == 200) {
         m_Continuation.Begin(header);
+        m_Resource = ResourceOf(*m_Hop);
     }
     if (header.Status() == 206 && !HasHeader(m_Detail, "Range")) {
         return m_Fail(Category::InvalidResponse);  // a part that nobody asked for

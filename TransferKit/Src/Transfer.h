@@ -81,6 +81,7 @@ private:
     Sink m_Sink;
     RetryRule m_Retry;
     Continuation m_Continuation;
+    std::string m_Resource;  // that m_Continuation's validator belongs to
     std::unique_ptr<BodySource> m_Body;
     Hop m_First;
 

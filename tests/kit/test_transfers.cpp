@@ -3,13 +3,18 @@
 #include <AsyncTransferAgentManager.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
+#include <fstream>
 #include <future>
+#include <thread>
 
 #include "CaughtLog.h"
 #include "Gate.h"
 #include "IndexedBytes.h"
 #include "KitClient.h"
 #include "LoopbackPort.h"
+#include "Patience.h"
 #include "ScriptedServer.h"
 
 using namespace VORTAN_MW;  // NOLINT(google-build-using-namespace)
@@ -27,6 +32,59 @@ protected:
 // How long a thread that has been told to stop may take. A loaded machine gets more time than the
 // 100 ms that are promised; what is waited for takes minutes.
 constexpr std::chrono::seconds Prompt(5);
+
+// Keeps a listening port so busy that connecting to it takes for ever.
+class FullBacklog
+{
+public:
+    explicit FullBacklog(const LoopbackPort& port) : m_Address(port.Address())
+    {
+        for (int& each : m_Sockets) {
+            each = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+            connect(each, reinterpret_cast<const sockaddr*>(&m_Address), sizeof m_Address);
+        }
+        m_Before = m_CountWaiting();
+    }
+    FullBacklog(const FullBacklog&) = delete;
+    FullBacklog& operator=(const FullBacklog&) = delete;
+    ~FullBacklog()
+    {
+        for (const int each : m_Sockets) {
+            close(each);
+        }
+    }
+
+    // Until one more socket is connecting; false if none does in time.
+    bool WaitForAnother() const
+    {
+        const auto end = std::chrono::steady_clock::now() + Patience;
+        while (m_CountWaiting() <= m_Before) {
+            if (std::chrono::steady_clock::now() >= end) {
+                return false;
+            }
+            std::this_thread::yield();
+        }
+        return true;
+    }
+
+private:
+    // Sockets that have sent a SYN to the port and have no answer, as the kernel lists them.
+    int m_CountWaiting() const
+    {
+        char wanted[32];
+        std::snprintf(wanted, sizeof wanted, ":%04X 02 ", ntohs(m_Address.sin_port));
+        std::ifstream table("/proc/net/tcp");
+        int count = 0;
+        for (std::string line; std::getline(table, line);) {
+            count += line.find(wanted) != std::string::npos ? 1 : 0;
+        }
+        return count;
+    }
+
+    const sockaddr_in m_Address;
+    std::array<int, 4> m_Sockets = {};
+    int m_Before = 0;
+};
 
 // Performs a transfer on another thread and stops it by destroying what made it.
 class StoppedTransfer
@@ -122,6 +180,17 @@ TEST_F(KitTransfer, StopsWhileItWaitsForItsNextAttempt)
     transfer.DestroyFactory();
     transfer.ExpectItToEndAsCancelled();
     EXPECT_EQ(server.Requests().size(), 1U);
+}
+
+TEST_F(KitTransfer, StopsWhileItsConnectionIsNotAccepted)
+{
+    LoopbackPort port;
+    port.Listen();
+    const FullBacklog backlog(port);
+    StoppedTransfer transfer(session, port.Url());
+    ASSERT_TRUE(backlog.WaitForAnother());
+    transfer.DestroyFactory();
+    transfer.ExpectItToEndAsCancelled();
 }
 
 TEST_F(KitTransfer, StopsInATlsHandshakeThatTheServerDoesNotTakePartIn)
