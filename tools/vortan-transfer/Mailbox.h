@@ -38,13 +38,21 @@ public:
     // What is there.
     std::vector<Event> ReceiveAtOnce();
 
-    // Posts WorkerEnded, once, when the calling thread ends.
+    // Posts WorkerEnded when the calling thread has destroyed its thread-local objects, and
+    // libraries have freed what they keep for it. Once for each thread.
     static void PostAtThreadEnd(const std::shared_ptr<Mailbox>& mailbox);
 
+    // Blocks until all threads that called PostAtThreadEnd() have posted. Before exit(), which
+    // takes away what libraries need to free the data of a thread that is still ending.
+    void WaitForThreads();
+
 private:
+    struct ThreadEnd;
+
     std::mutex m_Mutex;
     std::condition_variable m_Posted;
     std::vector<Event> m_Events;  // guarded by m_Mutex
+    std::size_t m_Threads = 0;    // that are to post WorkerEnded; guarded by m_Mutex
 };
 
 }  // namespace VORTAN_TRANSFER

@@ -71,6 +71,7 @@ std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> Transfer::s_MakeFactory(
 {
     const bool hasDelay = request.randomDelay || request.fixedDelay;
     const auto onBegin = [transfer, hasDelay] {
+        Mailbox::PostAtThreadEnd(transfer->m_Mailbox);
         if (hasDelay) {
             transfer->m_Trace.Record(transfer->m_Job, TraceEvent::Kind::Slept);
         }
@@ -103,7 +104,6 @@ Outcome Transfer::OutcomeNow(ExitStatus status, const std::string& cause) const
 // Null stands for a chunk of the other kind.
 void Transfer::m_OnHeader(const Bytes* bytes)
 {
-    Mailbox::PostAtThreadEnd(m_Mailbox);
     // What comes after the body has begun are trailers, which would pass for a part of it.
     if (!bytes || CurrentProgress().received > 0) {
         return;
@@ -123,7 +123,6 @@ void Transfer::m_OnHeader(const Bytes* bytes)
 
 void Transfer::m_OnBody(const Bytes* bytes)
 {
-    Mailbox::PostAtThreadEnd(m_Mailbox);
     if (!bytes) {
         return;
     }
@@ -149,7 +148,6 @@ void Transfer::m_TraceBody(std::uint64_t size)
 
 void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
 {
-    Mailbox::PostAtThreadEnd(m_Mailbox);
     const std::optional<long> status = StatusIn(result);
     // Not every handler fails by itself on an HTTP status that tells of an error.
     const bool isError = m_FailOnError && status && IsErrorStatus(*status);

@@ -165,7 +165,9 @@ void TransferQueue::m_CancelRunning()
 void TransferQueue::m_WaitForWorkers()
 {
     m_Manager.reset();
-    // Some may have ended by themselves just before they were cancelled.
+    // The agent waits only for those that still had a transfer.
+    m_Mailbox->WaitForThreads();
+    // Some transfers may have ended by themselves just before they were cancelled.
     for (const Event& event : m_Mailbox->ReceiveAtOnce()) {
         m_Handle(event);
     }
