@@ -265,6 +265,7 @@ run_tests() {
 use_sanitizer_options() {
     local symbolizer=/usr/lib/llvm-14/bin/llvm-symbolizer
     export ASAN_OPTIONS=external_symbolizer_path=$symbolizer
+    export LSAN_OPTIONS=suppressions=$project/cmake/lsan.supp:print_suppressions=0
     export UBSAN_OPTIONS=print_stacktrace=1:external_symbolizer_path=$symbolizer
     export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:external_symbolizer_path=$symbolizer
     TSAN_OPTIONS+=:suppressions=$project/cmake/tsan.supp
