@@ -3,7 +3,6 @@
 #include <CurlEasyHandlerFactory.h>
 
 #include <array>
-#include <future>
 #include <utility>
 
 #include "AgentClient.h"
@@ -14,9 +13,9 @@ namespace {
 using VORTAN_MW::CurlEasyHandlerFactory;
 using Mode = AgentClient::Mode;
 
-void Finish(std::future<bool>& transfer)
+void Finish(AgentClient::Transfer& transfer)
 {
-    if (transfer.valid() && !transfer.get()) {
+    if (transfer.Joinable() && !transfer.Join()) {
         throw std::runtime_error("The transfer failed");
     }
 }
@@ -30,7 +29,7 @@ public:
 
     std::size_t FetchMany(const std::string& url, std::size_t count) override
     {
-        std::array<std::future<bool>, 4> underWay;
+        std::array<AgentClient::Transfer, 4> underWay;
         for (std::size_t number = 0; number < count; ++number) {
             auto& slot = underWay[number % underWay.size()];
             Finish(slot);
