@@ -11,7 +11,10 @@ using VORTAN_MW::ITransferAgentManager;
 using VORTAN_MW::ITransferHandler;
 using VORTAN_MW::ITransferHandlerFactory;
 
-AgentClient::AgentClient() : m_Agent(AsyncTransferAgentManager::Create()) {}
+AgentClient::AgentClient(std::unique_ptr<ITransferAgentManager> agent) : m_Agent(std::move(agent))
+{}
+
+AgentClient::AgentClient() : AgentClient(AsyncTransferAgentManager::Create()) {}
 
 AgentClient::Transfer AgentClient::Start(const std::string& url,
                                          std::unique_ptr<ITransferHandlerFactory> factory,
@@ -19,7 +22,7 @@ AgentClient::Transfer AgentClient::Start(const std::string& url,
 {
     auto request = std::make_unique<Request>();
     request->url = url;
-    request->method = ITransferHandler::Configuration::HttpMethod::EhttpGet;
+    request->method = HttpMethod::EhttpGet;
     request->handlerFactory = std::move(factory);
     request->segmented = mode == Mode::Segmented;
     return m_Start(std::move(request));
@@ -27,11 +30,11 @@ AgentClient::Transfer AgentClient::Start(const std::string& url,
 
 AgentClient::Transfer AgentClient::Upload(const std::string& url,
                                           std::unique_ptr<ITransferHandlerFactory> factory,
-                                          std::string body)
+                                          std::string body, HttpMethod method)
 {
     auto request = std::make_unique<Request>();
     request->url = url;
-    request->method = ITransferHandler::Configuration::HttpMethod::EhttpPut;
+    request->method = method;
     request->requestBody = std::move(body);
     request->handlerFactory = std::move(factory);
     return m_Start(std::move(request));

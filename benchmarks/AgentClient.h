@@ -48,14 +48,18 @@ public:
         std::shared_ptr<Ending> m_Ending;
     };
 
+    explicit AgentClient(std::unique_ptr<VORTAN_MW::ITransferAgentManager> agent);
+    // Of the library's agent.
     AgentClient();
 
     Transfer Start(const std::string& url,
                    std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory, Mode mode);
 
-    // The same for a plain PUT of the body; what the server answers counts as received.
+    // The same for a plain PUT or POST of the body; what the server answers counts as received.
+    using HttpMethod = VORTAN_MW::ITransferHandler::Configuration::HttpMethod;
     Transfer Upload(const std::string& url,
-                    std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory, std::string body);
+                    std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> factory, std::string body,
+                    HttpMethod method = HttpMethod::EhttpPut);
 
     // The same for a plain transfer that is sent after a while.
     Transfer StartAfter(std::chrono::milliseconds delay,

@@ -27,6 +27,7 @@ int Check(int result)
 }
 
 constexpr char EndOfHead[] = "\r\n\r\n";
+const std::string LastChunk = "\r\n0\r\n\r\n";
 
 // Reads the head of a request, and what has come with it; empty if the client went away.
 std::string ReceiveRequest(int connection)
@@ -56,24 +57,39 @@ bool Send(int connection, const char* data, std::size_t size, int flags)
     return true;
 }
 
-// Receives what a request uploads. The client waits to be told that it may.
+// Receives up to a block, and appends its end to the last bytes so far; 0 if the client went away.
+std::size_t ReceiveBlock(int connection, std::string& last)
+{
+    static std::vector<char> block(std::size_t{256} * 1024);
+    const ssize_t count = recv(connection, block.data(), block.size(), 0);
+    const auto received = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    const std::size_t kept = std::min(received, LastChunk.size());
+    last.append(block.data() + received - kept, kept);
+    last.erase(0, last.size() - std::min(last.size(), LastChunk.size()));
+    return received;
+}
+
+// Receives what a request uploads, announced or chunked. The client waits to be told that it may.
 bool ReceiveUpload(int connection, const std::string& request)
 {
     static const std::string announcement = "Content-Length: ";
-    static std::vector<char> block(std::size_t{256} * 1024);
     const std::size_t announced = request.find(announcement);
-    if (announced == std::string::npos) {
+    const bool isChunked = request.find("Transfer-Encoding: chunked") != std::string::npos;
+    if (announced == std::string::npos && !isChunked) {
         return true;
     }
-    const unsigned long long length =
-        std::strtoull(request.c_str() + announced + announcement.size(), nullptr, 10);
     const std::string proceed = "HTTP/1.1 100 Continue\r\n\r\n";
-    unsigned long long received = request.size() - request.find(EndOfHead) - std::strlen(EndOfHead);
+    const std::size_t body = request.find(EndOfHead) + std::strlen(EndOfHead);
+    const unsigned long long length =
+        isChunked ? 0
+                  : std::strtoull(request.c_str() + announced + announcement.size(), nullptr, 10);
+    unsigned long long received = request.size() - body;
+    std::string last = request.substr(std::max(body, request.size() - LastChunk.size()));
     bool whole = Send(connection, proceed.data(), proceed.size(), 0);
-    while (whole && received < length) {
-        const ssize_t count = recv(connection, block.data(), block.size(), 0);
+    while (whole && (isChunked ? last != LastChunk : received < length)) {
+        const std::size_t count = ReceiveBlock(connection, last);
         whole = count > 0;
-        received += static_cast<unsigned long long>(std::max<ssize_t>(count, 0));
+        received += count;
     }
     return whole;
 }

@@ -101,6 +101,17 @@ bool Get(const std::string& url, curl_write_callback onHeader, curl_write_callba
     return Perform(handle, "Cache-control: no-cache");
 }
 
+std::size_t PerformUpload(CURL* handle, const std::string& body)
+{
+    Upload upload{body};
+    curl_easy_setopt(handle, CURLOPT_READFUNCTION, &ReadUpload);
+    curl_easy_setopt(handle, CURLOPT_READDATA, &upload);
+    curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Ignore);
+    SetConduct(handle);
+    return Perform(handle, "Cache-control: no-cache") ? upload.offset : 0;
+}
+
 }  // namespace
 
 std::size_t StreamWithLibcurl(const std::string& url)
@@ -135,16 +146,19 @@ std::size_t StreamLikeTheWrapper(const std::string& url)
 
 std::size_t UploadWithLibcurl(const std::string& url, const std::string& body)
 {
-    Upload upload{body};
     CURL* const handle = curl_easy_init();
     curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(handle, CURLOPT_READFUNCTION, &ReadUpload);
-    curl_easy_setopt(handle, CURLOPT_READDATA, &upload);
-    curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body.size()));
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Ignore);
-    SetConduct(handle);
-    return Perform(handle, "Cache-control: no-cache") ? upload.offset : 0;
+    return PerformUpload(handle, body);
+}
+
+std::size_t PostWithLibcurl(const std::string& url, const std::string& body)
+{
+    CURL* const handle = curl_easy_init();
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_POST, 1L);
+    curl_easy_setopt(handle, CURLOPT_POSTREDIR, long{CURL_REDIR_POST_ALL});
+    return PerformUpload(handle, body);
 }
 
 std::size_t ReadIntoVector(const std::string& path)

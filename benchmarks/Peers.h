@@ -23,5 +23,8 @@ std::size_t StreamLikeTheWrapper(const std::string& url);
 // is, and returns its size.
 std::size_t UploadWithLibcurl(const std::string& url, const std::string& body);
 
+// The same for a POST, which goes out chunked.
+std::size_t PostWithLibcurl(const std::string& url, const std::string& body);
+
 // read(2) of a file into a vector of the file's size.
 std::size_t ReadIntoVector(const std::string& path);
