@@ -3,6 +3,19 @@
 #include <cstdio>
 #include <utility>
 
+namespace {
+
+constexpr char Row[] = "%-19s %-17s %8s %8s %8s %8s %8s\n";
+
+std::string Ratio(double value, double reference)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f", value / reference);
+    return text;
+}
+
+}  // namespace
+
 RatioReporter::RatioReporter(std::vector<Comparison> comparisons)
     : ConsoleReporter(OO_Tabular), m_Comparisons(std::move(comparisons))
 {}
@@ -21,8 +34,8 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs)
 void RatioReporter::Finalize()
 {
     ConsoleReporter::Finalize();
-    std::printf("\nThe agent's medians as multiples of the peer's:\n%-10s %-20s %8s %8s %8s %8s\n",
-                "workload", "peer", "CPU time", "aim", "rate", "aim");
+    std::printf("\nThe agent's medians as multiples of the peer's:\n");
+    std::printf(Row, "workload", "peer", "CPU time", "floor", "aim", "rate", "aim");
     for (const Comparison& comparison : m_Comparisons) {
         m_Print(comparison);
     }
@@ -35,8 +48,14 @@ void RatioReporter::m_Print(const Comparison& comparison)
     if (agent == m_Medians.end() || peer == m_Medians.end()) {
         return;  // filtered out, or failed
     }
-    std::printf("%-10s %-20s %8.3f %8s %8.3f %8s\n", comparison.workload.c_str(),
-                comparison.peer.c_str(), agent->second.cpu / peer->second.cpu,
-                comparison.cpuAim.c_str(), peer->second.real / agent->second.real,
-                comparison.rateAim.c_str());
+    std::printf(Row, comparison.workload.c_str(), comparison.peer.c_str(),
+                Ratio(agent->second.cpu, peer->second.cpu).c_str(),
+                m_FloorOf(comparison, peer->second).c_str(), comparison.cpuAim.c_str(),
+                Ratio(peer->second.real, agent->second.real).c_str(), comparison.rateAim.c_str());
+}
+
+std::string RatioReporter::m_FloorOf(const Comparison& comparison, const Medians& peer) const
+{
+    const auto floor = m_Medians.find(comparison.workload + "/" + comparison.floor);
+    return floor == m_Medians.end() ? "-" : Ratio(floor->second.cpu, peer.cpu);
 }

@@ -14,6 +14,9 @@ struct Comparison
     // What the agent's CPU time and its rate should be, as multiples of the peer's.
     std::string cpuAim;
     std::string rateAim;
+    // Whose CPU time is the least that the design allows; its multiple of the peer's stands beside
+    // the agent's. Empty if there is none.
+    std::string floor;
 };
 
 // Prints what the console reporter prints, and in the end the ratios of the medians.
@@ -33,6 +36,8 @@ private:
     };
 
     void m_Print(const Comparison& comparison);
+    // "-" if it was not measured.
+    std::string m_FloorOf(const Comparison& comparison, const Medians& peer) const;
 
     std::vector<Comparison> m_Comparisons;
     std::map<std::string, Medians> m_Medians;

@@ -30,6 +30,7 @@
 #include "AgentClient.h"
 #include "LoopbackServer.h"
 #include "Peers.h"
+#include "PlainManager.h"
 #include "RatioReporter.h"
 #include "ThreadEnd.h"
 
@@ -43,21 +44,34 @@ constexpr std::size_t SmallBody = 1024;
 constexpr std::size_t SmallRequests = 64;
 
 const std::vector<Comparison> Comparisons = {
-    {"streamed", "libcurl", "<= 1.02", ">= 0.97"},
-    {"streamed", "libcurl-vectors", "-", "-"},
-    {"vendor", "libcurl", "-", ">= 0.97"},
-    {"plain", "libcurl", "<= 0.7", ">= 0.97"},
-    {"unannounced", "libcurl", "<= 1.05", ">= 0.97"},
-    {"put", "libcurl", "<= 1.15", "-"},
-    {"post", "libcurl", "<= 1.15", "-"},
-    {"small", "libcurl", "<= 1.03", "-"},
-    {"small", "libcurl-detached", "-", "-"},
-    {"dispatch", "thread", "<= 1.3", "-"},
-    {"shutdown", "threads", "<= 1.2", "-"},
-    {"file", "read", "<= 1.03", "-"},
-    {"kept", "libcurl", "<= 0.7", "-"},
-    {"session", "handler", "<= 1.05", "-"},
+    {"streamed", "libcurl", "-", ">= 0.97", "libcurl-vectors"},
+    {"streamed", "libcurl-vectors", "<= 1.02", "-", ""},
+    {"vendor", "libcurl", "-", ">= 0.97", ""},
+    {"plain", "libcurl", "<= 0.7", ">= 0.97", ""},
+    {"unannounced", "libcurl", "<= 1.05", ">= 0.97", ""},
+    {"put", "libcurl", "<= 1.15", "-", ""},
+    {"post", "libcurl", "<= 1.15", "-", ""},
+    {"small", "libcurl", "-", "-", "libcurl-detached"},
+    {"small", "libcurl-detached", "<= 1.05", "-", "protocol"},
+    {"dispatch", "thread", "<= 1.3", "-", "protocol"},
+    {"four", "thread", "<= 1.7", "-", "protocol"},
+    {"shutdown", "threads", "<= 1.2", "-", "protocol"},
+    {"file", "read", "<= 1.03", "-", ""},
+    {"kept", "libcurl", "<= 0.7", "-", ""},
+    {"session", "handler", "<= 1.05", "-", ""},
 };
+
+using Agent = std::unique_ptr<VORTAN_MW::ITransferAgentManager>;
+
+Agent MakeAgent()
+{
+    return VORTAN_MW::AsyncTransferAgentManager::Create();
+}
+
+Agent MakePlainManager()
+{
+    return std::make_unique<PlainManager>();
+}
 
 // Succeeds at once, without a byte.
 class EmptyHandler : public VORTAN_MW::ITransferHandler
@@ -122,9 +136,9 @@ void CountBytes(benchmark::State& state, std::size_t size)
 
 // One transfer of size bytes per iteration.
 void ThroughAgent(benchmark::State& state, const std::string& url, Factory (*makeFactory)(),
-                  AgentClient::Mode mode, std::size_t size)
+                  AgentClient::Mode mode, std::size_t size, Agent (*makeAgent)())
 {
-    AgentClient client;
+    AgentClient client(makeAgent());
     while (state.KeepRunning()) {
         const bool success = client.Start(url, makeFactory(), mode).Join();
         Expect(state, success && client.TakeReceived() == size);
@@ -209,11 +223,11 @@ void LetThemSleep()
 
 // Four transfers wait to be sent. What is measured is the end of their agent: it wakes the workers,
 // which still perform their transfers, and joins them.
-void ShutdownOfAgent(benchmark::State& state)
+void ShutdownOfAgent(benchmark::State& state, Agent (*makeAgent)())
 {
     while (state.KeepRunning()) {
         state.PauseTiming();
-        auto client = std::make_unique<AgentClient>();
+        auto client = std::make_unique<AgentClient>(makeAgent());
         for (std::size_t number = 0; number < Sleepers; ++number) {
             client->StartAfter(std::chrono::hours(1), Make<EmptyHandlerFactory>());
         }
@@ -304,9 +318,10 @@ void FourAtATime(Start start)
 }
 
 template <typename MakeFactory>
-void SmallThroughFactories(benchmark::State& state, const std::string& url, MakeFactory makeFactory)
+void SmallThroughFactories(benchmark::State& state, const std::string& url, MakeFactory makeFactory,
+                           Agent (*makeAgent)() = MakeAgent)
 {
-    AgentClient client;
+    AgentClient client(makeAgent());
     while (state.KeepRunning()) {
         FourAtATime([&] { return client.Start(url, makeFactory(), AgentClient::Mode::Plain); });
         Expect(state, client.TakeReceived() == SmallRequests * SmallBody);
@@ -314,9 +329,9 @@ void SmallThroughFactories(benchmark::State& state, const std::string& url, Make
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
 }
 
-void SmallThroughAgent(benchmark::State& state, const std::string& url)
+void SmallThroughAgent(benchmark::State& state, const std::string& url, Agent (*makeAgent)())
 {
-    SmallThroughFactories(state, url, Make<VORTAN_MW::CurlEasyHandlerFactory>);
+    SmallThroughFactories(state, url, Make<VORTAN_MW::CurlEasyHandlerFactory>, makeAgent);
 }
 
 void SmallThroughSession(benchmark::State& state, const std::string& url)
@@ -360,6 +375,26 @@ void SmallOnDetachedThreads(benchmark::State& state, const std::string& url)
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
 }
 
+// Nothing but the dispatch, with four under way.
+void DispatchFour(benchmark::State& state, Agent (*makeAgent)())
+{
+    AgentClient client(makeAgent());
+    while (state.KeepRunning()) {
+        FourAtATime([&] {
+            return client.Start("nowhere", Make<EmptyHandlerFactory>(), AgentClient::Mode::Plain);
+        });
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
+}
+
+void StartFourThreads(benchmark::State& state)
+{
+    while (state.KeepRunning()) {
+        FourAtATime([] { return std::thread([] {}); });
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(SmallRequests));
+}
+
 // Process CPU time counts every thread. The rate is by the clock on the wall.
 template <typename... Arguments>
 benchmark::internal::Benchmark* Register(const std::string& name, Arguments... arguments)
@@ -378,7 +413,26 @@ void RegisterKit(const LoopbackServer& server, const LoopbackServer& keeping)
     Register("kept/libcurl", SmallOnThreads, server.Url(SmallBody));
     Register("session/agent", ThroughSession, large, LargeBody);
     Register("session/handler", ThroughAgent, large, Make<VORTAN_MW::CurlEasyHandlerFactory>,
-             AgentClient::Mode::Segmented, LargeBody);
+             AgentClient::Mode::Segmented, LargeBody, MakeAgent);
+}
+
+void RegisterDispatch()
+{
+    constexpr std::size_t nothing = 0;
+    const auto plain = AgentClient::Mode::Plain;
+    Register("dispatch/agent", ThroughAgent, "nowhere", Make<EmptyHandlerFactory>, plain, nothing,
+             MakeAgent);
+    Register("dispatch/protocol", ThroughAgent, "nowhere", Make<EmptyHandlerFactory>, plain,
+             nothing, MakePlainManager);
+    Register(
+        "dispatch/thread", OnThread, "nowhere",
+        +[](const std::string&) -> std::size_t { return 0; }, nothing);
+    Register("four/agent", DispatchFour, MakeAgent);
+    Register("four/protocol", DispatchFour, MakePlainManager);
+    Register("four/thread", StartFourThreads);
+    Register("shutdown/agent", ShutdownOfAgent, MakeAgent)->Iterations(Shutdowns);
+    Register("shutdown/protocol", ShutdownOfAgent, MakePlainManager)->Iterations(Shutdowns);
+    Register("shutdown/threads", ShutdownOfThreads)->Iterations(Shutdowns);
 }
 
 void RegisterAll(const LoopbackServer& server, const TemporaryFile& file, const std::string& upload)
@@ -388,36 +442,31 @@ void RegisterAll(const LoopbackServer& server, const TemporaryFile& file, const 
     const std::string large = server.Url(LargeBody);
     const std::string small = server.Url(SmallBody);
     Register("streamed/agent", ThroughAgent, large, Make<CurlEasyHandlerFactory>, Mode::Segmented,
-             LargeBody);
+             LargeBody, MakeAgent);
     Register("streamed/libcurl", OnThread, large, StreamWithLibcurl, LargeBody);
     Register("streamed/libcurl-vectors", OnThread, large, StreamWithLibcurlInVectors, LargeBody);
     Register("vendor/agent", ThroughAgent, large, Make<VORTAN_MW::QXCurlEasyHandlerFactory>,
-             Mode::Segmented, LargeBody);
+             Mode::Segmented, LargeBody, MakeAgent);
     Register("vendor/libcurl", OnThread, large, StreamLikeTheWrapper, LargeBody);
     Register("plain/agent", ThroughAgent, large, Make<CurlEasyHandlerFactory>, Mode::Plain,
-             LargeBody);
+             LargeBody, MakeAgent);
     Register("plain/libcurl", OnThread, large, DownloadWithLibcurl, LargeBody);
     const std::string unannounced = server.UnannouncedUrl(LargeBody);
     Register("unannounced/agent", ThroughAgent, unannounced, Make<CurlEasyHandlerFactory>,
-             Mode::Plain, LargeBody);
+             Mode::Plain, LargeBody, MakeAgent);
     Register("unannounced/libcurl", OnThread, unannounced, DownloadWithLibcurl, LargeBody);
     const std::string target = server.Url(0);
     Register("put/agent", UploadThroughAgent, target, std::cref(upload), HttpMethod::EhttpPut);
     Register("put/libcurl", UploadOnThread, target, std::cref(upload), UploadWithLibcurl);
     Register("post/agent", UploadThroughAgent, target, std::cref(upload), HttpMethod::EhttpPost);
     Register("post/libcurl", UploadOnThread, target, std::cref(upload), PostWithLibcurl);
-    Register("small/agent", SmallThroughAgent, small);
+    Register("small/agent", SmallThroughAgent, small, MakeAgent);
+    Register("small/protocol", SmallThroughAgent, small, MakePlainManager);
     Register("small/libcurl", SmallOnThreads, small);
     Register("small/libcurl-detached", SmallOnDetachedThreads, small);
-    Register("dispatch/agent", ThroughAgent, "nowhere", Make<EmptyHandlerFactory>, Mode::Plain,
-             std::size_t{0});
-    Register(
-        "dispatch/thread", OnThread, "nowhere",
-        +[](const std::string&) -> std::size_t { return 0; }, std::size_t{0});
-    Register("shutdown/agent", ShutdownOfAgent)->Iterations(Shutdowns);
-    Register("shutdown/threads", ShutdownOfThreads)->Iterations(Shutdowns);
+    RegisterDispatch();
     Register("file/agent", ThroughAgent, file.Path(), Make<VORTAN_MW::FileReaderFactory>,
-             Mode::Plain, LargeBody);
+             Mode::Plain, LargeBody, MakeAgent);
     Register("file/read", OnThread, file.Path(), ReadIntoVector, LargeBody);
 }
 
