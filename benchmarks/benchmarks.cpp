@@ -29,10 +29,12 @@
 
 #include "AgentClient.h"
 #include "LoopbackServer.h"
+#include "NginxServer.h"
 #include "Peers.h"
 #include "PlainManager.h"
 #include "RatioReporter.h"
 #include "ThreadEnd.h"
+#include "TrustedAuthority.h"
 
 namespace {
 
@@ -40,6 +42,7 @@ using Factory = std::unique_ptr<VORTAN_MW::ITransferHandlerFactory>;
 
 constexpr std::size_t MiB = std::size_t{1024} * 1024;
 constexpr std::size_t LargeBody = 256 * MiB;
+constexpr std::size_t TlsBody = 240 * MiB;
 constexpr std::size_t SmallBody = 1024;
 constexpr std::size_t SmallRequests = 64;
 
@@ -57,6 +60,10 @@ const std::vector<Comparison> Comparisons = {
     {"four", "thread", "<= 1.7", "-", "protocol"},
     {"shutdown", "threads", "<= 1.2", "-", "protocol"},
     {"file", "read", "<= 1.03", "-", ""},
+    {"tls-small", "libcurl", "<= 1.02", "-", ""},
+    {"tls-small-folder", "libcurl", "<= 1.05", "-", ""},
+    {"tls-stream", "libcurl", "<= 1.05", "-", "libcurl-vectors"},
+    {"tls-stream-folder", "libcurl", "<= 1.05", "-", "libcurl-vectors"},
     {"kept", "libcurl", "<= 0.7", "-", ""},
     {"session", "handler", "<= 1.05", "-", ""},
 };
@@ -146,24 +153,6 @@ void ThroughAgent(benchmark::State& state, const std::string& url, Factory (*mak
     CountBytes(state, size);
 }
 
-VORTAN_MW::KIT::TransferPolicy HttpPolicy()
-{
-    return VORTAN_MW::KIT::TransferPolicy().SetSchemes({"http"});
-}
-
-// The first through a session of the transfer kit, segmented.
-void ThroughSession(benchmark::State& state, const std::string& url, std::size_t size)
-{
-    VORTAN_MW::KIT::HttpSession session(HttpPolicy());
-    AgentClient client;
-    while (state.KeepRunning()) {
-        const bool success =
-            client.Start(url, session.MakeFactory(), AgentClient::Mode::Segmented).Join();
-        Expect(state, success && client.TakeReceived() == size);
-    }
-    CountBytes(state, size);
-}
-
 // The same with the work done on a fresh thread, as the agent does it.
 void OnThread(benchmark::State& state, const std::string& source,
               std::size_t (*work)(const std::string&), std::size_t size)
@@ -172,6 +161,39 @@ void OnThread(benchmark::State& state, const std::string& source,
         std::size_t received = 0;
         std::thread([&] { received = work(source); }).join();
         Expect(state, received == size);
+    }
+    CountBytes(state, size);
+}
+
+// The two over TLS, with the authorities in this file or folder. Each transfer loads them itself.
+void TlsThroughAgent(benchmark::State& state, const std::string& authorities,
+                     const std::string& url, AgentClient::Mode mode, std::size_t size)
+{
+    const TrustedAuthority authority(authorities);
+    ThroughAgent(state, url, Make<VORTAN_MW::CurlEasyHandlerFactory>, mode, size, MakeAgent);
+}
+
+void TlsOnThread(benchmark::State& state, const std::string& authorities, const std::string& url,
+                 std::size_t (*work)(const std::string&), std::size_t size)
+{
+    const TrustedAuthority authority(authorities);
+    OnThread(state, url, work, size);
+}
+
+VORTAN_MW::KIT::TransferPolicy HttpPolicy()
+{
+    return VORTAN_MW::KIT::TransferPolicy().SetSchemes({"http"});
+}
+
+// Segmented transfers through a session of the transfer kit.
+void ThroughSession(benchmark::State& state, const std::string& url, std::size_t size)
+{
+    VORTAN_MW::KIT::HttpSession session(HttpPolicy());
+    AgentClient client;
+    while (state.KeepRunning()) {
+        const bool success =
+            client.Start(url, session.MakeFactory(), AgentClient::Mode::Segmented).Join();
+        Expect(state, success && client.TakeReceived() == size);
     }
     CountBytes(state, size);
 }
@@ -405,6 +427,33 @@ benchmark::internal::Benchmark* Register(const std::string& name, Arguments... a
         ->Unit(benchmark::kMicrosecond);
 }
 
+// Over TLS, named with this ending.
+void RegisterTls(const NginxServer& server, const std::string& ending,
+                 const std::string& authorities)
+{
+    using Mode = AgentClient::Mode;
+    const std::string small = server.MakeFile(SmallBody);
+    Register("tls-small" + ending + "/agent", TlsThroughAgent, authorities, small, Mode::Plain,
+             SmallBody);
+    Register("tls-small" + ending + "/libcurl", TlsOnThread, authorities, small,
+             DownloadWithLibcurl, SmallBody);
+    const std::string large = server.MakeFile(TlsBody);
+    Register("tls-stream" + ending + "/agent", TlsThroughAgent, authorities, large, Mode::Segmented,
+             TlsBody);
+    Register("tls-stream" + ending + "/libcurl", TlsOnThread, authorities, large, StreamWithLibcurl,
+             TlsBody);
+    Register("tls-stream" + ending + "/libcurl-vectors", TlsOnThread, authorities, large,
+             StreamWithLibcurlInVectors, TlsBody);
+}
+
+void RegisterTls(const NginxServer& server)
+{
+    if (server.IsInstalled()) {
+        RegisterTls(server, "", server.Bundle());
+        RegisterTls(server, "-folder", server.HashedFolder());
+    }
+}
+
 // The workloads of the transfer kit. Requests on kept connections go to a server that keeps them.
 void RegisterKit(const LoopbackServer& server, const LoopbackServer& keeping)
 {
@@ -580,6 +629,10 @@ int main(int argc, char* argv[])
     setenv("no_proxy", "*", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread so far
     const LoopbackServer server;
     const LoopbackServer keeping(LoopbackServer::Connections::Kept);
+    const NginxServer nginx;
+    if (!nginx.IsInstalled()) {
+        std::fputs("Nothing is measured over TLS: nginx, openssl or Python is missing\n", stderr);
+    }
     const double peakOf16MiB = PeakMemoryOfStreaming(server.Url(16 * MiB));
     const double peakOf1GiB = PeakMemoryOfStreaming(server.Url(1024 * MiB));
 
@@ -587,6 +640,7 @@ int main(int argc, char* argv[])
     const TemporaryFile file(LargeBody);
     const std::string upload(LargeBody, 'x');
     RegisterAll(server, file, upload);
+    RegisterTls(nginx);
     RegisterKit(server, keeping);
     RatioReporter reporter(Comparisons);
     benchmark::RunSpecifiedBenchmarks(&reporter);
