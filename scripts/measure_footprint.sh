@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# measure_footprint.sh: prints the figures of docs/footprint.md: what the library and the transfer kit
-# take of a device, and what other ways to compile the library would. Builds everything it measures in build/footprint.
+# measure_footprint.sh [alternatives|shipped|memory|tls]...: prints the figures of docs/footprint.md: what
+# other ways to compile the library would take of a device, what the library and the transfer kit take as
+# they ship, heap and stack, and the instructions of transfers over TLS. All of it unless told otherwise.
+# Builds everything it measures in build/footprint.
 set -euo pipefail
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -17,7 +19,7 @@ build_variant() {
     (cd "$project" && cmake --preset "$preset" -B "$folder" -DVORTAN_BUILD_TESTS=OFF \
         -DVORTAN_BUILD_TOOLS=OFF -DVORTAN_BUILD_FOOTPRINT=ON \
         -DCMAKE_CXX_COMPILER_LAUNCHER="$(compiler_launcher)" "${@:3}") >"$folder.log"
-    ninja -C "$folder" vortan_footprint vortan_instructions >>"$folder.log"
+    ninja -C "$folder" vortan_footprint vortan_instructions vortan_tls_instructions >>"$folder.log"
 }
 
 # print_size MACHINE VARIANT [LIBRARY]: the size of the variant's library, stripped, and its relocations:
@@ -31,18 +33,19 @@ print_size() {
         "$(wc -l <<<"$relocations")" "$(grep -c RELATIVE <<<"$relocations")"
 }
 
-# instructions VARIANT WORK COUNT: of the whole program.
+# instructions VARIANT PROGRAM ARGUMENTS...: of the whole program.
 instructions() {
-    valgrind --tool=callgrind --callgrind-out-file=/dev/null \
-        "$work/amd64-$1/benchmarks/vortan_instructions" "$2" "$3" 2>&1 |
-        sed -n 's/.*Collected : //p'
+    local said
+    said=$(valgrind --tool=callgrind --callgrind-out-file=/dev/null \
+        "$work/amd64-$1/benchmarks/$2" "${@:3}" 2>&1) || fail "$2 ${*:3}: $said"
+    sed -n 's/.*Collected : //p' <<<"$said"
 }
 
 # What one more takes.
 print_instructions() {
     local few many
-    few=$(instructions "$1" "$2" 1000)
-    many=$(instructions "$1" "$2" 6000)
+    few=$(instructions "$1" vortan_instructions "$2" 1000)
+    many=$(instructions "$1" vortan_instructions "$2" 6000)
     printf ' %8d' $(((many - few) / 5000))
 }
 
@@ -64,43 +67,79 @@ print_alternatives() {
     done
 }
 
-# nginx, as the tests start it, with a file of 16 MiB. Its authority is one among Debian's.
+# nginx, as the tests start it, with files of 1 KiB, 16 MiB and 240 MiB. Its authority is one among Debian's.
 start_server() {
-    local folder=$1
     exec {from_server}< <(exec python3 "$project/tests/integration/servers/serve.py" nginx "$folder")
     server=$!
     read -r -u "$from_server" _ _ _ port
     read -r -u "$from_server" _ _ _ tls_port _
     truncate --size 16M "$folder/files/body"
+    truncate --size 240M "$folder/files/long"
+    truncate --size 1K "$folder/files/small"
     cat /etc/ssl/certs/ca-certificates.crt "$folder/ca.pem" >"$folder/authorities.pem"
 }
 
+print_shipped() {
+    local machine
+    for machine in armhf amd64; do
+        build_variant "$machine" shipped
+        ninja -C "$work/$machine-shipped" vortantransferkit >>"$work/$machine-shipped.log"
+        printf '\n%s as it ships:' "$machine"
+        print_size "$machine" shipped
+        printf '\n%s, the transfer kit:' "$machine"
+        print_size "$machine" shipped TransferKit/libvortantransferkit
+        printf '\n'
+    done
+}
+
 print_memory() {
-    local folder
-    folder=$(mktemp -d)
-    # shellcheck disable=SC2064  # the folder of now
-    trap "kill \"\${server:-}\" || true; rm -rf '$folder'" EXIT
-    start_server "$folder"
+    local machine
     for machine in armhf amd64; do
         local emulator=()
         [[ $machine == armhf ]] && emulator=("$project/scripts/run_on_armhf.sh" "$sysroot")
+        build_variant "$machine" shipped
         printf '\n%s\n' "$machine"
         "${emulator[@]}" "$work/$machine-shipped/benchmarks/vortan_footprint" \
-            "http://127.0.0.1:$port/body" "https://127.0.0.1:$tls_port/body" "$folder/authorities.pem"
+            "http://127.0.0.1:$port/body" "https://127.0.0.1:$tls_port/body" \
+            "https://127.0.0.1:$tls_port/small" "$folder/authorities.pem" "$folder/authorities"
     done
+}
+
+# tls_instructions agent|libcurl AUTHORITIES FILE COUNT
+tls_instructions() {
+    instructions shipped vortan_tls_instructions "$1" "$2" "https://127.0.0.1:$tls_port/$3" "$4"
+}
+
+# tls_row AUTHORITIES LABEL: one more GET of 1 KiB, and what it would take with the long body.
+tls_row() {
+    local who small=() large=() once
+    for who in agent libcurl; do
+        once=$(tls_instructions "$who" "$1" small 1)
+        small+=($((($(tls_instructions "$who" "$1" small 3) - once) / 2)))
+        large+=($(($(tls_instructions "$who" "$1" long 1) - once + ${small[-1]})))
+    done
+    awk -v label="$2" -v agent="${small[0]}" -v bare="${small[1]}" -v agent2="${large[0]}" -v bare2="${large[1]}" '
+        BEGIN {
+            printf "%-40s %12d %12d %7.4f\n", "GET of 1 KiB, " label, agent, bare, agent / bare
+            printf "%-40s %12d %12d %7.4f\n", "stream of 240 MiB, " label, agent2, bare2, agent2 / bare2
+        }'
+}
+
+print_tls() {
+    build_variant amd64 shipped
+    printf '\n%-40s %12s %12s %7s\n' "instructions over TLS" agent libcurl ratio
+    tls_row "$folder/authorities.pem" "Debian's bundle"
+    tls_row "$folder/authorities" "hashed folder"
 }
 
 ensure_packages test clang armhf footprint
 "$project/scripts/armhf_sysroot.sh" "$sysroot"
 mkdir -p "$work"
-print_alternatives
-for machine in armhf amd64; do
-    build_variant "$machine" shipped
-    ninja -C "$work/$machine-shipped" vortantransferkit >>"$work/$machine-shipped.log"
-    printf '\n%s as it ships:' "$machine"
-    print_size "$machine" shipped
-    printf '\n%s, the transfer kit:' "$machine"
-    print_size "$machine" shipped TransferKit/libvortantransferkit
-    printf '\n'
+folder=$(mktemp -d)
+trap 'kill "${server:-}" || true; rm -rf "$folder"' EXIT
+start_server
+(($# > 0)) || set -- alternatives shipped memory tls
+for part in "$@"; do
+    [[ $part =~ ^(alternatives|shipped|memory|tls)$ ]] || fail "There is nothing called $part to print"
+    "print_$part"
 done
-print_memory

@@ -1,9 +1,10 @@
 // What the library takes of a small device: heap and stack, state by state. See docs/footprint.md.
 //
-//     vortan_footprint HTTP_URL HTTPS_URL AUTHORITY
+//     vortan_footprint HTTP_URL HTTPS_URL SMALL_HTTPS_URL BUNDLE FOLDER
 //
-// The URLs are those of a long body, the second one over TLS with a certificate that the authority
-// in the file AUTHORITY has signed.
+// The first two URLs are those of a long body, the third that of a short one. Over TLS the server
+// has a certificate that an authority in the file BUNDLE has signed, which is also in FOLDER, where
+// names are by their hashes.
 
 #include <AsyncTransferAgentManager.h>
 #include <CurlEasyHandlerFactory.h>
@@ -213,7 +214,26 @@ void MeasureFirstUseOfTls(const std::string& url)
     PrintHeap("what the first use of TLS keeps, once", CurrentHeap() - before);
 }
 
-void MeasureHeap(const std::string& url, const std::string& tlsUrl)
+// With the authorities in this file or folder.
+void MeasureTlsHeap(const char* kind, const std::string& authorities, const std::string& url,
+                    const std::string& smallUrl)
+{
+    const TrustedAuthority authority(authorities);
+    std::printf("with authorities in a %s:\n", kind);
+    MeasureStreamHeap("a transfer of 1 KiB over TLS, at most", smallUrl, 1);
+    MeasureStreamHeap("a streamed transfer over TLS, at most", url, 1);
+    MeasureStreamHeap("four streamed transfers over TLS, at most", url, 4);
+}
+
+struct TlsServer
+{
+    std::string url;
+    std::string smallUrl;
+    std::string bundle;
+    std::string folder;
+};
+
+void MeasureHeap(const std::string& url, const TlsServer& tls)
 {
     std::printf("\n%-46s %9s %9s\n", "heap, in bytes", "C++", "C");
     const HeapUse before = CurrentHeap();
@@ -222,9 +242,12 @@ void MeasureHeap(const std::string& url, const std::string& tlsUrl)
     MeasureWaitingHeap(url);
     MeasureStreamHeap("a streamed transfer, at most", url, 1);
     MeasureStreamHeap("four streamed transfers, at most", url, 4);
-    MeasureFirstUseOfTls(tlsUrl);
-    MeasureStreamHeap("a streamed transfer over TLS, at most", tlsUrl, 1);
-    MeasureStreamHeap("four streamed transfers over TLS, at most", tlsUrl, 4);
+    {
+        const TrustedAuthority authority(tls.bundle);
+        MeasureFirstUseOfTls(tls.url);
+    }
+    MeasureTlsHeap("bundle", tls.bundle, tls.url, tls.smallUrl);
+    MeasureTlsHeap("hashed folder", tls.folder, tls.url, tls.smallUrl);
 }
 
 // In a process of its own: what a thread calls first is looked up on its stack.
@@ -262,8 +285,9 @@ void ResolveLocalhost()
     }
 }
 
-void MeasureStacks(const std::string& url, const std::string& tlsUrl)
+void MeasureStacks(const std::string& url, const TlsServer& tls)
 {
+    const TrustedAuthority authority(tls.bundle);
     std::printf("%-46s %9s\n", "stack, in bytes", "used");
     MeasureStack("a thread that does nothing", [] { std::thread([] {}).join(); });
     RequestPtr waiting = MakeRequest<EmptyHandlerFactory>("nowhere");
@@ -275,7 +299,7 @@ void MeasureStacks(const std::string& url, const std::string& tlsUrl)
     MeasureStack("a file", MakeRequest<FileReaderFactory>("/proc/version"));
     MeasureStack("plain HTTP", MakeRequest<CurlEasyHandlerFactory>(url));
     MeasureStack("streamed HTTP", MakeStream<CurlEasyHandlerFactory>(url));
-    MeasureStack("streamed HTTP over TLS", MakeStream<CurlEasyHandlerFactory>(tlsUrl));
+    MeasureStack("streamed HTTP over TLS", MakeStream<CurlEasyHandlerFactory>(tls.url));
     MeasureStack("a name's resolution, on a thread of libcurl's",
                  [] { std::thread(ResolveLocalhost).join(); });
 }
@@ -285,12 +309,12 @@ void MeasureStacks(const std::string& url, const std::string& tlsUrl)
 int main(int argc, char* argv[])
 {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments.size() != 3) {
-        Fail("three arguments are needed, see footprint.cpp");
+    if (arguments.size() != 5) {
+        Fail("five arguments are needed, see footprint.cpp");
     }
     setenv("no_proxy", "*", 1);  // NOLINT(concurrency-mt-unsafe): there is one thread so far
-    const TrustedAuthority authority(arguments[2]);
-    MeasureStacks(arguments[0], arguments[1]);
-    MeasureHeap(arguments[0], arguments[1]);
+    const TlsServer tls = {arguments[1], arguments[2], arguments[3], arguments[4]};
+    MeasureStacks(arguments[0], tls);
+    MeasureHeap(arguments[0], tls);
     return EXIT_SUCCESS;
 }
