@@ -14,12 +14,13 @@ work=$project/build/peers
 
 # nginx, as the tests start it.
 start_server() {
-    local folder=$1
     exec {from_server}< <(exec python3 "$project/tests/integration/servers/serve.py" nginx "$folder")
     server=$!
     read -r -u "$from_server" _ _ _ port
+    read -r -u "$from_server" _ _ _ tls_port _
     truncate --size "${mib}M" "$folder/files/body"
     truncate --size 1K "$folder/files/small"
+    cat /etc/ssl/certs/ca-certificates.crt "$folder/ca.pem" >"$folder/authorities.pem"
 }
 
 # panel FILE COLUMN TITLE: commands for gnuplot that draw one. Untitled data would go by its path.
@@ -56,9 +57,10 @@ build benchmarks benchmarks/peers/all
 mkdir -p "$work"
 folder=$(mktemp -d)
 trap 'kill "${server:-}" || true; rm -rf "$folder"' EXIT
-start_server "$folder"
+start_server
 TMPDIR=$folder "$project/scripts/compare_peers.py" "$project/build/benchmarks/benchmarks/peers" \
-    "http://127.0.0.1:$port/" "$rounds" "$mib" "$requests" "$work" >"$work/tables"
+    "http://127.0.0.1:$port/" "https://127.0.0.1:$tls_port/" "$folder" "$rounds" "$mib" "$requests" \
+    "$work" >"$work/tables"
 draw
 printf '\n![CPU time and peak memory of each library](peers.svg)\n' >>"$work/tables"
 write_section "$project/docs/performance.md" peers <"$work/tables"

@@ -36,4 +36,6 @@ public:
     virtual std::size_t Upload(const std::string& url, std::string body) = 0;
 };
 
-std::unique_ptr<Peer> MakePeer();
+// Over TLS, each request but libaria2's loads these authorities by itself: a file, or a folder with
+// names by their hashes.
+std::unique_ptr<Peer> MakePeer(const std::string& authorities);

@@ -7,6 +7,7 @@
 
 #include "AgentClient.h"
 #include "Peer.h"
+#include "TrustedAuthority.h"
 
 namespace {
 
@@ -23,6 +24,8 @@ void Finish(AgentClient::Transfer& transfer)
 class Agent : public Peer
 {
 public:
+    explicit Agent(const std::string& authorities) : m_Authority(authorities) {}
+
     std::size_t Stream(const std::string& url) override { return m_Get(url, Mode::Segmented); }
 
     std::size_t Fetch(const std::string& url) override { return m_Get(url, Mode::Plain); }
@@ -58,12 +61,13 @@ private:
         return m_Client.TakeReceived();
     }
 
+    TrustedAuthority m_Authority;
     AgentClient m_Client;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakePeer()
+std::unique_ptr<Peer> MakePeer(const std::string& authorities)
 {
-    return std::make_unique<Agent>();
+    return std::make_unique<Agent>(authorities);
 }

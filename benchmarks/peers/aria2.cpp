@@ -47,7 +47,13 @@ int Count(aria2::Session* session, aria2::DownloadEvent event, aria2::A2Gid gid,
 class Aria2 : public Peer
 {
 public:
-    Aria2() { aria2::libraryInit(); }
+    explicit Aria2(const std::string& authorities) : m_Authorities(authorities)
+    {
+        if (std::filesystem::is_directory(authorities)) {
+            throw CannotDo("takes authorities from a file only");
+        }
+        aria2::libraryInit();
+    }
     ~Aria2() override { aria2::libraryDeinit(); }
 
     std::size_t Stream(const std::string& url) override { return FetchMany(url, 1); }
@@ -63,6 +69,7 @@ public:
         config.userData = &received;
         const std::unique_ptr<aria2::Session, int (*)(aria2::Session*)> session(
             aria2::sessionNew({{"dir", folder.Path()},
+                               {"ca-certificate", m_Authorities},
                                {"max-concurrent-downloads", "4"},
                                {"split", "1"},
                                {"enable-http-keep-alive", "false"},
@@ -81,11 +88,14 @@ public:
     {
         throw CannotDo("has no uploads over HTTP");
     }
+
+private:
+    std::string m_Authorities;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakePeer()
+std::unique_ptr<Peer> MakePeer(const std::string& authorities)
 {
-    return std::make_unique<Aria2>();
+    return std::make_unique<Aria2>(authorities);
 }

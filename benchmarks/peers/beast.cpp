@@ -3,9 +3,12 @@
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/beast/ssl.hpp>
 #include <cstdint>
+#include <filesystem>
 #include <limits>
 #include <vector>
 
@@ -21,15 +24,34 @@ namespace http = boost::beast::http;
 constexpr unsigned Http11 = 11;
 constexpr std::size_t PieceSize = std::size_t{64} * 1024;
 
-// A connection to the server of a URL.
+asio::ssl::context MakeContext(const std::string& authorities)
+{
+    asio::ssl::context context(asio::ssl::context::tls_client);
+    context.set_verify_mode(asio::ssl::verify_peer);
+    if (std::filesystem::is_directory(authorities)) {
+        context.add_verify_path(authorities);
+    } else {
+        context.load_verify_file(authorities);
+    }
+    return context;
+}
+
+beast::tcp_stream Connect(asio::io_context& context, const Url& url)
+{
+    beast::tcp_stream stream(context);
+    asio::ip::tcp::resolver resolver(context);
+    stream.connect(resolver.resolve(url.host, url.port));
+    return stream;
+}
+
+// What is sent and received over a connection to the server of a URL.
+template <typename Stream>
 class Connection
 {
 public:
-    explicit Connection(const Url& url)
+    explicit Connection(Stream& stream) : m_Stream(stream)
     {
         m_Buffer.reserve(PieceSize);  // it reads no more at a time than there is room for
-        asio::ip::tcp::resolver resolver(m_Context);
-        m_Stream.connect(resolver.resolve(url.host, url.port));
     }
 
     void SendGet(const Url& url)
@@ -78,59 +100,82 @@ public:
     }
 
 private:
-    asio::io_context m_Context;
-    beast::tcp_stream m_Stream{m_Context};
+    Stream& m_Stream;
     beast::flat_buffer m_Buffer;
 };
+
+// Runs work on a connection of its own, with TLS if the URL wants it.
+template <typename Work>
+std::size_t WithConnection(const Url& url, const std::string& authorities, Work work)
+{
+    asio::io_context context;
+    beast::tcp_stream plain = Connect(context, url);
+    if (!url.isTls) {
+        return work(Connection<beast::tcp_stream>(plain));
+    }
+    asio::ssl::context tls = MakeContext(authorities);
+    beast::ssl_stream<beast::tcp_stream> stream(std::move(plain), tls);
+    stream.set_verify_callback(asio::ssl::host_name_verification(url.host));
+    stream.handshake(asio::ssl::stream_base::client);
+    return work(Connection<beast::ssl_stream<beast::tcp_stream>>(stream));
+}
 
 class Beast : public Peer
 {
 public:
+    explicit Beast(const std::string& authorities) : m_Authorities(authorities) {}
+
     std::size_t Stream(const std::string& text) override
     {
         const Url url(text);
-        Connection connection(url);
-        connection.SendGet(url);
-        http::response_parser<http::buffer_body> parser;
-        connection.ReceiveHead(parser);
-        std::vector<char> piece(PieceSize);
-        std::size_t received = 0;
-        while (!parser.is_done()) {
-            auto& body = parser.get().body();
-            body.data = piece.data();
-            body.size = piece.size();
-            connection.ReceivePiece(parser);
-            received += piece.size() - body.size;
-        }
-        return received;
+        return WithConnection(url, m_Authorities, [&](auto connection) {
+            connection.SendGet(url);
+            http::response_parser<http::buffer_body> parser;
+            connection.ReceiveHead(parser);
+            std::vector<char> piece(PieceSize);
+            std::size_t received = 0;
+            while (!parser.is_done()) {
+                auto& body = parser.get().body();
+                body.data = piece.data();
+                body.size = piece.size();
+                connection.ReceivePiece(parser);
+                received += piece.size() - body.size;
+            }
+            return received;
+        });
     }
 
     std::size_t Fetch(const std::string& text) override
     {
         const Url url(text);
-        Connection connection(url);
-        connection.SendGet(url);
-        http::response_parser<http::vector_body<std::uint8_t>> parser;
-        connection.ReceiveHead(parser);
-        connection.ReceiveBody(parser);
-        return parser.get().body().size();
+        return WithConnection(url, m_Authorities, [&](auto connection) {
+            connection.SendGet(url);
+            http::response_parser<http::vector_body<std::uint8_t>> parser;
+            connection.ReceiveHead(parser);
+            connection.ReceiveBody(parser);
+            return parser.get().body().size();
+        });
     }
 
     std::size_t Upload(const std::string& text, std::string body) override
     {
         const Url url(text);
-        Connection connection(url);
-        connection.SendPut(url, body);
-        http::response_parser<http::string_body> parser;
-        connection.ReceiveHead(parser);
-        connection.ReceiveBody(parser);
-        return body.size();
+        return WithConnection(url, m_Authorities, [&](auto connection) {
+            connection.SendPut(url, body);
+            http::response_parser<http::string_body> parser;
+            connection.ReceiveHead(parser);
+            connection.ReceiveBody(parser);
+            return body.size();
+        });
     }
+
+private:
+    std::string m_Authorities;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakePeer()
+std::unique_ptr<Peer> MakePeer(const std::string& authorities)
 {
-    return std::make_unique<Beast>();
+    return std::make_unique<Beast>(authorities);
 }

@@ -1,8 +1,11 @@
 // curlpp, with the options that the agent's libcurl handler sets.
 
+#include <curl/curl.h>
+
 #include <curlpp/Easy.hpp>
 #include <curlpp/Options.hpp>
 #include <curlpp/cURLpp.hpp>
+#include <filesystem>
 #include <vector>
 
 #include "Peer.h"
@@ -11,9 +14,12 @@ namespace {
 
 namespace options = curlpp::options;
 
-void Prepare(curlpp::Easy& request, const std::string& url)
+void Prepare(curlpp::Easy& request, const std::string& url, const std::string& authorities)
 {
     request.setOpt(options::Url(url));
+    const bool isFolder = std::filesystem::is_directory(authorities);
+    curl_easy_setopt(request.getHandle(), CURLOPT_CAINFO, isFolder ? nullptr : authorities.c_str());
+    curl_easy_setopt(request.getHandle(), CURLOPT_CAPATH, isFolder ? authorities.c_str() : nullptr);
     request.setOpt(options::HttpHeader({"Cache-control: no-cache"}));
     request.setOpt(options::UserAgent("libcurl-agent/1.0"));
     request.setOpt(options::FailOnError(true));
@@ -22,10 +28,10 @@ void Prepare(curlpp::Easy& request, const std::string& url)
 }
 
 template <typename Receive>
-void Get(const std::string& url, Receive receive)
+void Get(const std::string& url, const std::string& authorities, Receive receive)
 {
     curlpp::Easy request;
-    Prepare(request, url);
+    Prepare(request, url, authorities);
     request.setOpt(options::HttpGet(true));
     request.setOpt(options::WriteFunction([&](char* data, std::size_t size, std::size_t count) {
         receive(data, size * count);
@@ -37,17 +43,19 @@ void Get(const std::string& url, Receive receive)
 class Curlpp : public Peer
 {
 public:
+    explicit Curlpp(const std::string& authorities) : m_Authorities(authorities) {}
+
     std::size_t Stream(const std::string& url) override
     {
         std::size_t received = 0;
-        Get(url, [&](const char*, std::size_t size) { received += size; });
+        Get(url, m_Authorities, [&](const char*, std::size_t size) { received += size; });
         return received;
     }
 
     std::size_t Fetch(const std::string& url) override
     {
         std::vector<char> body;
-        Get(url, [&](const char* data, std::size_t size) {
+        Get(url, m_Authorities, [&](const char* data, std::size_t size) {
             body.insert(body.end(), data, data + size);
         });
         return body.size();
@@ -57,7 +65,7 @@ public:
     {
         std::size_t sent = 0;
         curlpp::Easy request;
-        Prepare(request, url);
+        Prepare(request, url, m_Authorities);
         request.setOpt(options::Upload(true));
         request.setOpt(options::InfileSizeLarge(static_cast<curl_off_t>(body.size())));
         request.setOpt(
@@ -74,11 +82,12 @@ public:
 
 private:
     curlpp::Cleanup m_Library;
+    std::string m_Authorities;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakePeer()
+std::unique_ptr<Peer> MakePeer(const std::string& authorities)
 {
-    return std::make_unique<Curlpp>();
+    return std::make_unique<Curlpp>(authorities);
 }

@@ -2,6 +2,8 @@
 
 #include <httplib.h>
 
+#include <filesystem>
+
 #include "Peer.h"
 #include "Url.h"
 
@@ -17,14 +19,21 @@ void Expect(const httplib::Result& result)
     }
 }
 
-httplib::Client Connect(const Url& url)
+httplib::Client Connect(const Url& url, const std::string& authorities)
 {
-    return httplib::Client(url.host, std::stoi(url.port));
+    httplib::Client client((url.isTls ? "https://" : "http://") + url.host + ":" + url.port);
+    if (url.isTls) {
+        const bool isFolder = std::filesystem::is_directory(authorities);
+        client.set_ca_cert_path(isFolder ? "" : authorities, isFolder ? authorities : "");
+    }
+    return client;
 }
 
 class Httplib : public Peer
 {
 public:
+    explicit Httplib(const std::string& authorities) : m_Authorities(authorities) {}
+
     std::size_t Stream(const std::string& text) override
     {
         const Url url(text);
@@ -33,14 +42,14 @@ public:
             received += size;
             return true;
         };
-        Expect(Connect(url).Get(url.path, count));
+        Expect(Connect(url, m_Authorities).Get(url.path, count));
         return received;
     }
 
     std::size_t Fetch(const std::string& text) override
     {
         const Url url(text);
-        const httplib::Result result = Connect(url).Get(url.path);
+        const httplib::Result result = Connect(url, m_Authorities).Get(url.path);
         Expect(result);
         return result->body.size();
     }
@@ -51,14 +60,18 @@ public:
         const auto provide = [&](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
             return sink.write(body.data() + offset, length);
         };
-        Expect(Connect(url).Put(url.path, body.size(), provide, "application/octet-stream"));
+        Expect(Connect(url, m_Authorities)
+                   .Put(url.path, body.size(), provide, "application/octet-stream"));
         return body.size();
     }
+
+private:
+    std::string m_Authorities;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakePeer()
+std::unique_ptr<Peer> MakePeer(const std::string& authorities)
 {
-    return std::make_unique<Httplib>();
+    return std::make_unique<Httplib>(authorities);
 }

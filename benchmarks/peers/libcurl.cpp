@@ -4,13 +4,17 @@
 
 #include "Peer.h"
 #include "Peers.h"
+#include "TrustedAuthority.h"
 
 namespace {
 
 class Libcurl : public Peer
 {
 public:
-    Libcurl() { curl_global_init(CURL_GLOBAL_ALL); }
+    explicit Libcurl(const std::string& authorities) : m_Authority(authorities)
+    {
+        curl_global_init(CURL_GLOBAL_ALL);
+    }
 
     std::size_t Stream(const std::string& url) override { return StreamWithLibcurl(url); }
 
@@ -20,11 +24,14 @@ public:
     {
         return UploadWithLibcurl(url, body);
     }
+
+private:
+    TrustedAuthority m_Authority;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakePeer()
+std::unique_ptr<Peer> MakePeer(const std::string& authorities)
 {
-    return std::make_unique<Libcurl>();
+    return std::make_unique<Libcurl>(authorities);
 }

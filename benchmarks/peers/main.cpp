@@ -1,11 +1,12 @@
 // One piece of work with one library, and what it took:
 //
-//     vortan_peer_LIBRARY stream|memory|upload|many URL BYTES REQUESTS FIRST
+//     vortan_peer_LIBRARY stream|memory|upload|many URL BYTES REQUESTS FIRST AUTHORITIES
 //
 // BYTES is the length of each body; all work but "many" is one request. Before it, one request for
-// the URL FIRST lets the library do what it does only once. Prints the CPU time of the process and
-// the time by the clock on the wall, both in microseconds and of the work alone, and the peak of
-// the process's resident memory in KiB. Ends with 3, and prints why, if the library cannot do it.
+// the URL FIRST lets the library do what it does only once. Over TLS, AUTHORITIES is a file of
+// trusted ones, or a folder. Prints the CPU time of the process and the time by the clock on the
+// wall, both in microseconds and of the work alone, and the peak of the process's resident memory
+// in KiB. Ends with 3, and prints why, if the library cannot do it.
 
 #include <array>
 #include <atomic>
@@ -94,8 +95,9 @@ std::size_t Peer::FetchMany(const std::string& url, std::size_t count)
 
 int main(int argc, char* argv[])
 {
-    if (argc != 6) {
-        std::fprintf(stderr, "usage: %s stream|memory|upload|many URL BYTES REQUESTS FIRST\n",
+    if (argc != 7) {
+        std::fprintf(stderr,
+                     "usage: %s stream|memory|upload|many URL BYTES REQUESTS FIRST AUTHORITIES\n",
                      argv[0]);
         return EXIT_FAILURE;
     }
@@ -103,7 +105,7 @@ int main(int argc, char* argv[])
         const std::string name = argv[1];
         const std::size_t bytes = std::stoul(argv[3]);
         const std::size_t requests = name == "many" ? std::stoul(argv[4]) : 1;
-        const std::unique_ptr<Peer> peer = MakePeer();
+        const std::unique_ptr<Peer> peer = MakePeer(argv[6]);
         peer->FetchMany(argv[5], 1);
         Measure(MakeWork(*peer, name, argv[2], bytes, requests), bytes * requests);
         return EXIT_SUCCESS;
