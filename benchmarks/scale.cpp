@@ -6,6 +6,7 @@
 // process with one agent. Prints tables for docs/performance.md.
 
 #include <CurlEasyHandlerFactory.h>
+#include <HttpSession.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -148,15 +149,34 @@ Row Chunks(std::size_t count)
     return {std::to_string(count), static_cast<double>(count), work, {}};
 }
 
+bool Stream(AgentClient& client, const std::string& url, Factory factory, std::size_t size)
+{
+    return client.Start(url, std::move(factory), Mode::Segmented).Join() &&
+           client.TakeReceived() == size;
+}
+
+double ChunksOf(std::size_t size)
+{
+    return static_cast<double>(std::max<std::size_t>(1, size / ChunkSize));
+}
+
 Row StreamedBody(const std::string& name, std::size_t size, const LoopbackServer& server)
 {
     const Work work = [size, url = server.Url(size)](AgentClient& client) {
-        auto factory = std::make_unique<CurlEasyHandlerFactory>();
-        return client.Start(url, std::move(factory), Mode::Segmented).Join() &&
-               client.TakeReceived() == size;
+        return Stream(client, url, std::make_unique<CurlEasyHandlerFactory>(), size);
     };
-    const std::size_t chunks = std::max<std::size_t>(1, size / ChunkSize);
-    return {name, static_cast<double>(chunks), work, {}};
+    return {name, ChunksOf(size), work, {}};
+}
+
+// Through a session of the transfer kit.
+Row SessionBody(const std::string& name, std::size_t size, const LoopbackServer& server)
+{
+    const Work work = [size, url = server.Url(size)](AgentClient& client) {
+        using VORTAN_MW::KIT::TransferPolicy;
+        VORTAN_MW::KIT::HttpSession session(TransferPolicy().SetSchemes({"http"}));
+        return Stream(client, url, session.MakeFactory(), size);
+    };
+    return {name, ChunksOf(size), work, {}};
 }
 
 std::vector<Table> MakeTables(const LoopbackServer& server)
@@ -179,7 +199,12 @@ std::vector<Table> MakeTables(const LoopbackServer& server)
                    StreamedBody("256 MiB", 256 * MiB, server),
                    StreamedBody("1 GiB", 1024 * MiB, server),
                    StreamedBody("4 GiB", 4096 * MiB, server)};
-    return {empty, small, chunks, bodies};
+    Table session = {
+        "The same through a session of the transfer kit", "length", "chunk of 16 KiB", {}};
+    session.rows = {
+        SessionBody("16 MiB", 16 * MiB, server), SessionBody("256 MiB", 256 * MiB, server),
+        SessionBody("1 GiB", 1024 * MiB, server), SessionBody("4 GiB", 4096 * MiB, server)};
+    return {empty, small, chunks, bodies, session};
 }
 
 double Median(const Row& row, double Figures::*figure)

@@ -105,7 +105,7 @@ print_memory() {
     done
 }
 
-# tls_instructions agent|libcurl AUTHORITIES FILE COUNT
+# tls_instructions agent|libcurl|libcurl-vectors AUTHORITIES FILE COUNT
 tls_instructions() {
     instructions shipped vortan_tls_instructions "$1" "$2" "https://127.0.0.1:$tls_port/$3" "$4"
 }
@@ -113,21 +113,17 @@ tls_instructions() {
 # tls_row AUTHORITIES LABEL: one more GET of 1 KiB, and what it would take with the long body.
 tls_row() {
     local who small=() large=() once
-    for who in agent libcurl; do
+    for who in agent libcurl libcurl-vectors; do
         once=$(tls_instructions "$who" "$1" small 1)
         small+=($((($(tls_instructions "$who" "$1" small 3) - once) / 2)))
         large+=($(($(tls_instructions "$who" "$1" long 1) - once + ${small[-1]})))
     done
-    awk -v label="$2" -v agent="${small[0]}" -v bare="${small[1]}" -v agent2="${large[0]}" -v bare2="${large[1]}" '
-        BEGIN {
-            printf "%-40s %12d %12d %7.4f\n", "GET of 1 KiB, " label, agent, bare, agent / bare
-            printf "%-40s %12d %12d %7.4f\n", "stream of 240 MiB, " label, agent2, bare2, agent2 / bare2
-        }'
+    printf '%-40s %12d %12d %15d\n' "GET of 1 KiB, $2" "${small[@]}" "stream of 240 MiB, $2" "${large[@]}"
 }
 
 print_tls() {
     build_variant amd64 shipped
-    printf '\n%-40s %12s %12s %7s\n' "instructions over TLS" agent libcurl ratio
+    printf '\n%-40s %12s %12s %15s\n' "instructions over TLS" agent libcurl libcurl-vectors
     tls_row "$folder/authorities.pem" "Debian's bundle"
     tls_row "$folder/authorities" "hashed folder"
 }

@@ -1,9 +1,10 @@
 // GETs over TLS, to count their instructions under an emulator:
 //
-//     vortan_tls_instructions agent|libcurl AUTHORITIES URL COUNT
+//     vortan_tls_instructions agent|libcurl|libcurl-vectors AUTHORITIES URL COUNT
 //
 // So many streamed GETs of the URL, one after the other, each with a handle of its own, through the
-// agent's handler over libcurl or with libcurl alone on a fresh thread. AUTHORITIES is a file of
+// agent's handler over libcurl or with libcurl alone on a fresh thread, once more with each chunk
+// copied into a vector. AUTHORITIES is a file of
 // certificate authorities to trust, or a folder of them with names by their hashes. The difference
 // between two counts tells what one takes.
 
@@ -26,10 +27,12 @@ bool StreamThroughAgent(AgentClient& client, const std::string& url)
     return client.Start(url, std::move(factory), AgentClient::Mode::Segmented).Join();
 }
 
-bool StreamOnThread(const std::string& url)
+bool StreamOnThread(const std::string& url, bool inVectors)
 {
     std::size_t received = 0;
-    std::thread([&] { received = StreamWithLibcurl(url); }).join();
+    std::thread([&] {
+        received = inVectors ? StreamWithLibcurlInVectors(url) : StreamWithLibcurl(url);
+    }).join();
     return received > 0;
 }
 
@@ -40,14 +43,16 @@ int main(int argc, char* argv[])
     if (argc != 5) {
         return EXIT_FAILURE;
     }
-    const bool withAgent = std::string(argv[1]) == "agent";
+    const std::string contender = argv[1];
     const TrustedAuthority authority(argv[2]);
     const std::string url = argv[3];
     const std::size_t count = std::strtoul(argv[4], nullptr, 10);
     AgentClient client;
     bool success = true;
     for (std::size_t i = 0; i < count; ++i) {
-        success = (withAgent ? StreamThroughAgent(client, url) : StreamOnThread(url)) && success;
+        success = (contender == "agent" ? StreamThroughAgent(client, url)
+                                        : StreamOnThread(url, contender == "libcurl-vectors")) &&
+                  success;
     }
     return success ? EXIT_SUCCESS : EXIT_FAILURE;
 }
