@@ -30,6 +30,9 @@ enum class Category : std::uint32_t
     ClientStopped = 16,     ///< a callback refused a chunk or threw
     OutOfMemory = 17,       ///< there was not enough memory
     Internal = 18,          ///< libcurl reports a failure that fits nowhere else
+    FileFailed = 19,        ///< the file could not be written, for example because the disk is full
+    Busy = 20,              ///< another transfer or process is writing the same file
+    WrongHash = 21,         ///< the body's SHA-256 is not the one that was given
 };
 
 /// How a transfer ended, or why an attempt failed. Belongs to the event that holds it.

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "Descriptor.h"
+
 namespace VORTAN_MW {
 namespace KIT {
 
@@ -41,24 +43,6 @@ public:
 
 private:
     const ITransferHandler::TransferDetail& m_Detail;
-};
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int number) : m_Number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_Number(std::exchange(other.m_Number, -1)) {}
-    ~Descriptor()
-    {
-        if (m_Number >= 0) {
-            close(m_Number);
-        }
-    }
-
-    int Number() const { return m_Number; }
-
-private:
-    int m_Number;
 };
 
 class FileSource : public BodySource

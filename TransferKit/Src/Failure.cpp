@@ -84,6 +84,12 @@ const char* PhraseOf(Category category)
             return "The client stopped the transfer";
         case Category::OutOfMemory:
             return "There was not enough memory for the transfer";
+        case Category::FileFailed:
+            return "The file could not be written";
+        case Category::Busy:
+            return "The file is being written by another transfer";
+        case Category::WrongHash:
+            return "The body's SHA-256 is not the expected one";
         case Category::HttpStatus:
         case Category::Internal:
             break;
@@ -109,11 +115,15 @@ bool MayPass(long status)
            PassingStatuses.end();
 }
 
-std::string SentenceOf(Category category, const std::string& host, long status)
+std::string SentenceOf(Category category, const std::string& host, long status,
+                       const std::string& detail)
 {
     std::string sentence = category == Category::HttpStatus
                                ? "The server answered with HTTP status " + std::to_string(status)
                                : PhraseOf(category);
+    if (!detail.empty()) {
+        sentence += ": " + detail;
+    }
     if (!host.empty()) {
         sentence += " (host " + host + ")";
     }

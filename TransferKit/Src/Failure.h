@@ -22,8 +22,10 @@ Failure FailureOf(CURLcode code, long systemError);
 // Whether a response of this status says that the same request may succeed later.
 bool MayPass(long status);
 
-// The sentence for people. host may be empty; status counts for Category::HttpStatus only.
-std::string SentenceOf(Category category, const std::string& host, long status);
+// The sentence for people. host and detail may be empty; status counts for Category::HttpStatus
+// only.
+std::string SentenceOf(Category category, const std::string& host, long status,
+                       const std::string& detail = std::string());
 
 }  // namespace KIT
 }  // namespace VORTAN_MW

@@ -1,0 +1,63 @@
+#include "PartRecord.h"
+
+#include "Continuation.h"
+#include "Sha256.h"
+
+namespace VORTAN_MW {
+namespace KIT {
+
+namespace {
+
+std::string ChecksumOf(const std::string& text)
+{
+    Sha256 hash;
+    hash.Update(text.data(), text.size());
+    return HexOf(hash.Finish());
+}
+
+// The value of the next line of text, which must have this name.
+std::string Take(const std::string& text, std::size_t& at, const std::string& name)
+{
+    const std::size_t end = text.find('\n', at);
+    const std::size_t first = at + name.size() + 1;
+    if (end == std::string::npos || end < first || text.compare(at, name.size(), name) != 0) {
+        return std::string();
+    }
+    at = end + 1;
+    return text.substr(first, end - first);
+}
+
+std::uint64_t TakeNumber(const std::string& text, std::size_t& at, const std::string& name)
+{
+    return ParseNumber(Take(text, at, name)).value_or(0);
+}
+
+}  // namespace
+
+std::string PartRecord::Format() const
+{
+    std::string text = "version 1\nurl " + url + "\nvalidator " + validator;
+    text += "\ntotal " + std::to_string(total) + "\nsynced " + std::to_string(synced);
+    text += "\ndevice " + std::to_string(device) + "\ninode " + std::to_string(inode) + '\n';
+    return text + "sha256 " + ChecksumOf(text) + '\n';
+}
+
+std::optional<PartRecord> PartRecord::Parse(const std::string& text)
+{
+    PartRecord record;
+    std::size_t at = 0;
+    Take(text, at, "version");
+    record.url = Take(text, at, "url");
+    record.validator = Take(text, at, "validator");
+    record.total = TakeNumber(text, at, "total");
+    record.synced = TakeNumber(text, at, "synced");
+    record.device = TakeNumber(text, at, "device");
+    record.inode = TakeNumber(text, at, "inode");
+    // Whatever was not read as it was written comes out differently.
+    const bool isWhole = !record.url.empty() && !record.validator.empty() && record.synced > 0 &&
+                         record.synced <= record.total && record.Format() == text;
+    return isWhole ? std::optional<PartRecord>(record) : std::nullopt;
+}
+
+}  // namespace KIT
+}  // namespace VORTAN_MW
