@@ -93,6 +93,13 @@ void Continuation::Begin(const HeaderCollector& header)
     m_Total = LengthOfBody(header);
 }
 
+void Continuation::Restore(const std::string& validator, std::uint64_t total)
+{
+    m_Validator = validator;
+    m_IsTag = IsStrongTag(validator);
+    m_Total = total;
+}
+
 bool Continuation::m_IsSameVersion(const HeaderCollector& header) const
 {
     return header.Value(m_IsTag ? "ETag" : "Last-Modified").value_or("") == m_Validator;

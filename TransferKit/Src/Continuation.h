@@ -39,6 +39,9 @@ public:
     // Remembers the first response, whose status is 200.
     void Begin(const HeaderCollector& header);
 
+    // Remembers a version that an earlier run has received a part of. validator is not empty.
+    void Restore(const std::string& validator, std::uint64_t total);
+
     // Whether the server has named the version by something that tells it from every other one.
     bool IsPossible() const { return !m_Validator.empty(); }
     // For If-Range.

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "Transfer.h"
-
 namespace VORTAN_MW {
 namespace KIT {
 
@@ -23,7 +21,7 @@ public:
         StopListener listener;
         const StopSource::Registration ofFactory(m_Context->stop, listener);
         const StopSource::Registration ofSession(core->stop, listener);
-        return Transfer(*core, detail, m_Context->options, m_Context->uploadPath, listener).Run();
+        return Transfer(*core, detail, m_Context->options, m_Context->files, listener).Run();
     }
 
 private:

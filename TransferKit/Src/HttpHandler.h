@@ -2,11 +2,13 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "ITransferHandler.h"
 #include "OptionsData.h"
 #include "SessionCore.h"
 #include "StopSignal.h"
+#include "Transfer.h"
 
 namespace VORTAN_MW {
 namespace KIT {
@@ -16,7 +18,7 @@ struct HandlerContext
 {
     std::shared_ptr<SessionCore> core;
     TransferOptionsData options;
-    std::string uploadPath;  // empty: the request's own body
+    TransferFiles files;
     StopSource stop;
 };
 
@@ -33,7 +35,11 @@ public:
 
     bool IsOf(const SessionCore& core) const { return m_Context->core.get() == &core; }
     // For the handlers that are made from now on.
-    void SetUpload(const std::string& path) { m_Context->uploadPath = path; }
+    void SetUpload(const std::string& path) { m_Context->files.uploadPath = path; }
+    void SetTarget(std::shared_ptr<const FileTarget> target)
+    {
+        m_Context->files.target = std::move(target);
+    }
 
 private:
     const std::shared_ptr<HandlerContext> m_Context;

@@ -128,7 +128,6 @@ std::unique_ptr<ITransferHandlerFactory> HttpSession::MakeFactory(const Transfer
 void HttpSession::AttachUpload(ITransferAgentManager::TransferConfiguration& request,
                                const std::string& path)
 {
-    using Method = ITransferHandler::Configuration::HttpMethod;
     if (path.empty()) {
         throw std::invalid_argument("The path of the file to upload is empty.");
     }

@@ -134,7 +134,7 @@ std::optional<PartFile::Version> PartFile::Resume(const std::string& url,
     if (!isUsable) {
         return std::nullopt;
     }
-    m_Version = Version{url, record->validator, record->total};
+    m_Version = Version{url, record->validator, record->total, record->resource};
     m_Synced = record->synced;
     // What follows the synced bytes may be anything.
     if (!m_HashKept(listener) || ftruncate(m_Part.Number(), static_cast<off_t>(m_Synced)) != 0) {
@@ -179,7 +179,8 @@ bool PartFile::Begin(const Version& version)
     m_Synced = 0;
     m_Version = version;
     // A record is made of lines.
-    if (version.url.empty() || HasControlCharacter(version.url + version.validator)) {
+    if (version.url.empty() ||
+        HasControlCharacter(version.url + version.validator + version.resource)) {
         m_Version.validator.clear();
     }
     const bool isWritten = ftruncate(m_Part.Number(), 0) == 0 &&
@@ -256,6 +257,7 @@ bool PartFile::m_WriteRecord()
         record.synced = m_Synced;
         record.device = m_Status.st_dev;
         record.inode = m_Status.st_ino;
+        record.resource = m_Version.resource;
         text = record.Format();
     }
     return WriteAt(m_Record.Number(), 0, text.data(), text.size()) &&
@@ -274,7 +276,11 @@ bool PartFile::Commit()
         return m_Fail(Category::WrongHash);
     }
     m_LikeTarget();
-    return (SyncFile(m_Part.Number()) && m_TakeName()) || m_FailWithErrno();
+    if (!SyncFile(m_Part.Number())) {
+        return m_FailWithErrno();
+    }
+    m_Synced = m_Length;
+    return (m_WriteRecord() && m_TakeName()) || m_FailWithErrno();
 }
 
 // Gives the part the permissions, and as far as allowed the owner, of the file that it replaces.

@@ -46,8 +46,9 @@ public:
     struct Version
     {
         std::string url;
-        std::string validator;               // a strong one
-        std::optional<std::uint64_t> total;  // length of the whole body
+        std::string validator;                 // a strong one
+        std::optional<std::uint64_t> total;    // length of the whole body
+        std::string resource = std::string();  // that answered, after redirects
     };
     // The version of this URL's body that the part has the first Length() bytes of, which are
     // hashed by then. Nothing if there is no such part, or when the transfer is stopped.

@@ -38,7 +38,8 @@ std::string PartRecord::Format() const
 {
     std::string text = "version 1\nurl " + url + "\nvalidator " + validator;
     text += "\ntotal " + std::to_string(total) + "\nsynced " + std::to_string(synced);
-    text += "\ndevice " + std::to_string(device) + "\ninode " + std::to_string(inode) + '\n';
+    text += "\ndevice " + std::to_string(device) + "\ninode " + std::to_string(inode) +
+            "\nresource " + resource + '\n';
     return text + "sha256 " + ChecksumOf(text) + '\n';
 }
 
@@ -53,6 +54,7 @@ std::optional<PartRecord> PartRecord::Parse(const std::string& text)
     record.synced = TakeNumber(text, at, "synced");
     record.device = TakeNumber(text, at, "device");
     record.inode = TakeNumber(text, at, "inode");
+    record.resource = Take(text, at, "resource");
     // Whatever was not read as it was written comes out differently.
     const bool isWhole = !record.url.empty() && !record.validator.empty() && record.synced > 0 &&
                          record.synced <= record.total && record.Format() == text;

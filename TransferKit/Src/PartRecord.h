@@ -17,6 +17,7 @@ struct PartRecord
     std::uint64_t synced = 0;
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
+    std::string resource = std::string();  // that answered, after redirects
 
     // Lines of text, the last of which is a checksum. Url and validator must not contain line
     // breaks.

@@ -90,5 +90,14 @@ std::string ReasonToRefuse(const ITransferHandler::Configuration& request,
     return reason;
 }
 
+std::string ReasonToWriteNoFile(const ITransferHandler::Configuration& request)
+{
+    if (request.method == Method::EhttpHead) {
+        return "a HEAD has no body to write to a file";
+    }
+    const bool hasRange = HasHeader(request, "Range") || HasHeader(request, "If-Range");
+    return hasRange ? "a file is not made of a range" : "";
+}
+
 }  // namespace KIT
 }  // namespace VORTAN_MW

@@ -17,6 +17,9 @@ std::string ReasonToRefuse(const ITransferHandler::Configuration& request,
                            const std::optional<Url>& url, const TransferOptionsData& options,
                            const Policy& policy);
 
+// The same for a request whose body goes to a file.
+std::string ReasonToWriteNoFile(const ITransferHandler::Configuration& request);
+
 // Whether one of the client's headers has this name.
 bool HasHeader(const ITransferHandler::Configuration& request, const std::string& name);
 

@@ -8,7 +8,8 @@
 namespace VORTAN_MW {
 namespace KIT {
 
-Sink::Sink(const ITransferHandler::TransferDetail& detail) : m_Detail(detail)
+Sink::Sink(const ITransferHandler::TransferDetail& detail, PartFile* file)
+    : m_Detail(detail), m_File(file)
 {
     for (ITransferHandler::Bytes* const buffer : {detail.headerBuffer, detail.dataBuffer}) {
         if (buffer) {
@@ -33,6 +34,10 @@ void Sink::Announce(std::uint64_t length)
 
 bool Sink::DeliverHeader(const std::string& lines)
 {
+    if (m_File) {
+        m_HeldHeader += lines;
+        return !m_HasRefused;
+    }
     return m_Deliver(reinterpret_cast<const std::uint8_t*>(lines.data()), lines.size(),
                      m_Detail.headerBuffer, m_Detail.headerCallback);
 }
@@ -40,8 +45,25 @@ bool Sink::DeliverHeader(const std::string& lines)
 bool Sink::DeliverBody(const char* data, std::size_t length)
 {
     m_Delivered += length;
+    if (m_File) {
+        return !m_HasRefused && m_File->Write(data, length);
+    }
     return m_Deliver(reinterpret_cast<const std::uint8_t*>(data), length, m_Detail.dataBuffer,
                      m_Detail.dataCallback);
+}
+
+bool Sink::Flush()
+{
+    const std::string lines = std::move(m_HeldHeader);
+    m_HeldHeader.clear();
+    return lines.empty() || m_Deliver(reinterpret_cast<const std::uint8_t*>(lines.data()),
+                                      lines.size(), m_Detail.headerBuffer, m_Detail.headerCallback);
+}
+
+void Sink::StartOver()
+{
+    m_Delivered = 0;
+    m_HeldHeader.clear();
 }
 
 bool Sink::m_Deliver(const std::uint8_t* data, std::size_t length, ITransferHandler::Bytes* buffer,

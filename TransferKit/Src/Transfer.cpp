@@ -61,15 +61,16 @@ bool IsLengthClear(const HeaderCollector& header)
 }  // namespace
 
 Transfer::Transfer(SessionCore& core, const ITransferHandler::TransferDetail& detail,
-                   const TransferOptionsData& options, const std::string& uploadPath,
+                   const TransferOptionsData& options, const TransferFiles& files,
                    StopListener& listener)
     : m_Core(core),
       m_Detail(detail),
       m_Options(options),
-      m_UploadPath(uploadPath),
+      m_Files(files),
       m_Listener(listener),
       m_Deadline(SteadyClock::now() + core.policy.altogether),
-      m_Sink(detail),
+      m_File(files.target ? std::make_optional<PartFile>(*files.target) : std::nullopt),
+      m_Sink(detail, m_File ? &*m_File : nullptr),
       m_Retry(core.policy, core.budget, core.jitter)
 {}
 
@@ -83,6 +84,7 @@ ITransferHandler::Result Transfer::Run()
         m_End(Category::Internal);
     }
     m_Easy = nullptr;
+    m_CloseFile();
     m_LogFailure();
     m_Report(TransferEvent::Kind::End);
     m_Sink.RethrowIfAny();
@@ -121,7 +123,7 @@ void Transfer::m_RunAttempts()
             break;
         }
         if (!m_IsWaitDecided) {
-            m_Wait = m_NextWait(failure, m_Sink.Delivered() > before);
+            m_Wait = m_NextWait(failure, m_Sink.Delivered() > before && !m_HasStartedOver);
         }
         if (!m_Wait || !failure.mayPass) {
             break;
@@ -137,14 +139,19 @@ void Transfer::m_RunAttempts()
             break;
         }
     }
-    m_End(m_Event.outcome.category);
+    const Category category = m_Event.outcome.category;
+    const bool isOfFile = m_File && m_File->Fault() == category;
+    m_End(category, isOfFile ? m_File->Detail() : m_Reason);
 }
 
 // False if the request must not be sent.
 bool Transfer::m_Prepare()
 {
     std::optional<Url> url = Url::Parse(m_Detail.url);
-    const std::string reason = ReasonToRefuse(m_Detail, url, m_Options, m_Core.policy);
+    std::string reason = ReasonToRefuse(m_Detail, url, m_Options, m_Core.policy);
+    if (reason.empty() && m_File) {
+        reason = ReasonToWriteNoFile(m_Detail);
+    }
     if (!reason.empty()) {
         m_End(Category::InvalidRequest, reason);
         return false;
@@ -153,13 +160,14 @@ bool Transfer::m_Prepare()
     m_First.method = m_Detail.method;
     m_First.hasBody = m_Detail.method == Method::EhttpPost || m_Detail.method == Method::EhttpPut;
     if (m_First.hasBody) {
-        m_Body = m_UploadPath.empty() ? MakeMemorySource(m_Detail) : OpenFileSource(m_UploadPath);
+        m_Body = m_Files.uploadPath.empty() ? MakeMemorySource(m_Detail)
+                                            : OpenFileSource(m_Files.uploadPath);
     }
     if (m_First.hasBody && !m_Body) {
         m_End(Category::UploadFailed);
         return false;
     }
-    return true;
+    return !m_File || m_OpenFile();
 }
 
 // Follows redirects until a response ends the chain.
@@ -168,9 +176,18 @@ Failure Transfer::m_Attempt()
     m_Event.isKept = false;
     m_HeaderBytes = 0;
     m_HasSent = false;
+    m_HasStartedOver = false;
+    if (m_File && m_HasDelivered() && !m_IsContinuable()) {
+        m_StartOver();
+    }
     Hop hop = m_First;
     for (;;) {
         const Failure failure = m_Request(hop);
+        if (m_SendsAgain && failure.category == Category::Changed) {
+            m_SendsAgain = false;
+            hop = m_First;
+            continue;
+        }
         if (!m_Next || failure.category != Category::Success) {
             return failure;
         }
@@ -184,6 +201,7 @@ Failure Transfer::m_Request(const Hop& hop)
     m_Next.reset();
     m_Failure.reset();
     m_RetryAfter.reset();
+    m_Reason = "";
     m_Treatment = Treatment::Deliver;
     m_IsHeaderComplete = false;
     m_IsConnectionReported = false;
@@ -240,7 +258,7 @@ Exchange::Request Transfer::m_Describe(const Hop& hop) const
                               hop.hasBody ? m_Body.get() : nullptr,
                               m_Sink.WantsBody(),
                               isPost && !m_Options.isPostRepeatable,
-                              !m_Core.policy.continuation,
+                              !m_Core.policy.continuation && !m_File,
                               std::string(),
                               std::string()};
     if (m_HasDelivered()) {
@@ -277,6 +295,9 @@ Failure Transfer::m_Classify(TransferLoop::End end, CURLcode code, PooledHandle&
     if (fault != Category::Success) {
         return {fault, false};
     }
+    if (m_File && m_File->Fault() != Category::Success) {
+        return {m_File->Fault(), false};
+    }
     if (m_Failure || m_Next) {  // the header has decided, however the rest went
         return m_Failure.value_or(Failure{Category::Success, false});
     }
@@ -293,7 +314,8 @@ Failure Transfer::m_Classify(TransferLoop::End end, CURLcode code, PooledHandle&
                               : Failure{Category::ConnectionLost, true};
 }
 
-// The response is whole: delivers what the client has not got yet.
+// The response is whole: delivers what the client has not got yet. The file takes its name last,
+// when nobody can object any more.
 Failure Transfer::m_Finish()
 {
     if (m_Skip > 0) {  // the same version, and shorter than before
@@ -302,9 +324,15 @@ Failure Transfer::m_Finish()
     if (m_IsShort()) {
         return {Category::ConnectionLost, true};
     }
-    const bool isTaken = m_DeliverPendingHeader() && (m_Trailer.empty() || !m_Sink.WantsHeader() ||
-                                                      m_Sink.DeliverHeader(m_Trailer));
-    return {isTaken ? Category::Success : Category::ClientStopped, false};
+    const bool isTaken =
+        m_DeliverPendingHeader() &&
+        (m_Trailer.empty() || !m_Sink.WantsHeader() || m_Sink.DeliverHeader(m_Trailer)) &&
+        m_Sink.Flush();
+    if (!isTaken) {
+        return {Category::ClientStopped, false};
+    }
+    const bool isWhole = !m_File || m_IsUnmodified || m_File->Commit();
+    return {isWhole ? Category::Success : m_File->Fault(), false};
 }
 
 std::optional<Milliseconds> Transfer::m_NextWait(const Failure& failure, bool delivered)
@@ -320,16 +348,25 @@ std::optional<Milliseconds> Transfer::m_NextWait(const Failure& failure, bool de
 bool Transfer::m_IsRepeatable() const
 {
     if (m_HasResponse) {
-        return m_IsContinuable();
+        return m_IsContinuable() || (m_File && m_IsGet());
     }
     return m_Detail.method != Method::EhttpPost || m_Options.isPostRepeatable || !m_HasSent;
 }
 
+bool Transfer::m_IsGet() const
+{
+    return m_Detail.method == Method::Default || m_Detail.method == Method::EhttpGet;
+}
+
+bool Transfer::m_MayContinue() const
+{
+    return m_IsGet() && m_Core.policy.continuation && !HasHeader(m_Detail, "Range") &&
+           !HasHeader(m_Detail, "If-Range");
+}
+
 bool Transfer::m_IsContinuable() const
 {
-    const bool isGet = m_Detail.method == Method::Default || m_Detail.method == Method::EhttpGet;
-    return isGet && m_HasDelivered() && m_Core.policy.continuation && m_Continuation.IsPossible() &&
-           !HasHeader(m_Detail, "Range") && !HasHeader(m_Detail, "If-Range");
+    return m_MayContinue() && m_HasDelivered() && m_Continuation.IsPossible();
 }
 
 // Of the first response libcurl checks the length itself. Of a further one it knows the part's own
@@ -369,7 +406,8 @@ bool Transfer::OnHeader(const HeaderCollector& header)
     if (IsRedirect(header.Status()) && header.Count("Location") > 0) {
         return m_OnRedirect(header);
     }
-    if (m_HasResponse) {
+    const bool isSuccess = header.Status() >= 200 && header.Status() < 300;
+    if (m_HasResponse || (m_IsResumed && (isSuccess || header.Status() == 416))) {
         return m_OnContinuation(header);
     }
     return header.Status() >= 400 ? m_OnFailureStatus(header) : m_OnResponse(header);
@@ -392,7 +430,7 @@ bool Transfer::m_OnFailureStatus(const HeaderCollector& header)
     }
     m_Wait = m_NextWait(failure, false);
     m_IsWaitDecided = true;
-    if (!m_Wait && !m_Detail.failOnError) {
+    if (!m_Wait && !m_Detail.failOnError && !m_File) {
         return m_OnResponse(header);
     }
     m_Treatment = Treatment::Drop;
@@ -415,25 +453,36 @@ bool Transfer::m_OnContinuation(const HeaderCollector& header)
         return true;
     }
     if (ResourceOf(*m_Hop) != m_Resource) {
-        return m_Fail(Category::Changed);  // its validator says nothing about the first one's
+        // Its validator says nothing about the first one's.
+        return m_File ? m_OnOtherVersion(header) : m_Fail(Category::Changed);
     }
     m_IsContinuation = true;
     switch (m_Continuation.Judge(header, m_Sink.Delivered())) {
         case Continuation::Verdict::Rest:
-            return true;
+            return m_OnRest(header);
         case Continuation::Verdict::Whole:
             m_Skip = m_Sink.Delivered();
-            return true;
+            return m_OnRest(header);
         case Continuation::Verdict::Complete:
             m_Treatment = Treatment::Drop;
             m_Failure = Failure{Category::Success, false};
-            return true;
+            return m_OnRest(header);
         case Continuation::Verdict::Changed:
-            return m_Fail(Category::Changed);
+            return m_File ? m_OnOtherVersion(header) : m_Fail(Category::Changed);
         case Continuation::Verdict::Invalid:
             break;
     }
-    return m_Fail(Category::InvalidResponse);
+    return m_File ? m_OnOtherVersion(header) : m_Fail(Category::InvalidResponse);
+}
+
+// Of a file that an earlier run has begun, this is the first response.
+bool Transfer::m_OnRest(const HeaderCollector& header)
+{
+    if (m_HasResponse) {
+        return true;
+    }
+    m_PendingHeader = header.Block();
+    return !m_File || m_File->Reserve();
 }
 
 bool Transfer::m_OnResponse(const HeaderCollector& header)
@@ -462,14 +511,18 @@ bool Transfer::m_OnResponse(const HeaderCollector& header)
             std::min<std::uint64_t>(*length, std::numeric_limits<std::int64_t>::max()));
         m_Sink.Announce(*length);
     }
+    if (m_File && !m_BeginFile(header, length)) {
+        return false;
+    }
     m_PendingHeader = header.Block();
     return true;
 }
 
 // Ends the request for a reason that the response gave.
-bool Transfer::m_Fail(Category category, bool mayPass)
+bool Transfer::m_Fail(Category category, const char* reason)
 {
-    m_Failure = Failure{category, mayPass};
+    m_Failure = Failure{category, false};
+    m_Reason = reason;
     return false;
 }
 
@@ -545,9 +598,10 @@ void Transfer::m_End(Category category, const std::string& detail)
         return;
     }
     try {
-        m_Event.outcome.sentence = detail.empty()
-                                       ? SentenceOf(category, m_First.url.host, m_Event.httpStatus)
-                                       : "The request was refused because " + detail + ".";
+        m_Event.outcome.sentence =
+            category == Category::InvalidRequest && !detail.empty()
+                ? "The request was refused because " + detail + "."
+                : SentenceOf(category, m_First.url.host, m_Event.httpStatus, detail);
     } catch (const std::bad_alloc&) {
         m_Event.outcome.sentence.clear();
     }

@@ -9,6 +9,7 @@
 #include "Continuation.h"
 #include "EventData.h"
 #include "Exchange.h"
+#include "PartFile.h"
 #include "RetryRule.h"
 #include "SessionCore.h"
 #include "Sink.h"
@@ -17,14 +18,21 @@
 namespace VORTAN_MW {
 namespace KIT {
 
+// Files in the place of the request's and the response's body.
+struct TransferFiles
+{
+    std::string uploadPath;                    // empty: the request's own body
+    std::shared_ptr<const FileTarget> target;  // null: the client's buffers and callbacks
+};
+
 // One transfer from its first attempt to its end. It lives for one call of DoTransfer, on that
 // call's thread.
 class Transfer : private Exchange::Receiver, private TransferLoop::Watcher
 {
 public:
-    // All of it outlives the transfer. uploadPath: empty to upload the request's body.
+    // All of it outlives the transfer.
     Transfer(SessionCore& core, const ITransferHandler::TransferDetail& detail,
-             const TransferOptionsData& options, const std::string& uploadPath,
+             const TransferOptionsData& options, const TransferFiles& files,
              StopListener& listener);
 
     // Raises what the client's callbacks or its observer have thrown, and nothing else.
@@ -52,6 +60,8 @@ private:
     // The next attempt's wait, if there is a next attempt.
     std::optional<Milliseconds> m_NextWait(const Failure& failure, bool delivered);
     bool m_IsRepeatable() const;
+    bool m_IsGet() const;
+    bool m_MayContinue() const;
     bool m_IsContinuable() const;
     bool m_IsBeyondTheEnd(std::size_t length) const;
     bool m_IsShort() const;
@@ -66,8 +76,15 @@ private:
     bool m_OnFailureStatus(const HeaderCollector& header);
     bool m_OnContinuation(const HeaderCollector& header);
     bool m_OnResponse(const HeaderCollector& header);
-    bool m_Fail(Category category, bool mayPass = false);
+    bool m_OnRest(const HeaderCollector& header);
+    bool m_Fail(Category category, const char* reason = "");
     bool m_DeliverPendingHeader();
+
+    bool m_OpenFile();
+    bool m_BeginFile(const HeaderCollector& header, std::optional<std::uint64_t> length);
+    bool m_OnOtherVersion(const HeaderCollector& header);
+    void m_StartOver();
+    void m_CloseFile();
 
     void m_Report(TransferEvent::Kind kind);
     void m_End(Category category, const std::string& detail = std::string());
@@ -75,9 +92,10 @@ private:
     SessionCore& m_Core;
     const ITransferHandler::TransferDetail& m_Detail;
     const TransferOptionsData& m_Options;
-    const std::string& m_UploadPath;
+    const TransferFiles& m_Files;
     StopListener& m_Listener;
     const std::chrono::steady_clock::time_point m_Deadline;
+    std::optional<PartFile> m_File;
     Sink m_Sink;
     RetryRule m_Retry;
     Continuation m_Continuation;
@@ -88,6 +106,8 @@ private:
     // Of the current attempt.
     std::uint64_t m_HeaderBytes = 0;
     bool m_HasSent = false;
+    bool m_HasStartedOver = false;  // the file begins anew
+    bool m_SendsAgain = false;      // at once, without a range
 
     // Of the current request.
     const Hop* m_Hop = nullptr;
@@ -106,6 +126,9 @@ private:
     // Of the whole transfer.
     std::string m_PendingHeader;  // delivered with the first byte of the body, or at the end
     long m_Status = 0;
+    const char* m_Reason = "";           // detail of the failure, if any
+    bool m_IsResumed = false;            // the file goes on where an earlier run has left it
+    bool m_IsUnmodified = false;         // the server says that the file needs no change
     bool m_HasResponse = false;          // the client has the header that m_Status belongs to
     bool m_IsWaitDecided = false;        // by the header of the response
     std::optional<Milliseconds> m_Wait;  // before the next attempt

@@ -268,6 +268,9 @@ void ScriptedServer::m_Serve(int socket, std::size_t number)
            s_ReadRequest(wire, pending, request)) {
         answer = m_Answer(request);
         wire.SendAll(answer.bytes);
+        if (answer.afterSending) {
+            answer.afterSending();
+        }
     }
     switch (answer.then) {
         case Answer::Then::Stall:

@@ -45,6 +45,7 @@ public:
 
         std::string bytes;
         Then then = Then::Keep;
+        std::function<void()> afterSending = nullptr;
     };
 
     // What a server with TLS has and demands.

@@ -40,7 +40,7 @@ int RealUnlink(const char* path) __asm__("__real_unlink");
 
 namespace {
 
-struct Watch
+struct CallWatch
 {
     bool isOn = false;
     std::vector<std::string> names;
@@ -50,7 +50,7 @@ struct Watch
     bool hasFailed = false;
 };
 
-thread_local Watch s_Watch;
+thread_local CallWatch s_Watch;
 
 bool EndsWith(const std::string& text, const std::string& end)
 {
@@ -101,13 +101,13 @@ bool Fails(const char* call, const File& file)
 
 SystemCalls::SystemCalls()
 {
-    s_Watch = Watch();
+    s_Watch = CallWatch();
     s_Watch.isOn = true;
 }
 
 SystemCalls::~SystemCalls()
 {
-    s_Watch = Watch();
+    s_Watch = CallWatch();
 }
 
 std::vector<std::string> SystemCalls::Names() const

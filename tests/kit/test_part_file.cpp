@@ -364,11 +364,13 @@ TEST_F(KitPart, IsSyncedBeforeItIsRecordedAndBeforeItTakesTheName)
     ASSERT_TRUE(next.Write(body.data() + Kept, Length - Kept));
     ASSERT_TRUE(next.Commit());
     const std::vector<std::string> order = {
-        "open part",        "flock part",       "open record",  "ftruncate part", "pwrite record",
-        "ftruncate record", "fallocate part",   "pwrite part",  "ftruncate part", "fdatasync part",
-        "pwrite record",    "ftruncate record", "flock part",   "open part",      "flock part",
-        "open record",      "pread record",     "pread record", "ftruncate part", "pwrite part",
-        "fsync part",       "rename part",      "open other",   "fsync other",    "unlink record"};
+        "open part",      "flock part",       "open record",      "ftruncate part",
+        "pwrite record",  "ftruncate record", "fallocate part",   "pwrite part",
+        "ftruncate part", "fdatasync part",   "pwrite record",    "ftruncate record",
+        "flock part",     "open part",        "flock part",       "open record",
+        "pread record",   "pread record",     "ftruncate part",   "pwrite part",
+        "fsync part",     "pwrite record",    "ftruncate record", "rename part",
+        "open other",     "fsync other",      "unlink record"};
     EXPECT_EQ(calls.Names(), order);
 }
 
