@@ -46,7 +46,7 @@ public:
     /// dataCallback that does nothing, because an agent demands one.
     ///
     /// The part is opened and locked when the transfer begins. Throws std::invalid_argument if the
-    /// request has no factory, or if the sink is attached already; std::bad_alloc.
+    /// request has no factory or another sink, or if the sink is attached already; std::bad_alloc.
     void AttachTo(ITransferAgentManager::TransferConfiguration & request);
 
 private:

@@ -119,7 +119,7 @@ FileSink::FileSink(const std::string& path, const std::string& sha256)
     : m_Data(std::make_unique<Data>())
 {
     CheckPath(path);
-    m_Data->target = std::make_shared<FileTarget>(FileTarget{path, CheckedDigest(sha256)});
+    m_Data->target = std::make_shared<FileTarget>(path, CheckedDigest(sha256));
 }
 
 FileSink::~FileSink() = default;
@@ -132,7 +132,11 @@ void FileSink::AttachTo(ITransferAgentManager::TransferConfiguration& request)
     if (!request.handlerFactory) {
         throw std::invalid_argument("The request has no factory that the file sink could use.");
     }
-    if (auto* const own = dynamic_cast<HttpHandlerFactory*>(request.handlerFactory.get())) {
+    auto* const own = dynamic_cast<HttpHandlerFactory*>(request.handlerFactory.get());
+    if (dynamic_cast<FactoryToFile*>(request.handlerFactory.get()) || (own && own->HasTarget())) {
+        throw std::invalid_argument("The request has a file sink already.");
+    }
+    if (own) {
         own->SetTarget(m_Data->target);  // these handlers write the file themselves, and resume it
     } else {
         request.handlerFactory =

@@ -45,13 +45,9 @@ bool SyncBytes(int file)
     return SyncWith(&fdatasync, file);
 }
 
-bool SyncFolderOf(const std::string& path)
+Descriptor OpenFolderOf(const std::string& path)
 {
-    const Descriptor folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.Number() < 0) {
-        return errno == EACCES;
-    }
-    return SyncFile(folder.Number());
+    return Descriptor(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 bool WriteAt(int file, std::uint64_t offset, const char* data, std::size_t length)

@@ -17,8 +17,8 @@ std::optional<struct stat> StatusOfLink(const std::string& path);
 // Returns when the bytes have reached the disk, as far as the file system has one.
 bool SyncFile(int file);
 bool SyncBytes(int file);
-// Syncs the names in the folder of this path. A folder that may not be read is left alone.
-bool SyncFolderOf(const std::string& path);
+// The folder of this path, to sync its names.
+Descriptor OpenFolderOf(const std::string& path);
 
 bool WriteAt(int file, std::uint64_t offset, const char* data, std::size_t length);
 // At most that many bytes from the beginning; what cannot be read is missing.

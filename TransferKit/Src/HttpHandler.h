@@ -36,6 +36,7 @@ public:
     bool IsOf(const SessionCore& core) const { return m_Context->core.get() == &core; }
     // For the handlers that are made from now on.
     void SetUpload(const std::string& path) { m_Context->files.uploadPath = path; }
+    bool HasTarget() const { return m_Context->files.target != nullptr; }
     void SetTarget(std::shared_ptr<const FileTarget> target)
     {
         m_Context->files.target = std::move(target);

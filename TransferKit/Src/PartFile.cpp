@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <new>
 #include <system_error>
 
 #include "FileSystem.h"
@@ -39,13 +40,6 @@ bool IsSameFile(const struct stat& one, const std::optional<struct stat>& other)
 
 }  // namespace
 
-PartFile::PartFile(const FileTarget& target)
-    : m_Target(target),
-      m_PartPath(target.path + ".part"),
-      m_RecordPath(target.path + ".part.meta"),
-      m_SyncedAt(std::chrono::steady_clock::now())
-{}
-
 PartFile::~PartFile()
 {
     Close(true);
@@ -66,7 +60,7 @@ bool PartFile::Open()
 // Others may make, rename and remove the file meanwhile: then it is tried again.
 PartFile::Step PartFile::m_TryToOpen()
 {
-    const auto found = StatusOfLink(m_PartPath);
+    const auto found = StatusOfLink(m_Target.partPath);
     if (found && !S_ISREG(found->st_mode)) {  // opening a device may have effects
         m_Fail(Category::FileFailed, "something that is no file has the name of its part");
         return Step::Failed;
@@ -74,7 +68,7 @@ PartFile::Step PartFile::m_TryToOpen()
     // A target that others may not read has a part that they may not read.
     const mode_t mode = StatusOfLink(m_Target.path) ? OwnerOnly : AsUmaskSays;
     const int flags = found ? OpenFlags : OpenFlags | O_CREAT | O_EXCL;
-    m_Part = Descriptor(open(m_PartPath.c_str(), flags, mode));
+    m_Part = Descriptor(open(m_Target.partPath.c_str(), flags, mode));
     if (m_Part.Number() < 0) {
         const bool isLost = errno == EINTR || errno == (found ? ENOENT : EEXIST);
         return isLost || m_FailWithErrno() ? Step::Again : Step::Failed;
@@ -83,7 +77,7 @@ PartFile::Step PartFile::m_TryToOpen()
     if (step != Step::Done || !found || IsOwn(m_Status)) {
         return step;
     }
-    return unlink(m_PartPath.c_str()) == 0 || m_FailWithErrno() ? Step::Again : Step::Failed;
+    return unlink(m_Target.partPath.c_str()) == 0 || m_FailWithErrno() ? Step::Again : Step::Failed;
 }
 
 PartFile::Step PartFile::m_Lock()
@@ -105,16 +99,16 @@ PartFile::Step PartFile::m_Lock()
         return Step::Failed;
     }
     // Whoever had the lock before may have given the file its final name.
-    return IsSameFile(m_Status, StatusOfLink(m_PartPath)) ? Step::Done : Step::Again;
+    return IsSameFile(m_Status, StatusOfLink(m_Target.partPath)) ? Step::Done : Step::Again;
 }
 
 bool PartFile::m_OpenRecord()
 {
-    const auto found = StatusOfLink(m_RecordPath);
-    if (found && !IsOwn(*found) && unlink(m_RecordPath.c_str()) != 0) {
+    const auto found = StatusOfLink(m_Target.recordPath);
+    if (found && !IsOwn(*found) && unlink(m_Target.recordPath.c_str()) != 0) {
         return m_FailWithErrno();
     }
-    m_Record = Descriptor(open(m_RecordPath.c_str(), OpenFlags | O_CREAT, OwnerOnly));
+    m_Record = Descriptor(open(m_Target.recordPath.c_str(), OpenFlags | O_CREAT, OwnerOnly));
     struct stat status = {};
     if (m_Record.Number() < 0 || fstat(m_Record.Number(), &status) != 0) {
         return m_FailWithErrno();
@@ -141,6 +135,7 @@ std::optional<PartFile::Version> PartFile::Resume(const std::string& url,
         return std::nullopt;
     }
     m_Length = m_Synced;
+    m_SyncedAt = std::chrono::steady_clock::now();
     return m_Version;
 }
 
@@ -188,6 +183,7 @@ bool PartFile::Begin(const Version& version)
                            (m_IsClean || SyncFile(m_Record.Number()));
     m_IsClean = false;
     m_HasBegun = true;
+    m_SyncedAt = std::chrono::steady_clock::now();
     return isWritten ? Reserve() : m_FailWithErrno();
 }
 
@@ -302,16 +298,22 @@ void PartFile::m_LikeTarget()
 
 bool PartFile::m_TakeName()
 {
-    if (!IsSameFile(m_Status, StatusOfLink(m_PartPath))) {
+    if (!IsSameFile(m_Status, StatusOfLink(m_Target.partPath))) {
         errno = ENOENT;  // somebody has removed it
         return false;
     }
-    if (rename(m_PartPath.c_str(), m_Target.path.c_str()) != 0) {
+    // A folder that may be written to, but not read, cannot be synced.
+    const Descriptor folder = OpenFolderOf(m_Target.path);
+    const bool isReadable = folder.Number() >= 0 || errno != EACCES;
+    if (folder.Number() < 0 && isReadable) {
         return false;
     }
-    const bool isSynced = SyncFolderOf(m_Target.path);
+    if (rename(m_Target.partPath.c_str(), m_Target.path.c_str()) != 0) {
+        return false;
+    }
+    const bool isSynced = !isReadable || SyncFile(folder.Number());
     const int reason = errno;
-    unlink(m_RecordPath.c_str());
+    unlink(m_Target.recordPath.c_str());
     m_Record = Descriptor();
     m_Part = Descriptor();
     errno = reason;
@@ -324,8 +326,12 @@ void PartFile::Close(bool isWorthKeeping)
         return;
     }
     const bool isUseless = m_HasBegun ? !m_IsKeepable() || m_Length == 0 : m_IsClean;
-    if (!isWorthKeeping || isUseless || !m_PrepareForLater()) {
-        m_Discard();
+    try {
+        if (!isWorthKeeping || isUseless || !m_PrepareForLater()) {
+            m_Discard();
+        }
+    } catch (const std::bad_alloc&) {
+        // The record is that of the last sync.
     }
     flock(m_Part.Number(), LOCK_UN);  // a child made by fork would keep it
     m_Part = Descriptor();
@@ -349,9 +355,9 @@ bool PartFile::m_PrepareForLater()
 
 void PartFile::m_Discard()
 {
-    if (IsSameFile(m_Status, StatusOfLink(m_PartPath))) {
-        unlink(m_RecordPath.c_str());
-        unlink(m_PartPath.c_str());
+    if (IsSameFile(m_Status, StatusOfLink(m_Target.partPath))) {
+        unlink(m_Target.recordPath.c_str());
+        unlink(m_Target.partPath.c_str());
     }
 }
 

@@ -18,7 +18,16 @@ namespace KIT {
 // Where the body of a transfer goes.
 struct FileTarget
 {
-    std::string path;
+    FileTarget(const std::string& itsPath, std::optional<Digest> itsSha256)
+        : path(itsPath),
+          partPath(path + ".part"),
+          recordPath(path + ".part.meta"),
+          sha256(itsSha256)
+    {}
+
+    const std::string path;
+    const std::string partPath;
+    const std::string recordPath;
     std::optional<Digest> sha256;  // of the whole file
 };
 
@@ -35,7 +44,7 @@ class PartFile
 {
 public:
     // The target outlives it.
-    explicit PartFile(const FileTarget& target);
+    explicit PartFile(const FileTarget& target) : m_Target(target) {}
     PartFile(const PartFile&) = delete;
     PartFile& operator=(const PartFile&) = delete;
     ~PartFile();
@@ -94,8 +103,6 @@ private:
     bool m_FailWithErrno();
 
     const FileTarget& m_Target;
-    const std::string m_PartPath;
-    const std::string m_RecordPath;
     Descriptor m_Part;
     Descriptor m_Record;
     struct stat m_Status = {};  // of the part

@@ -1,4 +1,5 @@
-#include "RequestRules.h"
+#include <new>
+
 #include "Transfer.h"
 
 // The body of a transfer becomes a file.
@@ -74,7 +75,11 @@ void Transfer::m_CloseFile()
     if (!m_File) {
         return;
     }
-    m_Sink.Flush();
+    try {
+        m_Sink.Flush();  // of a response that failed
+    } catch (const std::bad_alloc&) {
+        // Its status tells enough.
+    }
     switch (m_Event.outcome.category) {
         case Category::Success:  // after status 304: the part belongs to a version that is outdated
         case Category::InvalidResponse:

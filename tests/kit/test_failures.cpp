@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <tuple>
 
+#include "FileClient.h"
 #include "KitClient.h"
 #include "ScriptedServer.h"
 
@@ -302,4 +304,52 @@ TEST_P(KitFailures, EndTheTransferAndLeaveTheSessionUsable)
         EXPECT_EQ(ending.body, scenario.body);
     }
     EXPECT_GT(failures, 20);
+}
+
+namespace {
+
+class KitFileFailures : public ::testing::TestWithParam<Countdown*>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, KitFileFailures, ::testing::Values(&s_Allocations, &s_Calls),
+                         [](const ::testing::TestParamInfo<Countdown*>& kind) {
+                             return kind.param == &s_Allocations ? "Allocation" : "Call";
+                         });
+
+}  // namespace
+
+TEST_P(KitFileFailures, LeaveAFileThatIsWholeOrNotThere)
+{
+    const CaughtLog log;
+    auto session = std::make_unique<KIT::HttpSession>(LocalPolicy());
+    const TemporaryFolder folder;
+    const std::string path = folder.Path("file");
+    const Version version{"0123456789"};
+    ScriptedServer cutting([&version](const ScriptedServer::Request& request) -> Answer {
+        const std::string range = request.Value("Range");
+        return {WholeOrRest(version, range, request.Value("If-Range"), range.empty() ? 4 : 10),
+                range.empty() ? Then::Close : Then::Keep};
+    });
+    long number = 0;
+    for (bool hasFailed = true; hasFailed;) {
+        static_cast<void>(std::remove(path.c_str()));
+        ITransferAgentManager::TransferConfiguration job;
+        static_cast<Configuration&>(job) = Request(cutting.Url());
+        job.handlerFactory = session->MakeFactory();
+        KIT::FileSink(path, Sha256Of(version.body)).AttachTo(job);
+        const auto handler = job.handlerFactory->Create();
+        ITransferHandler::TransferDetail detail;
+        static_cast<Configuration&>(detail) = job;
+        GetParam()->left = ++number;
+        const bool success = handler->DoTransfer(detail).success;
+        hasFailed = GetParam()->left == 0;
+        GetParam()->left = 0;
+        EXPECT_EQ(TextOf(path), success ? version.body : "") << number;
+        EXPECT_TRUE(handler->DoTransfer(detail).success) << number;
+        EXPECT_EQ(TextOf(path), version.body) << number;
+        EXPECT_FALSE(HasPart(path)) << number;
+        session = std::make_unique<KIT::HttpSession>(LocalPolicy());
+    }
+    EXPECT_GT(number, 20);
 }

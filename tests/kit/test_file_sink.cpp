@@ -140,7 +140,12 @@ TEST_F(KitFile, IsAttachedOnceToARequestWithAFactory)
     job.handlerFactory = session.MakeFactory();
     sink.AttachTo(job);
     EXPECT_TRUE(job.dataCallback);  // an agent demands a callback
-    EXPECT_THROW(sink.AttachTo(job), std::invalid_argument);
+    Job other;
+    other.handlerFactory = std::make_unique<CurlEasyHandlerFactory>();
+    EXPECT_THROW(sink.AttachTo(other), std::invalid_argument);
+    EXPECT_THROW(KIT::FileSink(path).AttachTo(job), std::invalid_argument);
+    KIT::FileSink(path).AttachTo(other);
+    EXPECT_THROW(KIT::FileSink(path).AttachTo(other), std::invalid_argument);
 }
 
 TEST_F(KitFile, IsNotMadeOfWhatIsNoBody)

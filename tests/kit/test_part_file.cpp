@@ -67,7 +67,7 @@ protected:
     const std::string body = IndexedText(Length);
     FileTarget target{folder.Path("file"), std::nullopt};
     const PartFile::Version version{"http://host/a", "\"a\"", Length};
-    const StopListener listener;
+    StopListener listener;
 };
 
 }  // namespace
@@ -369,8 +369,8 @@ TEST_F(KitPart, IsSyncedBeforeItIsRecordedAndBeforeItTakesTheName)
         "ftruncate part", "fdatasync part",   "pwrite record",    "ftruncate record",
         "flock part",     "open part",        "flock part",       "open record",
         "pread record",   "pread record",     "ftruncate part",   "pwrite part",
-        "fsync part",     "pwrite record",    "ftruncate record", "rename part",
-        "open other",     "fsync other",      "unlink record"};
+        "fsync part",     "pwrite record",    "ftruncate record", "open other",
+        "rename part",    "fsync other",      "unlink record"};
     EXPECT_EQ(calls.Names(), order);
 }
 
