@@ -15,6 +15,12 @@ std::string ChecksumOf(const std::string& text)
     return HexOf(hash.Finish());
 }
 
+void Add(std::string& text, const char* name, const std::string& value)
+{
+    ((text += name) += ' ') += value;
+    text += '\n';
+}
+
 // The value of the next line of text, which must have this name.
 std::string Take(const std::string& text, std::size_t& at, const std::string& name)
 {
@@ -36,11 +42,17 @@ std::uint64_t TakeNumber(const std::string& text, std::size_t& at, const std::st
 
 std::string PartRecord::Format() const
 {
-    std::string text = "version 1\nurl " + url + "\nvalidator " + validator;
-    text += "\ntotal " + std::to_string(total) + "\nsynced " + std::to_string(synced);
-    text += "\ndevice " + std::to_string(device) + "\ninode " + std::to_string(inode) +
-            "\nresource " + resource + '\n';
-    return text + "sha256 " + ChecksumOf(text) + '\n';
+    std::string text;
+    Add(text, "version", "1");
+    Add(text, "url", url);
+    Add(text, "validator", validator);
+    Add(text, "total", std::to_string(total));
+    Add(text, "synced", std::to_string(synced));
+    Add(text, "device", std::to_string(device));
+    Add(text, "inode", std::to_string(inode));
+    Add(text, "resource", resource);
+    Add(text, "sha256", ChecksumOf(text));
+    return text;
 }
 
 std::optional<PartRecord> PartRecord::Parse(const std::string& text)

@@ -7,7 +7,7 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
+#include <utility>
 
 // The linker gives the kit's calls to __wrap_..., and the system's functions the names __real_...
 // It refuses hidden ones if a library, such as a sanitizer's, calls a function of that name.
@@ -48,6 +48,8 @@ struct CallWatch
     std::size_t failingNumber = 0;
     int error = 0;
     bool hasFailed = false;
+    std::string awaited;
+    std::function<void()> act;
 };
 
 thread_local CallWatch s_Watch;
@@ -87,6 +89,10 @@ bool Fails(const char* call, const File& file)
     s_Watch.isOn = false;  // what follows is not the kit's
     const std::string name = call + KindOf(file);
     s_Watch.names.push_back(name);
+    if (name == s_Watch.awaited) {
+        s_Watch.awaited.clear();
+        s_Watch.act();
+    }
     const bool fails = s_Watch.error != 0 && !s_Watch.hasFailed &&
                        (name == s_Watch.failing || s_Watch.names.size() == s_Watch.failingNumber);
     s_Watch.hasFailed = s_Watch.hasFailed || fails;
@@ -125,6 +131,12 @@ void SystemCalls::FailNumber(std::size_t number, int error)
 {
     s_Watch.failingNumber = number;
     s_Watch.error = error;
+}
+
+void SystemCalls::Before(const std::string& name, std::function<void()> act)
+{
+    s_Watch.awaited = name;
+    s_Watch.act = std::move(act);
 }
 
 bool SystemCalls::HasFailed()

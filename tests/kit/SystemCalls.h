@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ public:
     static void Fail(const std::string& name, int error);
     // The call of this number, counted from 1, fails.
     static void FailNumber(std::size_t number, int error);
+    // Something happens just before the first call of this name.
+    static void Before(const std::string& name, std::function<void()> act);
     // Whether a call has failed.
     static bool HasFailed();
 };

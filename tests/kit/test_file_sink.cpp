@@ -183,9 +183,14 @@ TEST_F(KitFile, BeginsAgainWhereItCannotGoOn)
 
 TEST_F(KitFile, IsNotTriedForEverWhereItCannotGoOn)
 {
-    ScriptedServer server({{"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123", Then::Close}});
+    // Each attempt gets a byte more than the one before it.
+    ScriptedServer server([](const ScriptedServer::Request& request) -> Answer {
+        return {"HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" +
+                    std::string(std::min<std::size_t>(request.number + 1, 900), 'x'),
+                Then::Close};
+    });
     EXPECT_EQ(Get(server).category, Category::ConnectionLost);
-    EXPECT_EQ(server.Requests().size(), 6U);  // the first attempt delivered, the next five did not
+    EXPECT_EQ(server.Requests().size(), 6U);  // the first attempt went on, the next five did not
 }
 
 TEST_F(KitFile, NeverMixesTwoVersions)

@@ -294,6 +294,24 @@ TEST_F(KitPart, IsLocked)
     EXPECT_EQ(LengthFound(), Kept);
 }
 
+// The first takes the name after the second has opened the part, and before it locks it.
+TEST_F(KitPart, OfALateLockerIsAnotherFile)
+{
+    PartFile first(target);
+    ASSERT_TRUE(first.Open());
+    ASSERT_TRUE(first.Begin(version));
+    ASSERT_TRUE(first.Write(body.data(), Length));
+    const SystemCalls calls;
+    SystemCalls::Before("flock part", [&first] { EXPECT_TRUE(first.Commit()); });
+    PartFile second(target);
+    ASSERT_TRUE(second.Open());
+    ASSERT_TRUE(second.Begin(version));
+    ASSERT_TRUE(second.Write("x", 1));
+    EXPECT_TRUE(folder.Read("file") == IndexedBytes(Length));
+    second.Close(false);
+    ExpectWhole();
+}
+
 TEST_F(KitPart, KeepsThePermissionsOfTheTarget)
 {
     folder.Write("file", {1});
