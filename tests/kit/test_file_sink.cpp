@@ -218,6 +218,29 @@ TEST_F(KitFile, NeverMixesTwoVersions)
     }
 }
 
+TEST_F(KitFile, GoesOnFromTheSameResourceOnly)
+{
+    const auto redirect = [](const std::string& target) -> Answer {
+        return {HttpResponse("HTTP/1.1 302 Found", "", {"Location: " + target})};
+    };
+    ScriptedServer server({redirect("/a?1"),
+                           {WholeOrRest({body}, "", "", Half), Then::Close},
+                           redirect("/a?2"),
+                           {WholeOrRest({body}, "bytes=600000-", "\"a\"", 1000), Then::Close},
+                           redirect("/b"),
+                           {WholeOrRest({body}, "bytes=601000-", "\"a\"")},
+                           redirect("/b"),
+                           {WholeOrRest({"other"}, "", "")}});
+    EXPECT_EQ(GetOnce(server).category, Category::ConnectionLost);
+    EXPECT_EQ(GetOnce(server).category, Category::ConnectionLost);
+    EXPECT_EQ(Get(server).category, Category::Success);
+    ASSERT_EQ(server.Requests().size(), 8U);
+    EXPECT_EQ(server.Requests()[3].Value("Range"), "bytes=600000-");
+    EXPECT_EQ(server.Requests()[5].Value("Range"), "bytes=601000-");
+    EXPECT_FALSE(server.Requests()[7].Has("Range"));
+    ExpectOnly("other");
+}
+
 TEST_F(KitFile, TakesAnotherVersionWithinOneTransfer)
 {
     ScriptedServer server({{WholeOrRest({body}, "", "", Half), Then::Close},
