@@ -42,7 +42,8 @@ public:
     {
         for (int& each : m_Sockets) {
             each = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-            connect(each, reinterpret_cast<const sockaddr*>(&m_Address), sizeof m_Address);
+            static_cast<void>(
+                connect(each, reinterpret_cast<const sockaddr*>(&m_Address), sizeof m_Address));
         }
         m_Before = m_CountWaiting();
     }
