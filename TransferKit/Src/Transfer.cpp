@@ -76,13 +76,34 @@ Transfer::Transfer(SessionCore& core, const ITransferHandler::TransferDetail& de
 
 ITransferHandler::Result Transfer::Run()
 {
+    while (const std::optional<Milliseconds> wait = Proceed()) {
+        if (m_Listener.WaitFor(*wait)) {
+            StopWaiting();
+            break;
+        }
+    }
+    return Conclude();
+}
+
+std::optional<Milliseconds> Transfer::Proceed()
+{
     try {
-        m_RunAttempts();
+        return m_RunAttempt();
     } catch (const std::bad_alloc&) {
         m_End(Category::OutOfMemory);
     } catch (const CurlFailure&) {
         m_End(Category::Internal);
     }
+    return std::nullopt;
+}
+
+void Transfer::StopWaiting()
+{
+    m_End(m_Sink.HasRefused() ? Category::ClientStopped : Category::Cancelled);
+}
+
+ITransferHandler::Result Transfer::Conclude()
+{
     m_Easy = nullptr;
     m_CloseFile();
     m_LogFailure();
@@ -106,39 +127,40 @@ void Transfer::m_LogFailure() const
     }
 }
 
-void Transfer::m_RunAttempts()
+std::optional<Milliseconds> Transfer::m_RunAttempt()
 {
-    if (!m_Prepare()) {
-        return;
+    if (!m_IsPrepared && !m_Prepare()) {
+        return std::nullopt;
     }
-    for (;;) {
-        ++m_Event.attempt;
-        m_Report(TransferEvent::Kind::Attempt);
-        const std::uint64_t before = m_Sink.Delivered();
-        m_IsWaitDecided = false;
-        const Failure failure = m_Attempt();
-        m_Event.outcome.category = failure.category;
-        if (failure.category == Category::Success) {
-            m_Core.budget.GiveBack();
-            break;
-        }
-        if (!m_IsWaitDecided) {
-            m_Wait = m_NextWait(failure, m_Sink.Delivered() > before && !m_HasStartedOver);
-        }
-        if (!m_Wait || !failure.mayPass) {
-            break;
-        }
-        m_End(failure.category);
-        m_Event.delay = *m_Wait;
-        m_Report(TransferEvent::Kind::Retry);
-        KIT_LOG(Warn, "Attempt " << m_Event.attempt << " failed, the next begins in "
-                                 << m_Wait->count() << " ms: " << m_Event.outcome.sentence);
-        if (m_Listener.WaitFor(*m_Wait)) {
-            m_Event.outcome.category =
-                m_Sink.HasRefused() ? Category::ClientStopped : Category::Cancelled;
-            break;
-        }
+    m_IsPrepared = true;
+    ++m_Event.attempt;
+    m_Report(TransferEvent::Kind::Attempt);
+    const std::uint64_t before = m_Sink.Delivered();
+    m_IsWaitDecided = false;
+    const Failure failure = m_Attempt();
+    m_Event.outcome.category = failure.category;
+    if (failure.category == Category::Success) {
+        m_Core.budget.GiveBack();
+        m_EndAttempts();
+        return std::nullopt;
     }
+    if (!m_IsWaitDecided) {
+        m_Wait = m_NextWait(failure, m_Sink.Delivered() > before && !m_HasStartedOver);
+    }
+    if (!m_Wait || !failure.mayPass) {
+        m_EndAttempts();
+        return std::nullopt;
+    }
+    m_End(failure.category);
+    m_Event.delay = *m_Wait;
+    m_Report(TransferEvent::Kind::Retry);
+    KIT_LOG(Warn, "Attempt " << m_Event.attempt << " failed, the next begins in " << m_Wait->count()
+                             << " ms: " << m_Event.outcome.sentence);
+    return m_Wait;
+}
+
+void Transfer::m_EndAttempts()
+{
     const Category category = m_Event.outcome.category;
     const bool isOfFile = m_File && m_File->Fault() == category;
     m_End(category, isOfFile ? m_File->Detail() : m_Reason);

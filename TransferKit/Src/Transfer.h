@@ -25,8 +25,7 @@ struct TransferFiles
     std::shared_ptr<const FileTarget> target;  // null: the client's buffers and callbacks
 };
 
-// One transfer from its first attempt to its end. It lives for one call of DoTransfer, on that
-// call's thread.
+// One transfer from its first attempt to its end. One thread at a time uses it.
 class Transfer : private Exchange::Receiver, private TransferLoop::Watcher
 {
 public:
@@ -35,8 +34,17 @@ public:
              const TransferOptionsData& options, const TransferFiles& files,
              StopListener& listener);
 
-    // Raises what the client's callbacks or its observer have thrown, and nothing else.
+    // Performs the transfer to its end. Raises what the client's callbacks or its observer have
+    // thrown, and nothing else.
     ITransferHandler::Result Run();
+
+    // The same in steps, for a caller who does something else while the transfer waits. Performs
+    // one attempt. Returns how long to wait before the next call; nothing if the transfer is over.
+    std::optional<Milliseconds> Proceed();
+    // Instead of the next Proceed: the transfer was stopped while it waited.
+    void StopWaiting();
+    // Once, at last. Raises what Run raises.
+    ITransferHandler::Result Conclude();
 
 private:
     // What happens to the body of the current response.
@@ -47,7 +55,8 @@ private:
     };
 
     void m_LogFailure() const;
-    void m_RunAttempts();
+    std::optional<Milliseconds> m_RunAttempt();
+    void m_EndAttempts();
     bool m_Prepare();
     Failure m_Attempt();
     Failure m_Request(const Hop& hop);
@@ -124,6 +133,7 @@ private:
     std::string m_Trailer;
 
     // Of the whole transfer.
+    bool m_IsPrepared = false;
     std::string m_PendingHeader;  // delivered with the first byte of the body, or at the end
     long m_Status = 0;
     const char* m_Reason = "";           // detail of the failure, if any
