@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace VORTAN_MW {
@@ -33,9 +34,12 @@ enum class Category : std::uint32_t
     FileFailed = 19,        ///< the file could not be written, for example because the disk is full
     Busy = 20,              ///< another transfer or process is writing the same file
     WrongHash = 21,         ///< the body's SHA-256 is not the one that was given
+    HandlerFailed = 22,     ///< a handler that is not the kit's failed; its log lines may say why
+    NoThread = 23,          ///< no thread could be started for the transfer
 };
 
-/// How a transfer ended, or why an attempt failed. Belongs to the event that holds it.
+/// How a transfer ended, or why an attempt failed. An event's belongs to that event; copy it to
+/// keep it. A plain value: copying copies everything.
 class [[gnu::visibility("default")]] TransferOutcome
 {
 public:
@@ -47,18 +51,19 @@ public:
     /// host, no bytes that the server sent, and no control characters.
     const std::string& GetSentence() const;
 
-    TransferOutcome(const TransferOutcome&) = delete;
-    TransferOutcome& operator=(const TransferOutcome&) = delete;
+    /// Throws std::bad_alloc.
+    TransferOutcome(const TransferOutcome& other);
+    /// If it throws, nothing has changed.
+    TransferOutcome& operator=(const TransferOutcome& other);
+    ~TransferOutcome();
 
 private:
     friend class EventAccess;
     friend class TransferEvent;
     struct Data;
-    TransferOutcome();
-    // A later version may own what it shows. NOLINTNEXTLINE(performance-trivially-destructible)
-    ~TransferOutcome();
+    explicit TransferOutcome(std::shared_ptr<const Data> data);
 
-    const Data* m_Data = nullptr;
+    std::shared_ptr<const Data> m_Data;
 };
 
 /// Something that happened in a transfer. An event lives for the call that reports it. Each getter

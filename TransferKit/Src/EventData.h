@@ -1,6 +1,8 @@
 #pragma once
 
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "TransferObserver.h"
 
@@ -47,12 +49,33 @@ public:
 
     static void Report(ITransferObserver& observer, EventData& data)
     {
-        TransferOutcome outcome;
-        outcome.m_Data = &data.outcome;
+        const TransferOutcome outcome = s_View(data.outcome);
         data.shown = &outcome;
         TransferEvent event;
         event.m_Data = &data;
         observer.OnEvent(event);
+    }
+
+    // Calls show with an outcome that lives for the call.
+    template <typename Function>
+    static void Show(const OutcomeData& data, Function show)
+    {
+        show(s_View(data));
+    }
+
+    // An outcome that keeps what it shows.
+    static TransferOutcome Make(OutcomeData data)
+    {
+        return TransferOutcome(std::make_shared<const OutcomeData>(std::move(data)));
+    }
+
+    // A copy, to be reported later.
+    static EventData Copy(const TransferEvent& event) { return *event.m_Data; }
+
+private:
+    static TransferOutcome s_View(const OutcomeData& data)
+    {
+        return TransferOutcome(std::shared_ptr<const OutcomeData>(std::shared_ptr<void>(), &data));
     }
 };
 

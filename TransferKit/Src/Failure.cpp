@@ -90,6 +90,10 @@ const char* PhraseOf(Category category)
             return "The file is being written by another transfer";
         case Category::WrongHash:
             return "The body's SHA-256 is not the expected one";
+        case Category::HandlerFailed:
+            return "The request's handler failed";
+        case Category::NoThread:
+            return "No thread could be started for the transfer";
         case Category::HttpStatus:
         case Category::Internal:
             break;

@@ -1,5 +1,7 @@
 #include "TransferObserver.h"
 
+#include <utility>
+
 #include "EventData.h"
 
 namespace VORTAN_MW {
@@ -7,7 +9,16 @@ namespace KIT {
 
 ITransferObserver::~ITransferObserver() = default;
 
-TransferOutcome::TransferOutcome() = default;
+TransferOutcome::TransferOutcome(std::shared_ptr<const Data> data) : m_Data(std::move(data)) {}
+// The data of an event's outcome is the event's, and changes.
+TransferOutcome::TransferOutcome(const TransferOutcome& other)
+    : m_Data(std::make_shared<const Data>(*other.m_Data))
+{}
+TransferOutcome& TransferOutcome::operator=(const TransferOutcome& other)
+{
+    m_Data = std::make_shared<const Data>(*other.m_Data);
+    return *this;
+}
 TransferOutcome::~TransferOutcome() = default;
 
 Category TransferOutcome::GetCategory() const
