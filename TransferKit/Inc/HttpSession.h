@@ -89,6 +89,7 @@ public:
                       const std::string& path);
 
 private:
+    friend class SessionAccess;
     struct Data;
 
     std::unique_ptr<Data> m_Data;

@@ -5,83 +5,15 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Failure.h"
 #include "FileSystem.h"
+#include "HandlerToFile.h"
 #include "HttpHandler.h"
-#include "Log.h"
 #include "PartFile.h"
-#include "RequestRules.h"
 
 namespace VORTAN_MW {
 namespace KIT {
 
 namespace {
-
-// Has another handler write to a file. It always begins with the first byte: whether a part of a
-// body fits to what is there is known only to who asked for it and sees the header.
-class HandlerToFile : public ITransferHandler
-{
-public:
-    HandlerToFile(std::unique_ptr<ITransferHandler> inner, std::shared_ptr<const FileTarget> target)
-        : m_Inner(std::move(inner)), m_Target(std::move(target))
-    {}
-
-    Result DoTransfer(const TransferDetail& detail) const override
-    {
-        if (detail.dataBuffer) {
-            detail.dataBuffer->clear();
-        }
-        PartFile file(*m_Target);
-        Result result;
-        if (file.Open() && file.Begin({})) {
-            result = m_Inner->DoTransfer(s_IntoFile(detail, file));
-        }
-        const long status = result.httpCode ? *result.httpCode : 0;
-        const bool isFile = status == 0 || (status >= 200 && status < 300);
-        result.success = result.success && (status == 304 || (isFile && file.Commit()));
-        if (file.Fault() != Category::Success) {
-            KIT_LOG(Error, SentenceOf(file.Fault(), "", 0, file.Detail()));
-        }
-        return result;
-    }
-
-private:
-    static TransferDetail s_IntoFile(const TransferDetail& detail, PartFile& file)
-    {
-        TransferDetail own(detail);
-        own.dataBuffer = nullptr;
-        own.dataCallback = [&file](std::unique_ptr<Bytes> chunk, void*) {
-            return !chunk ||
-                   file.Write(reinterpret_cast<const char*>(chunk->data()), chunk->size());
-        };
-        if (!HasHeader(own, "Accept-Encoding")) {  // the file is what the hash is of
-            own.headers.emplace_back("Accept-Encoding", "identity");
-        }
-        return own;
-    }
-
-    const std::unique_ptr<ITransferHandler> m_Inner;
-    const std::shared_ptr<const FileTarget> m_Target;
-};
-
-class FactoryToFile : public ITransferHandlerFactory
-{
-public:
-    FactoryToFile(std::unique_ptr<ITransferHandlerFactory> inner,
-                  std::shared_ptr<const FileTarget> target)
-        : m_Inner(std::move(inner)), m_Target(std::move(target))
-    {}
-
-    std::unique_ptr<ITransferHandler> Create() override
-    {
-        std::unique_ptr<ITransferHandler> handler = m_Inner->Create();
-        return handler ? std::make_unique<HandlerToFile>(std::move(handler), m_Target) : nullptr;
-    }
-
-private:
-    const std::unique_ptr<ITransferHandlerFactory> m_Inner;
-    const std::shared_ptr<const FileTarget> m_Target;
-};
 
 void CheckPath(const std::string& path)
 {

@@ -33,6 +33,7 @@ public:
 
     std::unique_ptr<ITransferHandler> Create() override;
 
+    const std::shared_ptr<HandlerContext>& Context() const { return m_Context; }
     bool IsOf(const SessionCore& core) const { return m_Context->core.get() == &core; }
     // For the handlers that are made from now on.
     void SetUpload(const std::string& path) { m_Context->files.uploadPath = path; }

@@ -106,6 +106,11 @@ struct HttpSession::Data
     std::atomic<CoreOfProcess*> newest;
 };
 
+std::shared_ptr<SessionCore> SessionAccess::Core(HttpSession& session)
+{
+    return session.m_Data->Core();
+}
+
 HttpSession::HttpSession(TransferPolicy policy)
     : m_Data(std::make_unique<Data>(MakeCore(PolicyAccess::Get(policy))))
 {}

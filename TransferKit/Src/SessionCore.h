@@ -1,7 +1,10 @@
 #pragma once
 
+#include <memory>
+
 #include "Authorities.h"
 #include "HandlePool.h"
+#include "HttpSession.h"
 #include "PolicyData.h"
 #include "RetryRule.h"
 #include "StopSignal.h"
@@ -26,6 +29,13 @@ struct SessionCore
     RetryBudget budget;
     StopSource stop;
     HandlePool pool;  // goes before the authorities that its handles use
+};
+
+// What the kit itself sees of a session.
+class SessionAccess
+{
+public:
+    static std::shared_ptr<SessionCore> Core(HttpSession& session);
 };
 
 }  // namespace KIT
