@@ -9,9 +9,8 @@ namespace KIT {
 
 namespace {
 
-// When no thread can be started, the next attempt comes after this time, and so many are made. The
-// end of another transfer may be what it takes, but there need not be any.
-constexpr std::chrono::milliseconds StartInterval(100);
+// So many attempts to start a worker are made for a ticket. The end of another transfer may be what
+// it takes, but there need not be any.
 constexpr std::uint32_t MostStarts = 100;
 
 }  // namespace
@@ -75,13 +74,16 @@ private:
     Entry& m_Entry;
 };
 
-QueueCore::QueueCore(std::unique_ptr<ITransferAgentManager> agent) : m_Agent(std::move(agent)) {}
+QueueCore::QueueCore(std::unique_ptr<ITransferAgentManager> agent, Milliseconds startInterval)
+    : m_Agent(std::move(agent)), m_StartInterval(startInterval)
+{}
 QueueCore::~QueueCore() = default;
 
-std::shared_ptr<QueueCore> QueueCore::Make(std::unique_ptr<ITransferAgentManager> agent)
+std::shared_ptr<QueueCore> QueueCore::Make(std::unique_ptr<ITransferAgentManager> agent,
+                                           Milliseconds startInterval)
 {
     WorkerExit::Prepare();
-    std::shared_ptr<QueueCore> core(new QueueCore(std::move(agent)));
+    std::shared_ptr<QueueCore> core(new QueueCore(std::move(agent), startInterval));
     core->m_Thread = std::thread([queue = core.get()] { queue->m_Run(); });
     return core;
 }
@@ -231,7 +233,7 @@ void QueueCore::m_AfterFailedStart(Entry& entry, Start start)
     } else {
         entry.state = State::Waiting;
         m_Lines.PushFront(entry, entry.priority);
-        m_NextStart = Clock::now() + StartInterval;
+        m_NextStart = Clock::now() + m_StartInterval;
     }
 }
 

@@ -65,8 +65,10 @@ public:
     // As many as the agent performs at a time.
     static constexpr std::size_t PlaceCount = 4;
 
-    // Throws std::system_error if the queue's thread cannot be started.
-    static std::shared_ptr<QueueCore> Make(std::unique_ptr<ITransferAgentManager> agent);
+    // startInterval: between attempts to start a worker, when there is no thread for it. Throws
+    // std::system_error if the queue's own thread cannot be started.
+    static std::shared_ptr<QueueCore> Make(std::unique_ptr<ITransferAgentManager> agent,
+                                           Milliseconds startInterval = Milliseconds(100));
     QueueCore(const QueueCore&) = delete;
     QueueCore& operator=(const QueueCore&) = delete;
     ~QueueCore();
@@ -109,7 +111,7 @@ private:
         NoThread,
     };
 
-    explicit QueueCore(std::unique_ptr<ITransferAgentManager> agent);
+    QueueCore(std::unique_ptr<ITransferAgentManager> agent, Milliseconds startInterval);
 
     void m_Run();
     void m_Perform(Entry& entry);
@@ -131,6 +133,7 @@ private:
     Start m_RequestWorker(Entry& entry);
 
     std::unique_ptr<ITransferAgentManager> m_Agent;  // used by the queue's thread alone
+    const Milliseconds m_StartInterval;
     std::thread m_Thread;
 
     std::mutex m_Mutex;
