@@ -1,19 +1,19 @@
-// What a download into a file takes through session and file sink, beside libcurl that writes
-// a file itself:
+// What a download into a file takes through session, queue and file sink, beside libcurl that
+// writes a file itself:
 //
 //     vortan_files FOLDER [ROUNDS]
 //
 // The files are in FOLDER. In each round, seven unless told otherwise, each way takes its turn.
 // Prints the medians of the process's CPU time, and their ratios to bare libcurl.
 
-#include <FileSink.h>
-#include <HttpSession.h>
+#include <TransferQueue.h>
 #include <curl/curl.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -53,16 +53,13 @@ void WithLibcurl(const std::string& url, const std::string& path)
 }
 
 // sha256: empty for none; else any, because a body that is compared has been hashed whole.
-void WithSink(const std::string& url, const std::string& path, const std::string& sha256)
+void WithQueue(const std::string& url, const std::string& path, const std::string& sha256)
 {
-    KIT::HttpSession session(KIT::TransferPolicy().SetSchemes({"http"}));
-    VORTAN_MW::ITransferAgentManager::TransferConfiguration request;
-    request.url = url;
-    request.handlerFactory = session.MakeFactory();
-    KIT::FileSink(path, sha256).AttachTo(request);
-    const auto handler = request.handlerFactory->Create();
-    const bool success = handler->GetTransfer(request, nullptr, nullptr, nullptr).success;
-    Check(success == sha256.empty(), "the file sink failed");
+    KIT::TransferQueue queue(
+        std::make_shared<KIT::HttpSession>(KIT::TransferPolicy().SetSchemes({"http"})));
+    const KIT::Category category = queue.Download(url, path, sha256).get().GetCategory();
+    Check(category == (sha256.empty() ? KIT::Category::Success : KIT::Category::WrongHash),
+          "the download failed");
 }
 
 struct Row
@@ -99,15 +96,15 @@ int Run(const std::string& folder, long rounds)
     const std::string path = folder + "/vortan-file";
     std::vector<Row> rows = {
         {"libcurl", [&] { WithLibcurl(url, path); }, {}},
-        {"session and file sink", [&] { WithSink(url, path, ""); }, {}},
-        {"the same with a hash", [&] { WithSink(url, path, std::string(64, '0')); }, {}}};
+        {"session, queue, file sink", [&] { WithQueue(url, path, ""); }, {}},
+        {"the same with a hash", [&] { WithQueue(url, path, std::string(64, '0')); }, {}}};
     curl_global_init(CURL_GLOBAL_ALL);
     Measure(rows, rounds);
     const double bare = Median(rows[0].milliseconds);
     std::printf("%zu MiB into a file in %s, CPU time\n", Body / 1024 / 1024, folder.c_str());
     for (const Row& row : rows) {
         const double median = Median(row.milliseconds);
-        std::printf("%-24s %8.1f ms %6.2f\n", row.name, median, median / bare);
+        std::printf("%-26s %8.1f ms %6.2f\n", row.name, median, median / bare);
     }
     std::remove(path.c_str());
     return 0;

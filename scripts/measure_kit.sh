@@ -83,11 +83,26 @@ row() {
     printf '%-60s %12d\n' "$1" $(((many - few) / ($5 - $4)))
 }
 
+# queue_instructions WAITING PERFORMED: of the whole program.
+queue_instructions() {
+    local said
+    said=$(valgrind --tool=callgrind --callgrind-out-file=/dev/null \
+        "$folder/benchmarks/vortan_queue_instructions" "$1" "$2" 2>&1) || fail "queue $1 $2: $said"
+    sed -n 's/.*Collected : //p' <<<"$said"
+}
+
+# queue_row WAITING: what a ticket takes while so many wait.
+queue_row() {
+    printf '%-60s %12d\n' "a ticket of a queue in which $1 wait, the log dropped" \
+        $((($(queue_instructions "$1" 3000) - $(queue_instructions "$1" 1000)) / 2000))
+}
+
 ensure_packages test footprint
 (cd "$project" && cmake --preset default -B "$folder" -DVORTAN_BUILD_TESTS=OFF \
     -DVORTAN_BUILD_TOOLS=OFF -DVORTAN_BUILD_FOOTPRINT=ON \
     -DCMAKE_CXX_COMPILER_LAUNCHER="$(compiler_launcher)" >&2)
-ninja -C "$folder" vortan_kit_instructions vortan_kit_instructions_logged >&2
+ninja -C "$folder" vortan_kit_instructions vortan_kit_instructions_logged \
+    vortan_queue_instructions >&2
 trap 'kill "${server:-}" || true; rm -rf "$work"' EXIT
 start_server
 row "on a kept connection, the log dropped" vortan_kit_instructions kept 10 60
@@ -96,3 +111,5 @@ row "to a further host" vortan_kit_instructions hosts 2 12
 printf '%-60s %12d\n' "the first on each of four workers, together" \
     $(($(instructions vortan_kit_instructions workers 4) - $(instructions vortan_kit_instructions workers 0)))
 row "through the agent's own handler, without the kit" vortan_kit_instructions fresh 1 3
+queue_row 1000
+queue_row 100000

@@ -57,7 +57,7 @@ public:
 //
 // The agent never cancels anything, so every worker performs its work. That a place is free is
 // known when its worker exits: WorkerExit.
-class QueueCore : public WorkerExit::Listener, public std::enable_shared_from_this<QueueCore>
+class QueueCore final : public WorkerExit::Listener, public std::enable_shared_from_this<QueueCore>
 {
 public:
     using Milliseconds = std::chrono::milliseconds;
