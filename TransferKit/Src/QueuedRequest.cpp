@@ -42,6 +42,17 @@ const char* ReasonToRefuse(const QueuedRequest::TransferConfiguration* request)
     return nullptr;
 }
 
+// The agent writes URLs to its log.
+std::string WithoutCredentials(const std::string& url)
+{
+    const std::size_t scheme = url.find("://");
+    const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
+    const std::size_t at = url.substr(0, url.find_first_of("/?#", begin)).rfind('@');
+    return scheme == std::string::npos || at == std::string::npos || at < begin
+               ? url
+               : url.substr(0, begin) + url.substr(at + 1);
+}
+
 // Passes events of a request without options on.
 class Relay : public ITransferObserver
 {
@@ -112,7 +123,7 @@ ITransferHandler::ChunkCallback QueuedRequest::m_ChunkCallback(
 
 void QueuedRequest::Describe(ITransferHandler::Configuration& configuration) const
 {
-    configuration.url = m_Detail.url;
+    configuration.url = WithoutCredentials(m_Detail.url);
     configuration.method = m_Detail.method;
     configuration.requestBody = m_Detail.requestBody.empty() ? "" : "-";
     configuration.halvordConfig = m_Detail.halvordConfig;

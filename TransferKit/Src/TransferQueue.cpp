@@ -165,6 +165,9 @@ Ticket TransferQueue::Add(std::unique_ptr<TransferConfiguration> request, Priori
                           std::uint32_t attempts)
 {
     QueuedRequest::Check(request.get());
+    if (priority > Priority::High) {
+        throw std::invalid_argument("There is no such priority.");
+    }
     if (!request->handlerFactory) {
         request->handlerFactory = m_Data->session->MakeFactory();
     }

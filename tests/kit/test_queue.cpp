@@ -336,6 +336,8 @@ TEST_F(KitQueue, RefusesWhatAnAgentWouldRefuse)
     request = QueueRequest("http://127.0.0.1/");
     request->randomDelay = ITransferHandler::Configuration::RandomDelay{2, 1};
     EXPECT_THROW(queue.Add(std::move(request)), std::invalid_argument);
+    EXPECT_THROW(queue.Add(QueueRequest("http://127.0.0.1/"), static_cast<Priority>(3)),
+                 std::invalid_argument);
     EXPECT_THROW(queue.Fetch(""), std::invalid_argument);
     EXPECT_THROW(TransferQueue(nullptr), std::invalid_argument);
 }
