@@ -87,6 +87,7 @@ TEST_F(KitQueue, TellsTheOutcomeOnceAndLast)
     EXPECT_TRUE(record.isOutcomeLast);
     ASSERT_FALSE(record.events.empty());
     EXPECT_EQ(record.events.front(), Kind::Attempt);
+    EXPECT_NE(record.events.back(), Kind::End);
     EXPECT_FALSE(queue.Cancel(ticket));
 }
 

@@ -5,9 +5,13 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <future>
 #include <random>
+#include <string>
 #include <system_error>
+#include <thread>
+#include <vector>
 
 #include "AsyncTransferAgentManager.h"
 #include "Gate.h"
@@ -74,6 +78,20 @@ private:
     std::promise<Category> m_Ended;  // throws if it is fulfilled twice
 };
 
+// Runs a function, which may ask for a wait.
+class FunctionWork : public Work
+{
+public:
+    explicit FunctionWork(std::function<std::optional<Milliseconds>()> function)
+        : m_Function(std::move(function))
+    {}
+
+    std::optional<Milliseconds> Perform() override { return m_Function(); }
+
+private:
+    const std::function<std::optional<Milliseconds>()> m_Function;
+};
+
 std::shared_ptr<QueueCore> MakeCore(std::function<bool()> accepts)
 {
     return QueueCore::Make(std::make_unique<ReluctantAgent>(std::move(accepts)), Milliseconds(1));
@@ -117,6 +135,22 @@ TEST(KitQueueCore, TellsThatThereNeverWasAThread)
     core->Close();
 }
 
+TEST(KitQueueCore, CountsTheFailedStartsOfEachAttemptAnew)
+{
+    std::atomic<int> tries{0};
+    const auto core = MakeCore([&tries] {
+        if (++tries % 61 != 0) {
+            throw std::bad_alloc();
+        }
+        return true;
+    });
+    const auto work = std::make_shared<Work>(1);
+    core->Add(core->NewTicket(), Priority::Normal, Milliseconds(0), work);
+    EXPECT_EQ(work->Outcome(), Category::Success);
+    EXPECT_EQ(tries, 122);
+    core->Close();
+}
+
 TEST(KitQueueCore, CancelsWhatWaitsForAThread)
 {
     Gate tried;
@@ -132,6 +166,47 @@ TEST(KitQueueCore, CancelsWhatWaitsForAThread)
     EXPECT_EQ(work->Outcome(), Category::Cancelled);
     core->Close();
     EXPECT_FALSE(core->Add(core->NewTicket(), Priority::Normal, Milliseconds(0), work));
+}
+
+TEST(KitQueueCore, LetsGoOnFirstWhatHasBegun)
+{
+    const auto core = MakeCore([] { return true; });
+    std::vector<std::shared_ptr<Work>> works;
+    const auto add = [&](std::function<std::optional<Milliseconds>()> function) {
+        works.push_back(std::make_shared<FunctionWork>(std::move(function)));
+        core->Add(core->NewTicket(), Priority::Normal, Milliseconds(0), works.back());
+    };
+    Gate over;
+    for (std::size_t i = 1; i < QueueCore::PlaceCount; ++i) {
+        add([&over]() -> std::optional<Milliseconds> {
+            over.Wait();
+            return std::nullopt;
+        });
+    }
+    // One place is left, so the rest comes one after the other.
+    std::string order;
+    Gate added;
+    add([&]() -> std::optional<Milliseconds> {
+        added.Wait();
+        order += 'A';
+        return order == "A" ? std::make_optional(Milliseconds(1)) : std::nullopt;
+    });
+    add([&]() -> std::optional<Milliseconds> {
+        order += 'B';
+        std::this_thread::sleep_for(Milliseconds(2));  // what A waits for is time
+        return std::nullopt;
+    });
+    add([&]() -> std::optional<Milliseconds> {
+        order += 'C';
+        return std::nullopt;
+    });
+    added.Open();
+    for (std::size_t i = QueueCore::PlaceCount - 1; i < works.size(); ++i) {
+        EXPECT_EQ(works[i]->Outcome(), Category::Success);
+    }
+    EXPECT_EQ(order, "ABAC");
+    over.Open();
+    core->Close();
 }
 
 // The length of a test; nightly, a million.
