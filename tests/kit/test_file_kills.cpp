@@ -12,6 +12,7 @@
 #include <random>
 
 #include "FileClient.h"
+#include "Gate.h"
 #include "IndexedBytes.h"
 #include "PartRecord.h"
 #include "ScriptedServer.h"
@@ -47,27 +48,38 @@ protected:
         return child;
     }
 
-    // Whether a child died that was killed when so many bytes had been sent to it.
-    bool KillAfter(std::size_t most, const std::string& expectedRange)
+    // A client that the server kills when it has sent it so many bytes.
+    struct Victim
     {
-        std::atomic<pid_t> child{0};
-        auto server =
-            std::make_unique<ScriptedServer>([&](const ScriptedServer::Request& request) -> Answer {
-                const std::string range = request.Value("Range");
-                EXPECT_EQ(range, expectedRange);
-                return {WholeOrRest(version, range, request.Value("If-Range"), most), Then::Stall,
-                        [&child] {
-                            while (child == 0) {
-                                std::this_thread::yield();
-                            }
-                            kill(child, SIGKILL);
-                        }};
-            });
-        child = StartChild(*server);
+        explicit Victim(std::size_t itsMost) : most(itsMost) {}
+
+        const std::size_t most;
+        std::atomic<pid_t> process{0};
+        Gate started;
+        Gate killed;  // or it had ended by itself, and is not yet waited for
+        std::string range;
+    };
+
+    Answer Kill(Victim& victim, const ScriptedServer::Request& request) const
+    {
+        victim.range = request.Value("Range");
+        return {WholeOrRest(version, victim.range, request.Value("If-Range"), victim.most),
+                Then::Stall, [&victim] {
+                    victim.started.Wait();
+                    kill(victim.process, SIGKILL);
+                    victim.killed.Open();
+                }};
+    }
+
+    // Whether it was killed before it ended.
+    bool Run(Victim& victim, const ScriptedServer& server)
+    {
+        victim.process = StartChild(server);
+        victim.started.Open();
         siginfo_t info = {};
-        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);
-        server.reset();  // it may kill until here, so the process must not be gone
-        EXPECT_EQ(waitpid(child, nullptr, 0), child);
+        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(victim.process), &info, WEXITED | WNOWAIT), 0);
+        victim.killed.Wait();
+        EXPECT_EQ(waitpid(victim.process, nullptr, 0), victim.process);
         return info.si_code == CLD_KILLED;
     }
 
@@ -137,21 +149,29 @@ TEST_F(KitFileInTrouble, TakesOverThePartOfAProcessThatWasKilled)
 TEST_F(KitFileInTrouble, IsOldOrWholeAfterAKillAtAnyMoment)
 {
     std::uniform_int_distribution<std::size_t> sent(0, EightMebibytes + EightMebibytes / 4);
+    std::atomic<Victim*> current{nullptr};
+    // One server for all: a part belongs to a URL.
+    ScriptedServer server([&](const ScriptedServer::Request& request) -> Answer {
+        Victim* const victim = current;
+        return victim ? Kill(*victim, request)
+                      : Answer{WholeOrRest(version, request.Value("Range"),
+                                           request.Value("If-Range"))};
+    });
     for (long left = CountFrom("VORTAN_KIT_KILLS", 2); left > 0;) {
         const std::uint64_t kept = RecordedLength();
-        const std::string expected = kept == 0 ? "" : "bytes=" + std::to_string(kept) + "-";
         folder.FileWith({1});
-        const bool isKilled = KillAfter(sent(random), expected);
+        Victim victim(sent(random));
+        current = &victim;
+        const bool isKilled = Run(victim, server);
+        EXPECT_EQ(victim.range, kept == 0 ? "" : "bytes=" + std::to_string(kept) + "-");
         left -= isKilled ? 1 : 0;
         const std::string contents = TextOf(path);
         const bool isWhole = contents == version.body;
         EXPECT_TRUE(isWhole || contents == "\1");
         EXPECT_TRUE(isWhole || isKilled);
     }
+    current = nullptr;
     KIT::HttpSession session(LocalPolicy());
-    ScriptedServer server([this](const ScriptedServer::Request& request) -> Answer {
-        return {WholeOrRest(version, request.Value("Range"), request.Value("If-Range"))};
-    });
     EXPECT_EQ(DownloadTo(path, session, Request(server.Url())).category, Category::Success);
     EXPECT_TRUE(TextOf(path) == version.body);
     EXPECT_FALSE(HasPart(path));
