@@ -5,6 +5,9 @@
 # A compiler cache recognises what was compiled with a precompiled header only if it is not particular
 # about dates.
 export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+# Every source is compiled by its absolute path. The folder that the compiler is started in differs
+# between builds with the same options, and is only noted in the debug information.
+export CCACHE_NOHASHDIR=1
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 

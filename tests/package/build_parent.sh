@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# build_parent.sh add_subdirectory|FetchContent ON|OFF COMPILER CHECKOUT WORK: a project with a checkout
+# build_parent.sh add_subdirectory|FetchContent ON|OFF CHECKOUT WORK OPTIONS...: a project with a checkout
 # of the library as a part of it gets the library, with or without the transfer kit, but not the tests
-# and the program; its own clients of the libraries are built and transfer a file.
+# and the program; its own clients of the libraries are built and transfer a file. The options are for CMake.
 set -euo pipefail
-method=$1 kit=$2 compiler=$3 checkout=$4 work=$5
+method=$1 kit=$2 checkout=$3 work=$4
 clients=(client)
 [[ $kit == OFF ]] || clients+=(kit_client)
 
 rm -rf "$work"
 cmake -S "$checkout/tests/package/parent" -B "$work" -G Ninja -DMETHOD="$method" -DCHECKOUT="$checkout" \
-    -DVORTAN_BUILD_KIT="$kit" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Debug
+    -DVORTAN_BUILD_KIT="$kit" "${@:5}"
 
 echo "It has no tests and no programs but its own:"
 ctest --test-dir "$work" --show-only | grep -x 'Total Tests: 0'
