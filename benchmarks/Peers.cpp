@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+using VORTAN_MW::ITransferHandler;
+
 namespace {
 
 std::size_t Ignore(char*, std::size_t size, std::size_t nmemb, void*)
@@ -35,6 +37,24 @@ std::size_t CountVector(char* data, std::size_t size, std::size_t nmemb, void* t
     KeepForUse(chunk->data());
     *static_cast<std::size_t*>(total) += chunk->size();
     return size * nmemb;
+}
+
+std::unique_ptr<ITransferHandler::Bytes> CopyOf(const char* data, std::size_t size)
+{
+    const auto* const first = reinterpret_cast<const std::uint8_t*>(data);
+    return std::make_unique<ITransferHandler::Bytes>(first, first + size);
+}
+
+std::size_t HandOverHeader(char* data, std::size_t size, std::size_t nmemb, void* userData)
+{
+    const auto& detail = *static_cast<const ITransferHandler::TransferDetail*>(userData);
+    return detail.headerCallback(CopyOf(data, size * nmemb), detail.userData) ? size * nmemb : 0;
+}
+
+std::size_t HandOverChunk(char* data, std::size_t size, std::size_t nmemb, void* userData)
+{
+    const auto& detail = *static_cast<const ITransferHandler::TransferDetail*>(userData);
+    return detail.dataCallback(CopyOf(data, size * nmemb), detail.userData) ? size * nmemb : 0;
 }
 
 std::size_t Append(char* data, std::size_t size, std::size_t nmemb, void* body)
@@ -112,7 +132,28 @@ std::size_t PerformUpload(CURL* handle, const std::string& body)
     return Perform(handle, "Cache-control: no-cache") ? upload.offset : 0;
 }
 
+class PlainHandler : public ITransferHandler
+{
+public:
+    Result DoTransfer(const TransferDetail& detail) const override
+    {
+        TransferDetail own(detail);
+        return {Get(detail.url, &HandOverHeader, &HandOverChunk, &own), nullptr};
+    }
+};
+
+class PlainHandlerFactory : public VORTAN_MW::ITransferHandlerFactory
+{
+public:
+    std::unique_ptr<ITransferHandler> Create() override { return std::make_unique<PlainHandler>(); }
+};
+
 }  // namespace
+
+std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> MakePlainHandlerFactory()
+{
+    return std::make_unique<PlainHandlerFactory>();
+}
 
 std::size_t StreamWithLibcurl(const std::string& url)
 {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <ITransferHandler.h>
+
 #include <cstddef>
+#include <memory>
 #include <string>
 
 // The work that the agent is measured against: the same transfer with nothing around it. Each
@@ -11,6 +14,10 @@ std::size_t StreamWithLibcurl(const std::string& url);
 
 // The same with each chunk copied into a vector of its own, which a client of the agent receives.
 std::size_t StreamWithLibcurlInVectors(const std::string& url);
+
+// The same with each header line and each chunk handed over as the agent wants them of a handler,
+// which checks nothing.
+std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> MakePlainHandlerFactory();
 
 // The same as the first for a body that is wanted whole: chunks are appended to a vector.
 std::size_t DownloadWithLibcurl(const std::string& url);

@@ -45,7 +45,9 @@ void PlainManager::m_Work(std::uint64_t handle)
 {
     LOG_DEBUG("handle: " << handle);
     Lock lock(m_Mutex);
-    m_Complete(lock, handle, m_Transfer(lock, handle));
+    const bool segmented = m_Jobs.at(handle)->segmented;
+    m_Complete(lock, handle,
+               segmented ? m_TransferSegmented(lock, handle) : m_Transfer(lock, handle));
     if (!m_Terminating) {
         const auto own = m_Threads.find(std::this_thread::get_id());
         LOG_INFO("Detaching thread id: " << own->first);
@@ -70,6 +72,42 @@ ITransferHandler::Result PlainManager::m_Transfer(Lock& lock, std::uint64_t hand
     lock.lock();
     m_Deliver(lock, handle, std::move(data));
     return result;
+}
+
+ITransferHandler::Result PlainManager::m_TransferSegmented(Lock& lock, std::uint64_t handle)
+{
+    const TransferConfiguration& job = *m_Jobs.at(handle);
+    const std::unique_ptr<ITransferHandler> handler = job.handlerFactory->Create();
+    const ITransferHandler::Configuration configuration(job);
+    lock.unlock();
+    ITransferHandler::Result result = handler->GetTransfer(
+        configuration,
+        [this, handle](auto header, void*) { return m_Notify(handle, std::move(header), nullptr); },
+        [this, handle](auto data, void*) { return m_Notify(handle, nullptr, std::move(data)); },
+        nullptr);
+    lock.lock();
+    return result;
+}
+
+bool PlainManager::m_Notify(std::uint64_t handle, std::unique_ptr<ITransferHandler::Bytes> header,
+                            std::unique_ptr<ITransferHandler::Bytes> data)
+{
+    Lock lock(m_Mutex);
+    const auto found = m_Jobs.find(handle);
+    if (found == m_Jobs.end()) {
+        return false;
+    }
+    const DataCallback headerCallback = found->second->headerCallback;
+    const DataCallback dataCallback = found->second->dataCallback;
+    void* const userContext = found->second->userContext;
+    lock.unlock();
+    if (headerCallback) {
+        headerCallback(std::move(header), userContext);
+    }
+    if (dataCallback) {
+        dataCallback(std::move(data), userContext);
+    }
+    return true;
 }
 
 void PlainManager::m_Pace(Lock& lock, std::uint64_t handle,

@@ -47,8 +47,8 @@ constexpr std::size_t SmallBody = 1024;
 constexpr std::size_t SmallRequests = 64;
 
 const std::vector<Comparison> Comparisons = {
-    {"streamed", "libcurl", "-", ">= 0.97", "libcurl-vectors"},
-    {"streamed", "libcurl-vectors", "<= 1.02", "-", ""},
+    {"streamed", "libcurl", "-", ">= 0.97", "protocol"},
+    {"streamed", "libcurl-vectors", "<= 1.02", "-", "protocol"},
     {"vendor", "libcurl", "-", ">= 0.97", ""},
     {"plain", "libcurl", "<= 0.7", ">= 0.97", ""},
     {"unannounced", "libcurl", "<= 1.05", ">= 0.97", ""},
@@ -492,6 +492,8 @@ void RegisterAll(const LoopbackServer& server, const TemporaryFile& file, const 
     const std::string small = server.Url(SmallBody);
     Register("streamed/agent", ThroughAgent, large, Make<CurlEasyHandlerFactory>, Mode::Segmented,
              LargeBody, MakeAgent);
+    Register("streamed/protocol", ThroughAgent, large, MakePlainHandlerFactory, Mode::Segmented,
+             LargeBody, MakePlainManager);
     Register("streamed/libcurl", OnThread, large, StreamWithLibcurl, LargeBody);
     Register("streamed/libcurl-vectors", OnThread, large, StreamWithLibcurlInVectors, LargeBody);
     Register("vendor/agent", ThroughAgent, large, Make<VORTAN_MW::QXCurlEasyHandlerFactory>,
