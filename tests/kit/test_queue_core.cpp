@@ -213,7 +213,7 @@ TEST(KitQueueCore, LetsGoOnFirstWhatHasBegun)
 TEST(KitQueueCore, TellsOneOutcomeForEachOfManyTicketsWithRandomCancels)
 {
     const char* const wanted = std::getenv("VORTAN_KIT_TICKETS");  // NOLINT(concurrency-mt-unsafe)
-    const int count = wanted ? std::atoi(wanted) : 3000;
+    const int count = wanted ? std::atoi(wanted) : 10000;
     std::atomic<unsigned int> starts{0};
     const auto core = MakeCore([&starts] {
         if (++starts % 1000 == 0) {
