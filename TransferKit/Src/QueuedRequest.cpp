@@ -95,10 +95,11 @@ QueuedRequest::QueuedRequest(TransferConfiguration& request, const void* core,
       m_DataCallback(std::move(request.dataCallback)),
       m_UserContext(request.userContext)
 {
+    const bool isSegmented = request.segmented;
     static_cast<ITransferHandler::Configuration&>(m_Detail) = std::move(request);
     m_Detail.fixedDelay = boost::none;
     m_Detail.randomDelay = boost::none;
-    if (request.segmented || (!m_HeaderCallback && !m_DataCallback)) {
+    if (isSegmented || (!m_HeaderCallback && !m_DataCallback)) {
         m_Detail.headerCallback = m_ChunkCallback(m_HeaderCallback);
         m_Detail.dataCallback = m_ChunkCallback(m_DataCallback);
     } else {

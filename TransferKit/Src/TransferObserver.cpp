@@ -16,7 +16,8 @@ TransferOutcome::TransferOutcome(const TransferOutcome& other)
 {}
 TransferOutcome& TransferOutcome::operator=(const TransferOutcome& other)
 {
-    m_Data = std::make_shared<const Data>(*other.m_Data);
+    TransferOutcome copy(other);
+    m_Data.swap(copy.m_Data);
     return *this;
 }
 TransferOutcome::~TransferOutcome() = default;

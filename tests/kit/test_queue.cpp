@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <stdexcept>
@@ -95,9 +96,9 @@ TEST_F(KitQueue, CancelsWhatWaits)
 {
     Gate go;
     TransferQueue queue(LocalSession(), observer);
-    std::vector<Ticket> running;
-    for (int i = 0; i < 4; ++i) {
-        running.push_back(queue.Add(QueueRequest([&](const auto&) { return go.Wait(); })));
+    std::array<Ticket, 4> running = {};
+    for (Ticket& ticket : running) {
+        ticket = queue.Add(QueueRequest([&](const auto&) { return go.Wait(); }));
     }
     bool isPerformed = false;
     const Ticket waiting = queue.Add(QueueRequest([&](const auto&) { return isPerformed = true; }));
@@ -217,9 +218,9 @@ TEST_F(KitQueue, ABackOffHoldsNoPlace)
     KIT::TransferPolicy policy = LocalPolicy();
     policy.SetLongestBackoff(std::chrono::hours(2)).SetAltogether(std::chrono::hours(10));
     TransferQueue queue(std::make_shared<KIT::HttpSession>(policy), observer);
-    std::vector<Ticket> busy;
-    for (int i = 0; i < 6; ++i) {
-        busy.push_back(queue.Add(QueueRequest(server.Url("/busy"))));
+    std::array<Ticket, 6> busy = {};
+    for (Ticket& ticket : busy) {
+        ticket = queue.Add(QueueRequest(server.Url("/busy")));
     }
     for (const Ticket ticket : busy) {
         ASSERT_TRUE(observer->WaitFor(ticket, Kind::Retry));
