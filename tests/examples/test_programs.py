@@ -109,6 +109,42 @@ class Download(ExampleTest):
         self.assert_fails("the request was refused, the log says why", "")
 
 
+class Fetch(ExampleTest):
+    def test_the_page_is_printed_and_the_file_is_whole(self):
+        self.write("copy", b"older")
+        self.assert_prints(b"Hello", self.serve("/a", b"Hello"), self.serve("/b"), "copy")
+        self.assertTrue(self.read("copy") == BODY)
+        self.assert_files("copy")
+
+    def test_both_run_at_a_time(self):
+        meeting = threading.Barrier(2)
+
+        def answer(request):
+            meeting.wait(TIMEOUT)
+            request.reply(BODY)
+
+        self.server.answers["/a"] = answer
+        url = self.server.url("/a")
+        self.assert_prints(BODY, url, url, "copy")
+
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.serve("/a"), self.serve("/b"), "copy")
+
+    def test_each_failure_has_its_sentence(self):
+        missing = self.server.url("/missing")
+        why = "The server answered with HTTP status 404 (host 127.0.0.1)."
+        self.assert_fails(why + "\n" + why, missing, missing, "copy")
+        self.assert_files()
+
+    def test_a_folder_that_is_not_there_is_a_failure(self):
+        self.assert_fails(
+            "The folder of the file does not exist.",
+            self.serve("/a"),
+            self.serve("/b"),
+            "missing/copy",
+        )
+
+
 class ReadFile(ExampleTest):
     def test_a_full_output_is_a_failure(self):
         self.assert_tells_that_nothing_can_be_written(self.write("file", BODY))
