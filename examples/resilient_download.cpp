@@ -1,17 +1,17 @@
 // resilient_download URL: prints a download that is tried again and goes on where its connection
-// broke off, gives up on a silent server, and ends at once on Ctrl-C. Exits with 0 if all of it
-// arrived, with 130 if it was cancelled, and otherwise prints why it failed.
+// broke off, gives up on a silent server, and ends at once on Ctrl-C. Each failed attempt is told
+// on standard error. Exits with 0 if all of it arrived, with 130 if it was cancelled, and otherwise
+// prints why it failed.
 
-#include <AsyncTransferAgentManager.h>
-#include <HttpSession.h>
+#include <TransferQueue.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <exception>
 #include <future>
 #include <iostream>
 #include <memory>
-#include <string>
 
 using namespace VORTAN_MW;
 
@@ -20,19 +20,61 @@ namespace {
 std::atomic<bool> interrupted{false};
 
 //! [observer]
-// Keeps the sentence that says how the transfer ended.
-struct Watch : KIT::ITransferObserver
+// Tells each attempt that failed, and keeps the outcome for the main thread.
+class Watch : public KIT::ITransferQueueObserver
 {
-    void OnEvent(const KIT::TransferEvent& event) override
+public:
+    void OnEvent(KIT::Ticket, const KIT::TransferEvent& event) override
     {
-        if (event.GetKind() == KIT::TransferEvent::Kind::End) {
-            sentence = event.GetOutcome().GetSentence();
+        if (event.GetKind() == KIT::TransferEvent::Kind::Retry) {
+            std::cerr << event.GetOutcome().GetSentence() << " Next attempt in "
+                      << event.GetDelay().count() << " ms.\n";
         }
     }
 
-    std::string sentence;
+    void OnOutcome(KIT::Ticket, const KIT::TransferOutcome& outcome) override
+    {
+        m_Outcome.set_value(outcome);
+    }
+
+    std::future<KIT::TransferOutcome> Outcome() { return m_Outcome.get_future(); }
+
+private:
+    std::promise<KIT::TransferOutcome> m_Outcome;
 };
 //! [observer]
+
+void Print(const std::unique_ptr<ITransferHandler::Bytes>& chunk, void*)
+{
+    std::cout.write(reinterpret_cast<const char*>(chunk->data()),
+                    static_cast<std::streamsize>(chunk->size()));
+    std::cout.flush();
+}
+
+KIT::TransferOutcome Download(const char* url)
+{
+    //! [request]
+    KIT::TransferPolicy policy;  // its defaults suit a device on the Internet
+    policy.SetSchemes({"http", "https"}).SetSilence(std::chrono::seconds(10));
+    const auto watch = std::make_shared<Watch>();
+    KIT::TransferQueue queue(std::make_shared<KIT::HttpSession>(policy), watch);
+
+    auto request = std::make_unique<KIT::TransferQueue::TransferConfiguration>();
+    request->url = url;
+    request->segmented = true;
+    request->dataCallback = Print;
+    queue.Add(std::move(request));
+    //! [request]
+    //! [cancel]
+    std::future<KIT::TransferOutcome> outcome = watch->Outcome();
+    while (outcome.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+        if (interrupted) {
+            queue.CancelAll();  // does not have to wait for the server
+        }
+    }
+    return outcome.get();
+    //! [cancel]
+}
 
 }  // namespace
 
@@ -43,52 +85,22 @@ int main(int argc, char** argv)
         return 2;
     }
     std::signal(SIGINT, [](int) { interrupted = true; });
-    std::promise<bool> over;
-    //! [request]
-    KIT::TransferPolicy policy;  // its defaults suit a device on the Internet
-    policy.SetSchemes({"http", "https"}).SetSilence(std::chrono::seconds(10));
-    KIT::HttpSession session(policy);  // one for all transfers of a program
-    const auto watch = std::make_shared<Watch>();
-
-    auto agent = AsyncTransferAgentManager::Create();
-    auto request = std::make_unique<ITransferAgentManager::TransferConfiguration>();
-    request->url = argv[1];
-    request->handlerFactory = session.MakeFactory(KIT::TransferOptions().SetObserver(watch));
-    request->segmented = true;
-    //! [request]
-    request->dataCallback = [](const std::unique_ptr<ITransferHandler::Bytes>& chunk, void*) {
-        if (chunk) {
-            std::cout.write(reinterpret_cast<const char*>(chunk->data()),
-                            static_cast<std::streamsize>(chunk->size()));
-            std::cout.flush();
+    try {
+        const KIT::TransferOutcome outcome = Download(argv[1]);
+        if (outcome.GetCategory() == KIT::Category::Cancelled) {
+            return 130;
         }
-    };
-    request->completeCallback = [&](ITransferHandler::Result result, void*) {
-        over.set_value(result.success);
-    };
-    const std::uint64_t handle = agent->RequestTransfer(std::move(request));
-    if (handle == ITransferAgentManager::InvalidHandle) {
-        std::cerr << "the request was refused, the log says why\n";
+        if (outcome.GetCategory() != KIT::Category::Success) {
+            std::cerr << outcome.GetSentence() << '\n';
+            return 1;
+        }
+    } catch (const std::exception& error) {
+        std::cerr << error.what() << '\n';
         return 1;
-    }
-    std::future<bool> future = over.get_future();
-    while (!interrupted &&
-           future.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
-    }
-    //! [cancel]
-    agent->CancelTransfer(handle);  // true if it was still in progress
-    agent.reset();                  // does not have to wait for the server
-    //! [cancel]
-    if (future.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready) {
-        return 130;
-    }
-    const bool succeeded = future.get();
-    if (!succeeded) {
-        std::cerr << watch->sentence << '\n';
     }
     if (!std::cout.flush()) {
         std::cerr << "cannot write to standard output\n";
         return 1;
     }
-    return succeeded ? 0 : 1;
+    return 0;
 }

@@ -227,7 +227,7 @@ class PacedDownload(ExampleTest):
         self.assert_fails("the request was refused, the log says why", "", "0", "0", "4000000")
 
 
-class DownloadToFile(ExampleTest):
+class AgentDownloadToFile(ExampleTest):
     def assert_no_file_comes_of(self, why, *arguments, **options):
         self.write("copy", b"older")
         result = self.run_client(*arguments, "copy", **options)
@@ -308,7 +308,114 @@ class DownloadToFile(ExampleTest):
         )
 
 
-class DownloadMany(ExampleTest):
+class DownloadToFile(ExampleTest):
+    def serve_versioned(self, path, first=len(BODY)):
+        """Answers with what was asked for of BODY; the first response breaks off after some bytes."""
+        ends = iter([first])
+
+        def answer(request):
+            start = int(request.headers.get("Range", "bytes=0-")[len("bytes=") : -1])
+            headers = [("ETag", '"a"'), ("Content-Length", len(BODY) - start)]
+            if start > 0:
+                whole = (start, len(BODY) - 1, len(BODY))
+                headers += [("Content-Range", "bytes %d-%d/%d" % whole)]
+            request.send_header(206 if start > 0 else 200, headers)
+            request.send(BODY[start : next(ends, len(BODY))])
+
+        self.server.answers[path] = answer
+        return self.server.url(path)
+
+    def assert_copy_is_whole(self):
+        self.assertTrue(self.read("copy") == BODY)
+        self.assert_files("copy")
+
+    def assert_no_file_comes_of(self, why, *arguments, **options):
+        self.write("copy", b"older")
+        result = self.run_client(*arguments, "copy", **options)
+        self.assertEqual(result.status, TRANSFER_FAILED)
+        self.assertTrue(result.errors.endswith(why + "\n"), result.errors)
+        self.assertEqual(self.read("copy"), b"older")
+        self.assert_files("copy")
+
+    def test_the_file_holds_what_the_server_has(self):
+        self.write("copy", b"older")
+        result = self.run_client(self.serve("/a"), "copy")
+        self.assertEqual((result.status, result.output), (SUCCEEDED, b""))
+        self.assertTrue(result.errors.endswith("\r1234567 bytes\n"))
+        self.assert_copy_is_whole()
+
+    def test_the_file_appears_when_it_is_whole(self):
+        gate, url = self.serve_gate("/a", BODY, 500000)
+        running = self.start(url, "copy")
+        self.wait_for(running.process.stderr, b" bytes")
+        self.assertFalse(os.path.exists(self.path("copy")))
+        self.assertTrue(os.path.exists(self.path("copy.part")))
+        gate.open()
+        self.assertEqual(running.finish().status, SUCCEEDED)
+        self.assert_copy_is_whole()
+
+    def test_a_download_that_breaks_off_goes_on(self):
+        self.assertEqual(
+            self.run_client(self.serve_versioned("/a", 500000), "copy").status, SUCCEEDED
+        )
+        ranges = [self.server.requests.get(timeout=TIMEOUT).headers["Range"] for _ in range(2)]
+        self.assertEqual(ranges, [None, "bytes=500000-"])
+        self.assert_copy_is_whole()
+
+    def test_after_ctrl_c_the_next_run_goes_on(self):
+        ended = threading.Event()
+        self.addCleanup(ended.set)
+
+        def answer(request):  # slowly, because progress is shown when bytes move
+            request.send_header(200, [("ETag", '"a"'), ("Content-Length", len(BODY))])
+            for byte in BODY[:500000]:
+                request.send(bytes([byte]))
+                if ended.wait(0.01):
+                    break
+
+        self.server.answers["/a"] = answer
+        running = self.start(self.server.url("/a"), "copy")
+        self.wait_for(running.process.stderr, b"0 bytes\r")
+        running.interrupt()
+        result = running.finish()
+        self.assertEqual(result.status, INTERRUPTED)
+        self.assertTrue(result.errors.endswith("\nThe transfer was cancelled (host 127.0.0.1).\n"))
+        self.assert_files("copy.part", "copy.part.meta")
+        self.server.requests.get(timeout=TIMEOUT)
+
+        kept = os.path.getsize(self.path("copy.part"))
+        self.assertEqual(self.run_client(self.serve_versioned("/a"), "copy").status, SUCCEEDED)
+        asked = self.server.requests.get(timeout=TIMEOUT).headers["Range"]
+        self.assertEqual(asked, "bytes=%d-" % kept)
+        self.assert_copy_is_whole()
+
+    def test_a_missing_page_leaves_no_file(self):
+        self.assert_no_file_comes_of(
+            "The server answered with HTTP status 404 (host 127.0.0.1).",
+            self.server.url("/missing"),
+        )
+
+    def test_a_refused_request_leaves_no_file(self):
+        self.assert_no_file_comes_of("The request has no URL.", "")
+
+    def test_a_full_disk_ends_the_download(self):
+        def limit_files():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+
+        self.assert_no_file_comes_of(
+            "The file could not be written: File too large (host 127.0.0.1).",
+            self.serve("/a"),
+            preexec_fn=limit_files,
+        )
+
+    def test_a_file_that_cannot_be_made_is_told(self):
+        self.assert_fails(
+            "The folder of the file does not exist.", self.serve("/a"), "missing/copy"
+        )
+
+
+class AgentDownloadMany(ExampleTest):
     def test_a_full_output_is_a_failure(self):
         self.assert_tells_that_nothing_can_be_written(self.serve("/a"))
 
@@ -332,6 +439,48 @@ class DownloadMany(ExampleTest):
         self.assertEqual(
             sorted(result.errors.splitlines()),
             sorted([urls[1] + ": HTTP status 404", ": the request was refused, the log says why"]),
+        )
+
+    def test_four_run_at_a_time(self):
+        meeting = threading.Barrier(4)
+
+        def answer(request):
+            meeting.wait(TIMEOUT)
+            request.reply(BODY)
+
+        self.server.answers["/a"] = answer
+        self.assertEqual(self.run_client(*[self.server.url("/a")] * 12).status, SUCCEEDED)
+
+
+class DownloadMany(ExampleTest):
+    def test_a_full_output_is_a_failure(self):
+        self.assert_tells_that_nothing_can_be_written(self.serve("/a"))
+
+    def test_each_url_has_its_line(self):
+        found = [self.serve("/%d" % length, BODY[:length]) for length in range(60)]
+        result = self.run_client(*found)
+        self.assertEqual(result.status, SUCCEEDED)
+        self.assertEqual(
+            sorted(result.output.decode().splitlines()),
+            sorted("%s: %d bytes" % (url, length) for length, url in enumerate(found)),
+        )
+
+    def test_one_failure_keeps_nothing_from_going_on(self):
+        urls = [self.serve("/a"), self.server.url("/missing"), "", self.serve("/b")]
+        result = self.run_client(*urls)
+        self.assertEqual(result.status, TRANSFER_FAILED)
+        self.assertEqual(
+            sorted(result.output.decode().splitlines()),
+            sorted("%s: 1234567 bytes" % url for url in (urls[0], urls[3])),
+        )
+        self.assertEqual(
+            sorted(result.errors.splitlines()),
+            sorted(
+                [
+                    urls[1] + ": The server answered with HTTP status 404 (host 127.0.0.1).",
+                    ": The request has no URL.",
+                ]
+            ),
         )
 
     def test_four_run_at_a_time(self):
@@ -388,7 +537,7 @@ class ResilientDownload(ExampleTest):
         )
 
     def test_a_refused_request_is_a_failure(self):
-        self.assert_fails("the request was refused, the log says why", "")
+        self.assert_fails("The request has no URL.", "")
 
     def test_ctrl_c_ends_it_though_the_server_is_silent(self):
         gate, url = self.serve_gate("/a", BODY, 1)
