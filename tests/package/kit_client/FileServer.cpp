@@ -48,8 +48,8 @@ void Send(int connection, const std::string& text)
 
 }  // namespace
 
-FileServer::FileServer(std::string body)
-    : m_Body(std::move(body)), m_Listener(Listen()), m_Thread([this] { m_Serve(); })
+FileServer::FileServer(std::string body, int answers)
+    : m_Body(std::move(body)), m_Listener(Listen()), m_Thread([this, answers] { m_Serve(answers); })
 {}
 
 FileServer::~FileServer()
@@ -67,14 +67,16 @@ std::string FileServer::Url() const
     return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
 }
 
-void FileServer::m_Serve() const
+void FileServer::m_Serve(int answers) const
 {
-    const int connection = accept(m_Listener, nullptr, nullptr);
-    if (connection < 0) {
-        return;
+    for (int i = 0; i < answers; ++i) {
+        const int connection = accept(m_Listener, nullptr, nullptr);
+        if (connection < 0) {
+            return;
+        }
+        SkipRequest(connection);
+        Send(connection, "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " +
+                             std::to_string(m_Body.size()) + "\r\n\r\n" + m_Body);
+        close(connection);
     }
-    SkipRequest(connection);
-    Send(connection, "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " +
-                         std::to_string(m_Body.size()) + "\r\n\r\n" + m_Body);
-    close(connection);
 }

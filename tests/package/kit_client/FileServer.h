@@ -3,20 +3,20 @@
 #include <string>
 #include <thread>
 
-// Answers one HTTP request on the loopback interface with a body.
+// Answers HTTP requests on the loopback interface, one after the other, with a body.
 class FileServer
 {
 public:
-    explicit FileServer(std::string body);
+    FileServer(std::string body, int answers);
     FileServer(const FileServer&) = delete;
     FileServer& operator=(const FileServer&) = delete;
-    // Waits until the answer is given, or until nobody can ask for it any more.
+    // Waits until all answers are given, or until nobody can ask for them any more.
     ~FileServer();
 
     std::string Url() const;
 
 private:
-    void m_Serve() const;
+    void m_Serve(int answers) const;
 
     const std::string m_Body;
     const int m_Listener;

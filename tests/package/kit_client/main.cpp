@@ -1,9 +1,12 @@
-// client FILE: transfers the bytes of FILE over HTTP through the installed kit and compares what
-// arrives with what was sent. Exits 0 if it is the same, and if the kit refuses a wrong policy with
-// the exception that it documents.
+// client FILE: transfers the bytes of FILE over HTTP through the installed kit, with an agent of
+// its own and through a queue, into memory and into FILE.copy, and compares what arrives with what
+// was sent. Exits 0 if it is the same, and if the kit refuses a wrong policy with the exception
+// that it documents.
 
 #include <AsyncTransferAgentManager.h>
+#include <FileSink.h>
 #include <HttpSession.h>
+#include <TransferQueue.h>
 
 #include <fstream>
 #include <future>
@@ -16,11 +19,16 @@
 using VORTAN_MW::ITransferAgentManager;
 using VORTAN_MW::ITransferHandler;
 using VORTAN_MW::KIT::Category;
+using VORTAN_MW::KIT::FileSink;
 using VORTAN_MW::KIT::HttpSession;
 using VORTAN_MW::KIT::ITransferObserver;
+using VORTAN_MW::KIT::ITransferQueueObserver;
+using VORTAN_MW::KIT::Ticket;
 using VORTAN_MW::KIT::TransferEvent;
 using VORTAN_MW::KIT::TransferOptions;
+using VORTAN_MW::KIT::TransferOutcome;
 using VORTAN_MW::KIT::TransferPolicy;
+using VORTAN_MW::KIT::TransferQueue;
 
 namespace {
 
@@ -37,11 +45,21 @@ struct Watch : ITransferObserver
     Category category = Category::Internal;
 };
 
-std::string ReadWhole(const char* path)
+std::string ReadWhole(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
+
+struct QueueWatch : ITransferQueueObserver
+{
+    void OnOutcome(Ticket, const TransferOutcome& outcome) override
+    {
+        category.set_value(outcome.GetCategory());
+    }
+
+    std::promise<Category> category;
+};
 
 // The body, empty if the transfer failed.
 std::string Fetch(const std::string& url, const std::shared_ptr<Watch>& watch)
@@ -66,6 +84,29 @@ std::string Fetch(const std::string& url, const std::shared_ptr<Watch>& watch)
     return isAccepted && succeeded.get_future().get() ? body : "";
 }
 
+// The body, empty if the transfer failed.
+std::string FetchThroughQueue(const std::string& url)
+{
+    TransferQueue queue(std::make_shared<HttpSession>(TransferPolicy().SetSchemes({"http"})));
+    const auto response = queue.Fetch(url).get();
+    std::cout << response.outcome.GetSentence() << '\n';
+    return std::string(response.body.begin(), response.body.end());
+}
+
+// What the file holds in the end.
+std::string DownloadThroughQueue(const std::string& url, const std::string& path)
+{
+    const auto session = std::make_shared<HttpSession>(TransferPolicy().SetSchemes({"http"}));
+    const auto watch = std::make_shared<QueueWatch>();
+    TransferQueue queue(session, watch, [](const std::function<void()>& closure) { closure(); });
+    auto request = std::make_unique<TransferQueue::TransferConfiguration>();
+    request->url = url;
+    request->handlerFactory = session->MakeFactory();
+    FileSink(path).AttachTo(*request);
+    queue.Add(std::move(request), VORTAN_MW::KIT::Priority::High);
+    return watch->category.get_future().get() == Category::Success ? ReadWhole(path) : "";
+}
+
 bool RefusesWrongPolicy()
 {
     try {
@@ -86,9 +127,14 @@ int main(int argc, char** argv)
     }
     const std::string expected = ReadWhole(argv[1]);
     const auto watch = std::make_shared<Watch>();
-    const FileServer server(expected);
-    const std::string body = Fetch(server.Url(), watch);
-    std::cout << "received " << body.size() << " of " << expected.size() << " bytes\n";
-    const bool agrees = !expected.empty() && body == expected;
+    const FileServer server(expected, 3);
+    const std::string bodies[] = {
+        Fetch(server.Url(), watch), FetchThroughQueue(server.Url()),
+        DownloadThroughQueue(server.Url(), argv[1] + std::string(".copy"))};
+    bool agrees = !expected.empty();
+    for (const std::string& body : bodies) {
+        std::cout << "received " << body.size() << " of " << expected.size() << " bytes\n";
+        agrees = agrees && body == expected;
+    }
     return agrees && watch->category == Category::Success && RefusesWrongPolicy() ? 0 : 1;
 }
