@@ -33,7 +33,7 @@ packages_for() {
     build) echo "${build[@]}" ;;
     demonstration) echo "${build[@]}" python3 ;;
     test)
-        echo "${build[@]}" ccache libgtest-dev libgmock-dev \
+        echo "${build[@]}" ccache libglib2.0-dev libgtest-dev libgmock-dev \
             python3 nginx libnginx-mod-http-brotli-filter gunicorn python3-httpbin \
             python3-pyftpdlib openssl curl libcurl3-gnutls zsh
         ;;

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import resource
 import signal
 import socket
@@ -310,7 +311,7 @@ class AgentDownloadToFile(ExampleTest):
 
 class DownloadToFile(ExampleTest):
     def serve_versioned(self, path, first=len(BODY)):
-        """Answers with what was asked for of BODY; the first response breaks off after some bytes."""
+        """Answers with BODY or the rest of it; the first response ends after some bytes."""
         ends = iter([first])
 
         def answer(request):
@@ -545,6 +546,44 @@ class ResilientDownload(ExampleTest):
         self.wait_for(running.process.stdout, BODY[:1])
         running.interrupt()
         self.assertEqual(running.finish().status, INTERRUPTED)
+
+
+class LoopTest(ExampleTest):
+    """A program whose loop gets all calls of a queue."""
+
+    def assert_tells_on_the_thread_of_the_loop(self, result, sentences):
+        first, *lines = result.output.decode().splitlines()
+        found = re.fullmatch(r"The loop is on thread (\w+)\.", first)
+        self.assertTrue(found, first)
+        self.assertEqual(
+            sorted(lines), sorted("%s Told on thread %s." % (one, found[1]) for one in sentences)
+        )
+
+
+class PollLoop(LoopTest):
+    def test_all_calls_come_on_the_thread_of_the_loop(self):
+        urls = [self.serve("/%d" % length, BODY[:length]) for length in range(20)]
+        result = self.run_client(*urls)
+        self.assertEqual(result.status, SUCCEEDED)
+        self.assert_tells_on_the_thread_of_the_loop(
+            result, ["%s: The transfer succeeded (host 127.0.0.1)." % url for url in urls]
+        )
+
+    def test_a_failure_is_told_and_ends_the_program(self):
+        url = self.server.url("/missing")
+        result = self.run_client(url, self.serve("/a"))
+        self.assertEqual(result.status, TRANSFER_FAILED)
+        self.assert_tells_on_the_thread_of_the_loop(
+            result,
+            [
+                url + ": The server answered with HTTP status 404 (host 127.0.0.1).",
+                self.server.url("/a") + ": The transfer succeeded (host 127.0.0.1).",
+            ],
+        )
+
+
+class GlibLoop(PollLoop):
+    """The same, with GLib's main loop."""
 
 
 class OwnHandler(ExampleTest):
