@@ -202,9 +202,10 @@ void QueueCore::OnWorkerExit()
 
 void QueueCore::m_EndCancelled(Lock& lock)
 {
-    const EntryPtr entry(static_cast<Entry*>(&m_Ended.PopFront()));
+    EntryPtr entry(static_cast<Entry*>(&m_Ended.PopFront()));
     lock.unlock();
     entry->work->End(entry->reason);
+    entry.reset();  // may run the client's code: not while the mutex is held
     lock.lock();
 }
 
