@@ -45,6 +45,15 @@ int ThreadsToDispose()
     return count;
 }
 
+int ThreadsAtWork()
+{
+    int count = -1;  // without the caller
+    for (const Thread& thread : scheduler.threads) {
+        count += thread.returned ? 0 : 1;
+    }
+    return count;
+}
+
 Moment Moment::Now()
 {
     Moment now;

@@ -21,6 +21,8 @@ namespace EXPLORER {
 
 constexpr std::size_t MaxThreads = 12;
 
+constexpr int NoWorkers = -1;
+
 // Registers a scenario; to be defined at namespace scope.
 struct Scenario
 {
@@ -31,7 +33,7 @@ struct Scenario
     const char* const about;
     void (*const run)();
     const int spuriousWakeUps;         // at most so many in a run
-    const int threadsThatCannotStart;  // the same
+    const int threadsThatCannotStart;  // the same; NoWorkers: all but the scenario's first
     const Scenario* const next;
 };
 
@@ -46,6 +48,7 @@ void Note(const std::string& what, const std::string& place = std::string());
 bool HoldsMutex();       // whether the calling thread does
 int ThisThread();        // its number; the scenario's own thread is 1
 int ThreadsToDispose();  // how many were started, and neither joined nor detached
+int ThreadsAtWork();     // how many others have not returned from their function
 
 // A point in a thread's execution.
 class Moment

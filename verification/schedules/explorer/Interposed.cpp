@@ -1,6 +1,6 @@
 // The functions that this program defines in place of the C and C++ libraries': those of threads,
-// time, the guards of function-local statics, and memory. Outside of a run there is one thread
-// only.
+// time, the guards of function-local statics, reference counts, and memory. Outside of a run there
+// is one thread only.
 
 #include <cxxabi.h>
 #include <dlfcn.h>
@@ -27,6 +27,7 @@ namespace {
 constexpr char Mutex[] = "mutex";
 constexpr char Condition[] = "condition";
 constexpr char Guard[] = "guard of a static";
+constexpr char Counts[] = "reference counts";
 
 Object& Take(const char* verb, const void* address, const char* kind)
 {
@@ -111,6 +112,44 @@ int Dispose(const char* verb, pthread_t number, Call::Need need)
         scheduler.Acquire(ended);
     }
     return 0;
+}
+
+template <typename Function>
+Function* Next(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Reference counts are the only atomics of the code under test. To take a reference needs one, so
+// its order among others does not matter: nothing is decided there. But that the last one goes is a
+// write, and must be ordered with each such use.
+void UseCount(const volatile void* count, bool isLast)
+{
+    if (MEMORY::tracked) {
+        MEMORY::Access(const_cast<const void*>(count), sizeof(int), isLast);
+    }
+}
+
+int AddToCount(volatile int* count, int added)
+{
+    if (!scheduler.active || added >= 0) {
+        UseCount(count, false);
+    } else {
+        scheduler.Perform({"lets go of a reference"});
+        // Both counts of an owned object share a cell of the memory.
+        const auto address = reinterpret_cast<std::uintptr_t>(count) / 8 * 8;
+        const bool isLast = *count + added == 0;
+        UseCount(count, false);
+        Object& counts = *scheduler.Find(reinterpret_cast<const void*>(address), Counts);
+        MEMORY::ExpectAlive(counts);
+        scheduler.Drop(counts, isLast);
+        if (isLast) {
+            UseCount(count, true);
+        }
+    }
+    const int before = *count;
+    *count = before + added;
+    return before;
 }
 
 // Whether the guard is one of the code under test.
@@ -251,6 +290,26 @@ pthread_t pthread_self() noexcept
     return static_cast<pthread_t>(ThisThread());
 }
 
+// A thread's values are destroyed when its function has returned.
+int pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) noexcept
+{
+    if (!scheduler.active) {
+        return Next<int(pthread_key_t*, void (*)(void*))>("pthread_key_create")(key, destructor);
+    }
+    const int added = scheduler.AddKey(destructor);
+    *key = static_cast<pthread_key_t>(added);
+    return added == Nobody ? EAGAIN : 0;
+}
+
+int pthread_setspecific(pthread_key_t key, const void* value) noexcept
+{
+    if (!scheduler.active) {
+        return Next<int(pthread_key_t, const void*)>("pthread_setspecific")(key, value);
+    }
+    scheduler.Self().values.at(key) = const_cast<void*>(value);
+    return 0;
+}
+
 int sched_yield() noexcept
 {
     scheduler.Perform({"steps aside"});
@@ -270,7 +329,7 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
 }
 
 // The one atomic that the compiler makes by itself: whether a static is initialised. On 32-bit ARM
-// a guard is a word, elsewhere a byte.
+// a guard is a word, as counts are, elsewhere a byte.
 #if defined(__arm__)
 using GuardValue = unsigned int;
 #define EXPLORER_LOAD_GUARD __tsan_atomic32_load  // NOLINT(bugprone-reserved-identifier)
@@ -285,9 +344,37 @@ GuardValue EXPLORER_LOAD_GUARD(const volatile GuardValue* value, int)
         Object& object = *scheduler.Find(guard, Guard);
         scheduler.Perform({"reads", &object});
         scheduler.Acquire(object);
+    } else {
+        UseCount(value, false);
     }
     return *value;
 }
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the compiler's names
+#if !defined(__arm__)
+int __tsan_atomic32_load(const volatile int* count, int)
+{
+    UseCount(count, false);
+    return *count;
+}
+#endif
+
+int __tsan_atomic32_fetch_add(volatile int* count, int added, int)
+{
+    return AddToCount(count, added);
+}
+
+int __tsan_atomic32_compare_exchange_weak(volatile int* count, int* expected, int desired, int, int)
+{
+    UseCount(count, false);
+    if (*count != *expected) {
+        *expected = *count;
+        return 0;
+    }
+    *count = desired;
+    return 1;
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"
 
@@ -347,12 +434,6 @@ void operator delete(void* block, std::size_t) noexcept
 using Node = std::_Rb_tree_node_base;
 
 namespace {
-
-template <typename Function>
-Function* Next(const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 const auto increment = Next<Node*(Node*)>("_ZSt18_Rb_tree_incrementPSt18_Rb_tree_node_base");
 const auto insert = Next<void(bool, Node*, Node*, Node&)>(

@@ -1,11 +1,13 @@
 #include "Scheduler.h"
 
 #include <cxxabi.h>
+#include <sys/single_threaded.h>
 #include <unwind.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace EXPLORER {
 
@@ -54,6 +56,11 @@ End Scheduler::Run(const Scenario& scenario, Chooser& chooser, std::vector<Event
     threads.reserve(MaxThreads);
     objects.clear();
     objects.reserve(64);
+    keys.clear();
+    keys.reserve(MaxKeys);
+    // The library counts references with atomics if there are several threads, which it cannot
+    // know.
+    __libc_single_threaded = 0;
     steps = 0;
     m_Chooser = &chooser;
     m_Events = events;
@@ -103,6 +110,8 @@ void Scheduler::s_Entry()
     scheduler.Tell("begins", std::string());
     scheduler.m_Return();
     scheduler.Self().routine(scheduler.Self().argument);
+    scheduler.Self().returned = true;
+    scheduler.m_DestroyValues();
     scheduler.m_Enter();
     scheduler.Tell("ends", std::string());
     if (scheduler.Self().mutexes > 0) {
@@ -111,6 +120,16 @@ void Scheduler::s_Entry()
     scheduler.Self().ended = true;
     scheduler.Self().call = {"has ended"};
     scheduler.m_Next();
+}
+
+void Scheduler::m_DestroyValues()
+{
+    for (std::size_t key = 0; key < keys.size(); ++key) {
+        void* const value = std::exchange(Self().values[key], nullptr);
+        if (value != nullptr && keys[key] != nullptr) {
+            keys[key](value);
+        }
+    }
 }
 
 void Scheduler::m_Enter()
@@ -154,8 +173,10 @@ std::uint8_t Scheduler::Perform(const Call& call)
     }
     thread.past = past;
     m_SpuriousWakeUps -= call.need == Call::Woken && thread.outcome == Spurious ? 1 : 0;
-    m_ThreadsThatCannotStart -=
-        call.need == Call::NewThread && thread.outcome == CannotStart ? 1 : 0;
+    if (call.need == Call::NewThread && thread.outcome == CannotStart &&
+        m_ThreadsThatCannotStart > 0) {
+        --m_ThreadsThatCannotStart;
+    }
     if (call.need == Call::Woken && (thread.outcome == TimeOut || thread.outcome == NotifiedLate)) {
         thread.time = std::max(thread.time, call.deadline);
     }
@@ -233,13 +254,16 @@ void Scheduler::m_AddOptions(std::size_t number, bool preempts)
             return other.call.need == Call::Woken && !other.notified &&
                    other.call.object == call.object;
         };
-        add(0);
+        const bool canStart = m_ThreadsThatCannotStart != NoWorkers || threads.size() == 1;
+        if (call.need != Call::NewThread || canStart) {
+            add(0);
+        }
         const bool asks = call.need == Call::Waiter;
         const auto waiters = asks ? std::count_if(threads.begin(), threads.end(), waits) : 0;
         for (std::uint8_t i = 1; i < waiters; ++i) {
             add(i);
         }
-        if (call.need == Call::NewThread && m_ThreadsThatCannotStart > 0) {
+        if (call.need == Call::NewThread && (m_ThreadsThatCannotStart > 0 || !canStart)) {
             add(CannotStart);
         }
     }
@@ -306,6 +330,25 @@ void Scheduler::Release(Object& object)
         object.clock[i] = std::max(Self().clock[i], object.clock[i]);
     }
     ++Self().clock[current];
+}
+
+void Scheduler::Drop(Object& counts, bool isLast)
+{
+    counts.past += Mix(Self().past, current);
+    Release(counts);
+    if (isLast) {
+        Acquire(counts);
+        Self().past = Mix(Self().past, counts.past);
+    }
+}
+
+int Scheduler::AddKey(void (*destructor)(void*))
+{
+    if (keys.size() == MaxKeys) {
+        return Nobody;
+    }
+    keys.push_back(destructor);
+    return static_cast<int>(keys.size()) - 1;
 }
 
 void Scheduler::Tell(const std::string& what, const std::string& place)

@@ -12,11 +12,13 @@ namespace EXPLORER {
 
 constexpr std::int64_t Endless = INT64_MAX;
 constexpr int Nobody = -1;
+constexpr std::size_t MaxKeys = 4;
 
 // One time per thread: how much of it has happened before.
 using VectorClock = std::array<std::uint16_t, MaxThreads>;
 
-// A mutex, a condition variable, the guard of a static, or a gate, known by its address.
+// A mutex, a condition variable, the guard of a static, a gate, or reference counts, known by its
+// address.
 struct Object
 {
     const void* address = nullptr;
@@ -67,6 +69,7 @@ struct Thread
     Call call = {"begins"};
     std::uint8_t outcome = 0;
     bool notified = false;
+    bool returned = false;  // from its function
     bool ended = false;
     bool disposed = false;
     bool tracked = false;
@@ -76,6 +79,7 @@ struct Thread
     VectorClock clock = {};
     void* (*routine)(void*) = nullptr;
     void* argument = nullptr;
+    std::array<void*, MaxKeys> values = {};  // its own, one for each key
     void* exceptions[3] = {};  // the C++ runtime's, which are per thread of the system
     ucontext_t context;
 };
@@ -129,6 +133,11 @@ public:
     Object* Find(const void* address, const char* kind);
     void Acquire(const Object& object);
     void Release(Object& object);
+    // The calling thread lets go of a reference. Which of several do so first cannot be told,
+    // except by the one that is the last.
+    void Drop(Object& counts, bool isLast);
+    // Returns the key, or Nobody.
+    int AddKey(void (*destructor)(void*));
     [[noreturn]] void Fail(const std::string& what);
     void Tell(const std::string& what, const std::string& place);
 
@@ -139,11 +148,13 @@ public:
     std::size_t current = 0;
     std::vector<Thread> threads;
     std::vector<Object> objects;
+    std::vector<void (*)(void*)> keys;  // the destructors of threads' own values
 
     Thread& Self() { return threads[current]; }
 
 private:
     static void s_Entry();
+    void m_DestroyValues();
     void m_Next();
     void m_AddOptions(std::size_t number, bool preempts);
     bool m_IsBlocked(const Thread& thread) const;
