@@ -4,12 +4,66 @@
 #   VORTAN_QXCURL_LIBRARY          the maker's curl wrapper; looked for if it is not named
 #   VORTAN_FILESYSTEM_LIBRARY      the sibling library with the file accessor
 #   VORTAN_FILESYSTEM_INCLUDE_DIR  the folder of the file accessor's header
+#
+# Each has to be a shared library for the machine that is built for, with a soname and the symbols that
+# platform/*/needed_symbols.txt list.
 
 set(missing "")
 
-# vortan_device_library(VARIABLE WHAT [NAME...]): makes sure that VARIABLE holds the path of a
-# library. Where it holds none, one of the NAMEs is looked for.
-function(vortan_device_library variable what)
+# elf_header(VARIABLE FILE): sets VARIABLE to TYPE;MACHINE. The type of a shared library is 3, and what
+# is for the same machine has the same word size, byte order and machine number.
+function(elf_header variable file)
+    file(READ ${file} start LIMIT 20 HEX)
+    set(${variable} none none PARENT_SCOPE)
+    if(start MATCHES "^7f454c46(....)....................(....)(....)$")
+        set(machine ${CMAKE_MATCH_1}${CMAKE_MATCH_3})
+        string(REPLACE "00" "" type ${CMAKE_MATCH_2})  # in either byte order
+        set(${variable} ${type} ${machine} PARENT_SCOPE)
+    endif()
+endfunction()
+
+# vortan_fault_of(VARIABLE LIBRARY SYMBOLS): sets VARIABLE to what is wrong with the file, empty if
+# nothing is. The file SYMBOLS has a line for each needed symbol: its name, and how people know it.
+function(vortan_fault_of variable library symbols)
+    file(REAL_PATH ${library} file)
+    elf_header(header ${file})
+    list(GET header 0 type)
+    list(GET header 1 machine)
+    if(NOT type STREQUAL "03")
+        set(${variable} "${library} is no shared library" PARENT_SCOPE)
+        return()
+    elseif(NOT machine STREQUAL vortan_machine)
+        set(${variable} "${library} is for another kind of machine than this build" PARENT_SCOPE)
+        return()
+    endif()
+    execute_process(COMMAND ${CMAKE_READELF} --dynamic --wide ${file}
+        OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
+    if(NOT dynamic MATCHES "\\(SONAME\\)")
+        set(${variable} "${library} has no soname for the dynamic linker to find it by" PARENT_SCOPE)
+        return()
+    endif()
+    execute_process(COMMAND ${CMAKE_NM} --dynamic --defined-only ${file}
+        OUTPUT_VARIABLE defined COMMAND_ERROR_IS_FATAL ANY)
+    set(lacking "")
+    file(STRINGS ${symbols} needed)
+    foreach(line IN LISTS needed)
+        string(FIND "${line}" " " blank)
+        string(SUBSTRING "${line}" 0 ${blank} symbol)
+        string(SUBSTRING "${line}" ${blank} -1 meaning)
+        if(NOT defined MATCHES " ${symbol}(@[^\n]*)?\n")
+            list(APPEND lacking ${meaning})
+        endif()
+    endforeach()
+    list(JOIN lacking "," lacking)
+    if(lacking)
+        set(lacking "${library} lacks${lacking}")
+    endif()
+    set(${variable} "${lacking}" PARENT_SCOPE)
+endfunction()
+
+# vortan_device_library(VARIABLE SYMBOLS WHAT [NAME...]): makes sure that VARIABLE holds the path of a
+# library that has the SYMBOLS. Where it holds none, one of the NAMEs is looked for.
+function(vortan_device_library variable symbols what)
     if(${variable} OR NOT ARGN)
         set(${variable} "" CACHE FILEPATH "${what}")  # turns a relative path into an absolute one
     else()
@@ -17,7 +71,10 @@ function(vortan_device_library variable what)
         find_library(${variable} NAMES ${ARGN} DOC "${what}")
     endif()
     if(EXISTS "${${variable}}" AND NOT IS_DIRECTORY "${${variable}}")
-        return()
+        vortan_fault_of(fault ${${variable}} ${PROJECT_SOURCE_DIR}/platform/${symbols})
+        if(NOT fault)
+            return()
+        endif()
     elseif(${variable} MATCHES "-NOTFOUND$")
         list(JOIN ARGN ", " names)
         set(folders ${CMAKE_LIBRARY_PATH} ${CMAKE_PREFIX_PATH} ${CMAKE_SYSTEM_PREFIX_PATH})
@@ -37,9 +94,20 @@ function(vortan_device_library variable what)
     set(missing "${missing}\n  ${what}: ${fault}\n    (say -D${variable}=FILE)" PARENT_SCOPE)
 endfunction()
 
-vortan_device_library(VORTAN_DLOG_LIBRARY "the platform log's library" libdlog.so libdlog.so.0)
-vortan_device_library(VORTAN_QXCURL_LIBRARY "the curl wrapper's library" libQXCurl.so libQXCurl.so.0)
-vortan_device_library(VORTAN_FILESYSTEM_LIBRARY "the file accessor's library")
+# What the compiler compiles for: the libraries must be for the same.
+file(WRITE ${PROJECT_BINARY_DIR}/CMakeFiles/machine.cpp "int main() {}\n")
+try_compile(VORTAN_PROGRAM_COMPILES ${PROJECT_BINARY_DIR}/CMakeFiles/machine
+    SOURCES ${PROJECT_BINARY_DIR}/CMakeFiles/machine.cpp
+    COPY_FILE ${PROJECT_BINARY_DIR}/CMakeFiles/machine.bin)
+elf_header(vortan_machine ${PROJECT_BINARY_DIR}/CMakeFiles/machine.bin)
+list(GET vortan_machine 1 vortan_machine)
+
+vortan_device_library(VORTAN_DLOG_LIBRARY dlog/needed_symbols.txt
+    "the platform log's library" libdlog.so libdlog.so.0)
+vortan_device_library(VORTAN_QXCURL_LIBRARY QXCurl/needed_symbols.txt
+    "the curl wrapper's library" libQXCurl.so libQXCurl.so.0)
+vortan_device_library(VORTAN_FILESYSTEM_LIBRARY filesystem/needed_symbols.txt
+    "the file accessor's library")
 
 set(VORTAN_FILESYSTEM_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/platform/filesystem/Inc
     CACHE PATH "the folder of ThreadSafeFileSystemAccessor.h")
@@ -50,14 +118,14 @@ if(NOT EXISTS ${VORTAN_FILESYSTEM_INCLUDE_DIR}/ThreadSafeFileSystemAccessor.h)
 endif()
 
 if(missing)
-    message(FATAL_ERROR "VORTAN_PLATFORM is device, and of the device's libraries these are "
-        "missing:${missing}")
+    message(FATAL_ERROR "VORTAN_PLATFORM is device, and these of its libraries are missing "
+        "or of no use:${missing}")
 endif()
 
 add_library(vortan_dlog_headers INTERFACE)
 target_include_directories(vortan_dlog_headers INTERFACE ${PROJECT_SOURCE_DIR}/platform/dlog/Inc)
 
-add_library(vortan_dlog UNKNOWN IMPORTED)
+add_library(vortan_dlog SHARED IMPORTED)
 set_target_properties(vortan_dlog PROPERTIES IMPORTED_LOCATION ${VORTAN_DLOG_LIBRARY})
 target_link_libraries(vortan_dlog INTERFACE vortan_dlog_headers)
 
@@ -65,10 +133,10 @@ add_library(vortan_qxcurl_headers INTERFACE)
 target_include_directories(vortan_qxcurl_headers INTERFACE
     ${PROJECT_SOURCE_DIR}/platform/QXCurl/Inc)
 
-add_library(vortan_qxcurl UNKNOWN IMPORTED)
+add_library(vortan_qxcurl SHARED IMPORTED)
 set_target_properties(vortan_qxcurl PROPERTIES IMPORTED_LOCATION ${VORTAN_QXCURL_LIBRARY})
 target_link_libraries(vortan_qxcurl INTERFACE vortan_qxcurl_headers)
 
-add_library(vortan_filesystem UNKNOWN IMPORTED)
+add_library(vortan_filesystem SHARED IMPORTED)
 set_target_properties(vortan_filesystem PROPERTIES IMPORTED_LOCATION ${VORTAN_FILESYSTEM_LIBRARY})
 target_include_directories(vortan_filesystem INTERFACE ${VORTAN_FILESYSTEM_INCLUDE_DIR})

@@ -1,5 +1,6 @@
 # Checks a shared library's dynamic section: LIBRARY has the soname SONAME, and where they are given,
-# it defines the SYMBOLS and no others, and needs the libraries in the list NEEDED.
+# it defines the SYMBOLS and no others, and needs the libraries in the list NEEDED. Of the device's
+# libraries it uses exactly the symbols that the folder PLATFORM lists.
 
 execute_process(COMMAND ${READELF} -d ${LIBRARY} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
 if(NOT dynamic MATCHES "\\(SONAME\\)[^\n]*\\[${SONAME}\\]")
@@ -15,5 +16,21 @@ if(DEFINED SYMBOLS)
         OUTPUT_VARIABLE symbols OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     if(NOT symbols STREQUAL SYMBOLS)
         message(SEND_ERROR "Instead of ${SYMBOLS} it defines:\n${symbols}")
+    endif()
+endif()
+if(DEFINED PLATFORM)
+    execute_process(COMMAND ${NM} --dynamic --undefined-only --format=just-symbols ${LIBRARY}
+        OUTPUT_VARIABLE used COMMAND_ERROR_IS_FATAL ANY)
+    string(REGEX MATCHALL "[^\n]*(dlog_print|QXCurl|FileSystemAccessor)[^\n]*" used "${used}")
+    set(listed "")
+    foreach(part dlog QXCurl filesystem)
+        file(STRINGS ${PLATFORM}/${part}/needed_symbols.txt symbols)
+        list(TRANSFORM symbols REPLACE " .*" "")
+        list(APPEND listed ${symbols})
+    endforeach()
+    list(SORT used)
+    list(SORT listed)
+    if(NOT used STREQUAL listed)
+        message(SEND_ERROR "Needed of the device's libraries is\n${used}\nand listed is\n${listed}")
     endif()
 endif()

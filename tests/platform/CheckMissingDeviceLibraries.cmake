@@ -1,5 +1,6 @@
 # Configures SOURCE in BUILD for a device, with none of its libraries named and then with wrong
-# names, and checks that it stops with one message that names all of them.
+# names and wrong libraries, and checks that it stops with one message that names all of them. DLOG and
+# FILESYSTEM are libraries that a device may have, ARCHIVE is a static one, and CXX compiles others.
 
 # expect_one_message(TEXTS text... [OPTIONS option...]): each text stands in the one message.
 function(expect_one_message)
@@ -44,3 +45,41 @@ expect_one_message(
         "the file accessor's library: there is no such file as ${BUILD}"
         "the file accessor's header: looked for ThreadSafeFileSystemAccessor.h in ${BUILD}"
         "(say -DVORTAN_FILESYSTEM_INCLUDE_DIR=FOLDER)")
+
+# What is named exists, and each is of no use in its own way.
+file(WRITE ${BUILD}-other.cpp "extern \"C\" void other() {}\n")
+set(shared ${CXX} -shared -fPIC ${BUILD}-other.cpp)
+execute_process(COMMAND ${shared} -o ${BUILD}-nameless.so COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${shared} -Wl,-soname,libQXCurl.so.0 -o ${BUILD}-other.so
+    COMMAND_ERROR_IS_FATAL ANY)
+expect_one_message(
+    OPTIONS
+        -DVORTAN_DLOG_LIBRARY=/etc/passwd
+        -DVORTAN_QXCURL_LIBRARY=${BUILD}-other.so
+        -DVORTAN_FILESYSTEM_LIBRARY=${ARCHIVE}
+    TEXTS
+        "the platform log's library: /etc/passwd is no shared library"
+        "the curl wrapper's library: ${BUILD}-other.so lacks QXCurl::QXCurlEasy::Initialize(), QXCurl"
+        ", QXCurl::QXCurlUtility::makeUri(std::string, std::string)\n"
+        "the file accessor's library: ${ARCHIVE} is no shared library")
+expect_one_message(
+    OPTIONS
+        -DVORTAN_DLOG_LIBRARY=${DLOG}
+        -DVORTAN_QXCURL_LIBRARY=${BUILD}-nameless.so
+        -DVORTAN_FILESYSTEM_LIBRARY=${DLOG}
+    TEXTS
+        "the curl wrapper's library: ${BUILD}-nameless.so has no soname"
+        "the file accessor's library: ${DLOG} lacks VORTAN_MW::ThreadSafeFileSystemAccessor::FileExists")
+
+# The header of another machine's library: its number is that of no machine.
+file(COPY_FILE ${FILESYSTEM} ${BUILD}-foreign.so)
+execute_process(
+    COMMAND sh -c "printf '\\376\\376' | dd of=$1 bs=1 seek=18 conv=notrunc" sh ${BUILD}-foreign.so
+    ERROR_QUIET COMMAND_ERROR_IS_FATAL ANY)
+expect_one_message(
+    OPTIONS
+        -DVORTAN_DLOG_LIBRARY=${DLOG}
+        -DVORTAN_QXCURL_LIBRARY=${BUILD}-other.so
+        -DVORTAN_FILESYSTEM_LIBRARY=${BUILD}-foreign.so
+    TEXTS
+        "the file accessor's library: ${BUILD}-foreign.so is for another kind of machine")
