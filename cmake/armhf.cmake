@@ -12,6 +12,9 @@ if(NOT EXISTS ${CMAKE_SYSROOT}/usr/include)
     message(FATAL_ERROR "There are no libraries for 32-bit ARM in ${CMAKE_SYSROOT}.\n"
         "Make that folder with scripts/armhf_sysroot.sh, or name another in VORTAN_ARMHF_SYSROOT.")
 endif()
+if(NOT EXISTS ${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf)
+    message(FATAL_ERROR "The libraries in ${CMAKE_SYSROOT} are for another kind of machine than 32-bit ARM.")
+endif()
 
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
