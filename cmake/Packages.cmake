@@ -1,11 +1,6 @@
 # Debian packages and RPMs, made by cpack from one build: docs/packaging.md. What can only be known
 # once cpack runs is in packaging/*.cmake.
 
-if(NOT VORTAN_PLATFORM STREQUAL "standin")
-    message(FATAL_ERROR "Packages are made from a build with the stand-ins (VORTAN_PLATFORM is "
-        "${VORTAN_PLATFORM}): a device image leaves out the package that they are in.")
-endif()
-
 if(NOT VORTAN_BUILD_KIT)
     message(FATAL_ERROR "Packages hold the transfer kit: VORTAN_BUILD_KIT must be ON.")
 endif()
@@ -27,7 +22,10 @@ set(CPACK_PACKAGE_CONTACT "${VORTAN_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_RELOCATABLE OFF)
 set(CPACK_THREADS 1)  # how data is compressed depends on their number
-set(CPACK_COMPONENTS_ALL runtime kit development tools standins)
+set(CPACK_COMPONENTS_ALL runtime kit development tools)
+if(VORTAN_PLATFORM STREQUAL "standin")
+    list(APPEND CPACK_COMPONENTS_ALL standins)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/layout.cmake)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/complete.cmake)
@@ -38,6 +36,17 @@ set(CPACK_VORTAN_SOURCE_DIR ${PROJECT_SOURCE_DIR})
 set(CPACK_VORTAN_BUILD_DIR ${PROJECT_BINARY_DIR})
 set(CPACK_VORTAN_STRIP ${CMAKE_STRIP})
 set(CPACK_VORTAN_SYSROOT ${CMAKE_SYSROOT})
+if(VORTAN_PLATFORM STREQUAL "standin")
+    set(CPACK_VORTAN_DEVICE_SONAMES libdlog.so.0 libQXCurl.so.0)
+    set(CPACK_VORTAN_DEVICE_PACKAGES "vortan-standins | vortan-device-libraries")
+else()
+    set(CPACK_VORTAN_DEVICE_SONAMES ${VORTAN_DEVICE_SONAMES})
+    set(CPACK_VORTAN_DEVICE_PACKAGES vortan-device-libraries)
+    foreach(library DLOG QXCURL FILESYSTEM)
+        get_filename_component(folder ${VORTAN_${library}_LIBRARY} DIRECTORY)
+        list(APPEND CPACK_VORTAN_DEVICE_FOLDERS ${folder})
+    endforeach()
+endif()
 set(CPACK_VORTAN_LIBDIR_DEB lib/${CMAKE_LIBRARY_ARCHITECTURE})
 set(CPACK_VORTAN_ZSH_COMPLETION_DIR_DEB share/zsh/vendor-completions)
 set(CPACK_VORTAN_ZSH_COMPLETION_DIR_RPM share/zsh/site-functions)
@@ -96,12 +105,10 @@ set(co_installable "${source}\nMulti-Arch: same")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvortantransferagent0)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SOURCE "${co_installable}")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS vortan-standins)
 
 set(CPACK_DEBIAN_KIT_PACKAGE_NAME libvortantransferkit0)
 set(CPACK_DEBIAN_KIT_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_KIT_PACKAGE_SOURCE "${co_installable}")
-set(CPACK_DEBIAN_KIT_PACKAGE_RECOMMENDS vortan-standins)
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvortantransferagent-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -109,12 +116,10 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SOURCE "${co_installable}")
 set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libvortantransferagent0 ${same_version}, libvortantransferkit0 ${same_version}, libboost-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS vortan-standins)
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vortan-transfer)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SOURCE "${source}")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS vortan-standins)
 
 set(CPACK_DEBIAN_STANDINS_PACKAGE_NAME vortan-standins)
 set(CPACK_DEBIAN_STANDINS_PACKAGE_SECTION libs)
@@ -160,15 +165,11 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
     /usr/${CPACK_VORTAN_LIBDIR_RPM}/cmake /usr/${CPACK_VORTAN_LIBDIR_RPM}/pkgconfig)
 
 # Nothing of the building machine is in the packages, and it is not that machine's strip that rpm
-# strips with. What a device has of its own is recommended, not required.
+# strips with.
 set(CPACK_RPM_SPEC_MORE_DEFINE "%define __strip ${CMAKE_STRIP}
 %define _build_id_links none
 %define _buildhost localhost
 %define use_source_date_epoch_as_buildtime 1
-%define clamp_mtime_to_source_date_epoch 1
-%define __requires_exclude ^lib(dlog|QXCurl)[.]so
-%if \\\"%{name}\\\" != \\\"vortan-standins\\\"
-Recommends: vortan-standins
-%endif")
+%define clamp_mtime_to_source_date_epoch 1")
 
 include(CPack)

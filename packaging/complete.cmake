@@ -83,6 +83,9 @@ function(depend_on_libraries component folder)
     endif()
     list(TRANSFORM folders PREPEND -l)
     list(TRANSFORM folders APPEND /${CPACK_VORTAN_LIBDIR_DEB})
+    foreach(device IN LISTS CPACK_VORTAN_DEVICE_FOLDERS)
+        list(APPEND folders -l${device})
+    endforeach()
     file(MAKE_DIRECTORY ${folder}/DEBIAN)  # tells dpkg-shlibdeps that this is a package's folder
     execute_process(
         COMMAND ${CMAKE_COMMAND} -E env DEB_HOST_ARCH=${CPACK_DEBIAN_PACKAGE_ARCHITECTURE}
@@ -115,20 +118,28 @@ endforeach()
 
 if(kind STREQUAL "DEBIAN")
     unset(CPACK_PACKAGE_DESCRIPTION_SUMMARY)  # each package has its own in its description
-    file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/standins/usr/share/lintian/overrides)
-    file(COPY_FILE ${CPACK_VORTAN_SOURCE_DIR}/packaging/lintian-overrides
-        ${CPACK_TEMPORARY_DIRECTORY}/standins/usr/share/lintian/overrides/vortan-standins)
     set(library
         "libvortantransferagent 0 libvortantransferagent0 (>= ${CPACK_PACKAGE_VERSION})\n")
     set(kit "libvortantransferkit 0 libvortantransferkit0 (>= ${CPACK_PACKAGE_VERSION})\n")
     write_control_files(RUNTIME "${library}")
     write_control_files(KIT "${kit}")
-    write_control_files(STANDINS "libdlog 0 vortan-standins\nlibQXCurl 0 vortan-standins\n")
+    set(with_needs runtime kit tools)
+    if(EXISTS ${CPACK_TEMPORARY_DIRECTORY}/standins)
+        list(APPEND with_needs standins)
+        write_control_files(STANDINS "libdlog 0 vortan-standins\nlibQXCurl 0 vortan-standins\n")
+        file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/standins/usr/share/lintian/overrides)
+        file(COPY_FILE ${CPACK_VORTAN_SOURCE_DIR}/packaging/lintian-overrides
+            ${CPACK_TEMPORARY_DIRECTORY}/standins/usr/share/lintian/overrides/vortan-standins)
+    endif()
 
-    # A device has libraries of its own in the stand-ins' place: no package depends on them.
-    file(WRITE ${work}/shlibs.local "${library}${kit}libdlog 0\nlibQXCurl 0\n")
+    # A device's own libraries are in packages whose names only the device knows.
+    file(WRITE ${work}/shlibs.local "${library}${kit}")
+    foreach(soname IN LISTS CPACK_VORTAN_DEVICE_SONAMES)
+        string(REPLACE ".so." " " soname ${soname})
+        file(APPEND ${work}/shlibs.local "${soname} ${CPACK_VORTAN_DEVICE_PACKAGES}\n")
+    endforeach()
     file(WRITE ${work}/debian/control "")  # dpkg-shlibdeps looks for it
-    foreach(component runtime kit tools standins)
+    foreach(component IN LISTS with_needs)
         string(TOUPPER ${component} COMPONENT)
         depend_on_libraries(${COMPONENT} ${CPACK_TEMPORARY_DIRECTORY}/${component})
     endforeach()

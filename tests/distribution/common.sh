@@ -1,6 +1,7 @@
 # shellcheck shell=bash
-# Shared by the tests of the packages. Each gets the folder with the packages and the machine that
-# they are for: this one (native) or 32-bit ARM (armhf), which is emulated.
+# Shared by the tests of the packages. Each gets the folder with the packages, the machine that they are
+# for, which is this one (native) or 32-bit ARM (armhf), which is emulated, and a folder with libraries
+# as that machine's device has them (tests/device/make_libraries.sh).
 
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/common.sh"
@@ -8,6 +9,7 @@ tests=$project/tests
 sysroot=$project/build/armhf-sysroot
 
 machine=$2
+device_libraries=$(realpath "$3")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 root=$work/root
@@ -37,6 +39,19 @@ check_program() {
     run_with "$1"
     "$tests/package/run_program.sh" "$root/usr/bin/vortan-transfer" "$work/program" "${run[@]}"
     rm -f "$root/usr/bin/vortan-transfer.emulated"
+}
+
+# check_program_on_device LIBRARIES: the installed program runs with the device's libraries.
+check_program_on_device() {
+    local run program=$root/usr/bin/vortan-transfer
+    check_program "$1:$device_libraries"
+    run_with "$1:$device_libraries"
+    "${run[@]}" "$program" --verbose -o "$work/program/copy" "$work/program/source" 2>"$work/log" ||
+        wrong "$(<"$work/log")"
+    rm -f "$program.emulated"
+    grep -q '^device 3 VORTAN FileReader.cpp: ' "$work/log" ||
+        wrong "the device's log got no line: $(<"$work/log")"
+    step "With a device's own libraries, the program transfers a file and logs"
 }
 
 # check_client LIBRARIES: a client is built with the installed files only, and runs.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# deb.sh PACKAGES native|armhf: the Debian packages in the folder PACKAGES are installed into an empty
-# root, used there, and removed. This machine's packages are not touched.
+# deb.sh PACKAGES native|armhf LIBRARIES: the Debian packages in the folder PACKAGES are installed into an
+# empty root, used there, and removed. This machine's packages are not touched.
 set -euo pipefail
 # shellcheck source=tests/distribution/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -34,33 +34,62 @@ manage() {
         --path-include='*' "$@" >"$work/log" 2>&1
 }
 
-install_packages() {
+# try_to_install NAME...: fails where a package lacks what it depends on.
+try_to_install() {
     local files=() name
     for name in "$@"; do
         files+=("$packages/${name}"_*_"$architecture.deb")
     done
-    manage --install "${files[@]}" || wrong "cannot install $*: $(<"$work/log")"
+    manage --install "${files[@]}"
+}
+
+install_packages() {
+    try_to_install "$@" || wrong "cannot install $*: $(<"$work/log")"
+}
+
+# The package by which a device's image says that it has the libraries.
+install_device_package() {
+    mkdir -p "$work/vortan-device/DEBIAN"
+    printf '%s: %s\n' Package vortan-device Version 1 Architecture all Maintainer nobody \
+        Description libraries Provides vortan-device-libraries >"$work/vortan-device/DEBIAN/control"
+    dpkg-deb --root-owner-group --build "$work/vortan-device" "$work/vortan-device.deb" >/dev/null
+    manage --install "$work/vortan-device.deb" || wrong "cannot install a device: $(<"$work/log")"
 }
 
 before=$(installed_files)
+ours=(libvortantransferagent0 libvortantransferkit0 libvortantransferagent-dev vortan-transfer)
+[[ ! -e $(echo "$packages"/vortan-standins_*) ]] || ours+=(vortan-standins)
 
-# A device has libraries of its own in the stand-ins' place.
-install_packages libvortantransferagent0 libvortantransferkit0 vortan-transfer
-step "Without the stand-ins, the libraries and the program are installed"
-dpkg-deb --extract "$packages"/vortan-standins_*_"$architecture.deb" "$work/device"
-check_program "$libraries:$work/device${libraries#"$root"}"
-step "With a device's own libraries, the program transfers a file"
+try_to_install libvortantransferagent0 vortan-transfer &&
+    wrong "the library is configured without a log and a curl wrapper"
+grep -q 'depends on .*vortan-device-libraries' "$work/log" || wrong "$(<"$work/log")"
+for name in libvortantransferagent0 vortan-transfer; do
+    # shellcheck disable=SC2016  # it is dpkg-query that fills it in
+    [[ $(dpkg-query --admindir="$admin" --show --showformat='${db:Status-Status}' \
+        "$name:$architecture") == unpacked ]] || wrong "$name is not merely unpacked"
+done
+step "Without the stand-ins or a device's libraries, the library and the program are not configured"
+install_device_package
+manage --configure --pending || wrong "not configured on a device: $(<"$work/log")"
+install_packages libvortantransferkit0
+check_program_on_device "$libraries"
 
-install_packages vortan-standins libvortantransferagent-dev
-check_program "$libraries"
-step "With the stand-ins, the program transfers a file"
-check_client "$libraries"
+if [[ " ${ours[*]} " == *" vortan-standins "* ]]; then
+    install_packages vortan-standins
+    manage --purge vortan-device || wrong "the stand-ins do not replace the device: $(<"$work/log")"
+    check_program "$libraries"
+    step "With the stand-ins, the program transfers a file"
+    install_packages libvortantransferagent-dev
+    check_client "$libraries"
+else
+    install_packages libvortantransferagent-dev
+    ours+=(vortan-device)
+fi
 
 if manage --remove libvortantransferagent0:"$architecture"; then
     wrong "the library can be removed from under the packages that need it"
 fi
 step "The library stays while a package needs it"
 
-manage --purge {libvortantransferagent0,libvortantransferkit0,libvortantransferagent-dev,vortan-transfer,vortan-standins}:"$architecture" ||
-    wrong "cannot remove the packages: $(<"$work/log")"
+manage --purge "${ours[@]}" || wrong "cannot remove the packages: $(<"$work/log")"
 check_nothing_is_left "$before"

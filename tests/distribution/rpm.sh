@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# rpm.sh PACKAGES native|armhf: the RPMs in the folder PACKAGES are installed into an empty root, used
-# there, and removed. This machine's packages are not touched.
+# rpm.sh PACKAGES native|armhf LIBRARIES: the RPMs in the folder PACKAGES are installed into an empty root,
+# used there, and removed. This machine's packages are not touched.
 set -euo pipefail
 # rpm changes its root, which takes a root.
 if ((EUID != 0)); then
@@ -43,22 +43,30 @@ provided_by_the_system() {
     printf '%s\n' 'rtld(GNU_HASH)' /bin/sh /usr/bin/pkg-config boost-devel
 }
 
-make_system_package() {
+# install_record NAME: a package that provides what standard input lists, and has no files.
+install_record() {
     {
-        printf '%s: %s\n' Name system Version 1 Release 1 Summary system License none
-        provided_by_the_system | sort -u | sed 's/^/Provides: /'
-        printf '%s\n' %description system %files
-    } >"$work/system.spec"
-    rpmbuild -bb --target "$architecture" --define "_topdir $work/system" "$work/system.spec" \
-        >"$work/log" 2>&1 || wrong "cannot make a package of the system: $(<"$work/log")"
+        printf '%s: %s\n' Name "$1" Version 1 Release 1 Summary "$1" License none
+        sort -u | sed 's/^/Provides: /'
+        printf '%s\n' %description "$1" %files
+    } >"$work/$1.spec"
+    rpmbuild -bb --target "$architecture" --define "_topdir $work/$1" "$work/$1.spec" \
+        >"$work/log" 2>&1 || wrong "cannot make a package of the $1: $(<"$work/log")"
+    install_files --justdb "$work/$1"/RPMS/*/"$1"-1-1.*.rpm ||
+        wrong "cannot install the $1: $(<"$work/log")"
 }
 
-install_packages() {
+# try_to_install NAME...: fails where a package lacks what it requires.
+try_to_install() {
     local files=() name
     for name in "$@"; do
         files+=("$packages/${name}"-[0-9]*."$architecture.rpm")
     done
-    install_files "${files[@]}" || wrong "cannot install $*: $(<"$work/log")"
+    install_files "${files[@]}"
+}
+
+install_packages() {
+    try_to_install "$@" || wrong "cannot install $*: $(<"$work/log")"
 }
 
 # These folders belong to the distribution, and stay.
@@ -67,29 +75,35 @@ mkdir -p "$root/var/lib/rpm" "$root"/usr/{bin,include,share/{doc,man/man1,bash-c
 before=$(installed_files)
 
 manage --initdb || wrong "cannot make a database: $(<"$work/log")"
-make_system_package
-install_files --justdb "$work"/system/RPMS/*/system-1-1.*.rpm ||
-    wrong "cannot install the system: $(<"$work/log")"
+provided_by_the_system | install_record system
+ours=(libvortantransferagent0 libvortantransferkit0 libvortantransferagent-devel vortan-transfer)
+[[ ! -e $(echo "$packages"/vortan-standins-*.rpm) ]] || ours+=(vortan-standins)
 
-# A device has libraries of its own in the stand-ins' place.
+try_to_install libvortantransferagent0 vortan-transfer &&
+    wrong "the library is installed without a log and a curl wrapper"
+for soname in libdlog.so.0 libQXCurl.so.0; do
+    grep -qF "$soname" "$work/log" || wrong "$soname is not named: $(<"$work/log")"
+done
+step "Without the stand-ins or a device's libraries, the library and the program are not installed"
+printf '%s\n' "$device_libraries"/*.so.* | /usr/lib/rpm/elfdeps --provides | install_record device
 install_packages libvortantransferagent0 libvortantransferkit0 vortan-transfer
-step "Without the stand-ins, the libraries and the program are installed"
-mkdir "$work/device"
-(cd "$work/device" && cmake -E tar xf "$packages"/vortan-standins-*."$architecture.rpm")
-check_program "$libraries:$work/device${libraries#"$root"}"
-step "With a device's own libraries, the program transfers a file"
+check_program_on_device "$libraries"
 
-install_packages vortan-standins libvortantransferagent-devel
-check_program "$libraries"
-step "With the stand-ins, the program transfers a file"
-check_client "$libraries"
+if [[ " ${ours[*]} " == *" vortan-standins "* ]]; then
+    install_packages vortan-standins
+    manage --erase device || wrong "the stand-ins do not replace the device: $(<"$work/log")"
+    check_program "$libraries"
+    step "With the stand-ins, the program transfers a file"
+    install_packages libvortantransferagent-devel
+    check_client "$libraries"
+else
+    install_packages libvortantransferagent-devel
+fi
 
 if manage --erase --noscripts libvortantransferagent0; then
     wrong "the library can be removed from under the packages that need it"
 fi
 step "The library stays while a package needs it"
 
-manage --erase --noscripts libvortantransferagent0 libvortantransferkit0 libvortantransferagent-devel \
-    vortan-transfer vortan-standins ||
-    wrong "cannot remove the packages: $(<"$work/log")"
+manage --erase --noscripts "${ours[@]}" || wrong "cannot remove the packages: $(<"$work/log")"
 check_nothing_is_left "$before"
