@@ -6,6 +6,11 @@ include(CMakePackageConfigHelpers)
 set(VORTAN_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VortanTransferAgent)
 set(VORTAN_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
+if(VORTAN_PLATFORM STREQUAL "standin")
+    set(VORTAN_PLATFORM_SONAMES libdlog.so.0 libQXCurl.so.0)
+else()
+    list(JOIN VORTAN_DEVICE_SONAMES " " VORTAN_PLATFORM_SONAMES)
+endif()
 configure_package_config_file(
     cmake/VortanTransferAgentConfig.cmake.in
     ${PROJECT_BINARY_DIR}/VortanTransferAgentConfig.cmake
