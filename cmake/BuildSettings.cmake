@@ -58,9 +58,10 @@ option(VORTAN_BUILD_PACKAGES "Build what cpack makes packages of" OFF)
 if(VORTAN_BUILD_PACKAGES)
     # The dynamic linker finds by itself what is in the system's folders.
     set(CMAKE_SKIP_RPATH ON)
-    # One commit gives the same binaries in every folder: no path in them tells where they were built,
-    # and no build ID depends on debug information, which is not packed.
-    add_compile_options(-g0 -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+    # One commit gives the same binaries in every folder: no path in them, nor in their debug information,
+    # tells where they were built. The build ID is what a binary and its debug information have in common.
+    add_compile_options(-g -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+    add_link_options(LINKER:--build-id=sha1)
     if(CMAKE_SYSROOT)
         add_compile_options(-ffile-prefix-map=${CMAKE_SYSROOT}=)
     endif()

@@ -22,7 +22,7 @@ set(CPACK_PACKAGE_CONTACT "${VORTAN_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_RELOCATABLE OFF)
 set(CPACK_THREADS 1)  # how data is compressed depends on their number
-set(CPACK_COMPONENTS_ALL runtime kit development tools)
+set(CPACK_COMPONENTS_ALL runtime kit development tools debug)
 if(VORTAN_PLATFORM STREQUAL "standin")
     list(APPEND CPACK_COMPONENTS_ALL standins)
 endif()
@@ -35,6 +35,8 @@ set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/even_out.cmake)
 set(CPACK_VORTAN_SOURCE_DIR ${PROJECT_SOURCE_DIR})
 set(CPACK_VORTAN_BUILD_DIR ${PROJECT_BINARY_DIR})
 set(CPACK_VORTAN_STRIP ${CMAKE_STRIP})
+set(CPACK_VORTAN_OBJCOPY ${CMAKE_OBJCOPY})
+set(CPACK_VORTAN_READELF ${CMAKE_READELF})
 set(CPACK_VORTAN_SYSROOT ${CMAKE_SYSROOT})
 if(VORTAN_PLATFORM STREQUAL "standin")
     set(CPACK_VORTAN_DEVICE_SONAMES libdlog.so.0 libQXCurl.so.0)
@@ -77,6 +79,10 @@ examples.")
 set(summary_tools "command-line client of the Vortan transfer agent")
 set(this_holds_tools "This package holds vortan-transfer, which fetches URLs and files, and sends
 data, from the command line.")
+
+set(summary_debug "debug symbols for the Vortan transfer agent")
+set(this_holds_debug "This package holds what a debugger and a reader of backtraces need for the
+libraries and programs of the other packages, each under its build ID.")
 
 set(summary_standins "stand-ins for a device's libraries, for the Vortan transfer agent")
 set(this_holds_standins "This package holds stand-ins for two libraries of the device: its log, and its
@@ -121,6 +127,10 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vortan-transfer)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SOURCE "${source}")
 
+set(CPACK_DEBIAN_DEBUG_PACKAGE_NAME vortan-transfer-agent-dbgsym)
+set(CPACK_DEBIAN_DEBUG_PACKAGE_SECTION debug)
+set(CPACK_DEBIAN_DEBUG_PACKAGE_SOURCE "${co_installable}")
+
 set(CPACK_DEBIAN_STANDINS_PACKAGE_NAME vortan-standins)
 set(CPACK_DEBIAN_STANDINS_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_STANDINS_PACKAGE_SOURCE "${co_installable}")
@@ -149,6 +159,10 @@ set(CPACK_RPM_DEVELOPMENT_PACKAGE_REQUIRES
 set(CPACK_RPM_TOOLS_PACKAGE_NAME vortan-transfer)
 set(CPACK_RPM_TOOLS_PACKAGE_GROUP "Applications/Internet")
 
+set(CPACK_RPM_DEBUG_PACKAGE_NAME vortantransferagent-debuginfo)
+set(CPACK_RPM_DEBUG_PACKAGE_GROUP "Development/Debug")
+set(CPACK_RPM_DEBUG_PACKAGE_AUTOREQPROV OFF)
+
 set(CPACK_RPM_STANDINS_PACKAGE_NAME vortan-standins)
 set(CPACK_RPM_STANDINS_PACKAGE_GROUP "System/Libraries")
 
@@ -162,6 +176,7 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
     /usr/share/man /usr/share/man/man1
     /usr/share/bash-completion /usr/share/bash-completion/completions
     /usr/share/zsh /usr/share/zsh/site-functions
+    /usr/lib/debug /usr/lib/debug/.build-id
     /usr/${CPACK_VORTAN_LIBDIR_RPM}/cmake /usr/${CPACK_VORTAN_LIBDIR_RPM}/pkgconfig)
 
 # Nothing of the building machine is in the packages, and it is not that machine's strip that rpm

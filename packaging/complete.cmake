@@ -38,11 +38,27 @@ function(write_package_changelog file)
     endif()
 endfunction()
 
+# keep_debug_information(BINARY): in the component for that, under the binary's build ID.
+function(keep_debug_information binary)
+    execute_process(COMMAND ${CPACK_VORTAN_READELF} --notes --wide ${binary}
+        OUTPUT_VARIABLE notes COMMAND_ERROR_IS_FATAL ANY)
+    if(NOT notes MATCHES "Build ID: (..)([0-9a-f]+)")
+        message(FATAL_ERROR "${binary} has no build ID.")
+    endif()
+    set(folder ${CPACK_TEMPORARY_DIRECTORY}/debug/usr/lib/debug/.build-id/${CMAKE_MATCH_1})
+    file(MAKE_DIRECTORY ${folder})
+    execute_process(
+        COMMAND ${CPACK_VORTAN_OBJCOPY} --only-keep-debug --compress-debug-sections
+            ${binary} ${folder}/${CMAKE_MATCH_2}.debug
+        COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
 # strip(FOLDER): takes from its binaries whatever they run without.
 function(strip folder)
     file(GLOB binaries
         ${folder}/usr/bin/* ${folder}/usr/${CPACK_VORTAN_LIBDIR_${CPACK_GENERATOR}}/lib*.so.*.*)
     foreach(binary IN LISTS binaries)
+        keep_debug_information(${binary})
         execute_process(
             COMMAND ${CPACK_VORTAN_STRIP} --strip-unneeded --remove-section=.comment
                 --remove-section=.note ${binary}

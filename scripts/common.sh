@@ -48,6 +48,7 @@ packages_for() {
     reference) echo doxygen graphviz libxml2-utils mandoc python3 ;;
     schedules) echo binutils patch ;;
     packages) echo git dpkg-dev rpm lintian man-db mandoc ;;
+    device) echo git debugedit elfutils rpm ;;
     footprint) echo binutils ca-certificates valgrind ;;
     static-checks)
         echo black clang-14 clang-format-14 clang-tidy-14 flake8 git libclang-14-dev llvm-14-dev shellcheck
@@ -67,6 +68,7 @@ programs_for() {
     reference) echo doxygen dot xmllint ;;
     schedules) echo addr2line nm patch ;;
     packages) echo git dpkg-deb rpmbuild lintian man mandoc ;;
+    device) echo git eu-strip find-debuginfo rpmbuild ;;
     footprint) echo readelf valgrind ;;
     static-checks) echo black clang++-14 clang-format-14 clang-tidy-14 flake8 git shellcheck ;;
     esac

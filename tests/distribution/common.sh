@@ -75,6 +75,31 @@ check_client() {
     done
 }
 
+# check_backtrace LIBRARIES DEBUG: a stripped client prints a backtrace when it crashes, and the debug
+# symbols in the folder DEBUG tell which functions and lines it went through.
+check_backtrace() {
+    local run crash=$work/crash tool='' flags=() expected id
+    [[ $machine == native ]] || tool=arm-linux-gnueabihf- flags=(--sysroot="$sysroot")
+    run_with "$1:$device_libraries"
+    "${tool}g++" -std=c++17 -g "${flags[@]}" "$tests/device/crash.cpp" -o "$crash" \
+        -I"$root/usr/include/vortantransferagent" "$1/libvortantransferagent.so.0" -pthread \
+        -Wl,--build-id "-Wl,-rpath-link,$device_libraries" || wrong "cannot build a client"
+    id=$("${tool}readelf" --notes "$crash" | sed -n 's/.*Build ID: //p')
+    mkdir -p "$2/.build-id/${id:0:2}"
+    "${tool}objcopy" --only-keep-debug "$crash" "$2/.build-id/${id:0:2}/${id:2}.debug"
+    "${tool}strip" "$crash"
+    (ulimit -c 0 && ! "${run[@]}" "$crash" /etc/hostname 2>"$work/backtrace") 2>/dev/null ||
+        wrong "the client does not crash"
+    # The emulator calls a program by its launcher's name.
+    sed -i 's/[.]emulated(/(/' "$work/backtrace"
+    "$project/scripts/symbolise.py" --debug "$2" <"$work/backtrace" >"$work/log"
+    for expected in 'Crash at .*/crash.cpp:14' \
+        'm_PerformDataTransfer(.* at .*TransferAgent/Src/AsyncTransferAgentManager.cpp:[1-9]'; do
+        grep -q "$expected" "$work/log" || wrong "no frame is: $expected: $(<"$work/log")"
+    done
+    step "A backtrace of a stripped client gets its functions and lines"
+}
+
 # Names what is in the root beside the package manager's own records.
 installed_files() {
     (cd "$root" && find . -mindepth 1 -path ./var -prune -o -print | LC_ALL=C sort)

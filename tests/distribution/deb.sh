@@ -50,7 +50,7 @@ install_packages() {
 # The package by which a device's image says that it has the libraries.
 install_device_package() {
     mkdir -p "$work/vortan-device/DEBIAN"
-    printf '%s: %s\n' Package vortan-device Version 1 Architecture all Maintainer nobody \
+    printf '%s: %s\n' Package vortan-device Version 1 Architecture "$architecture" Maintainer nobody \
         Description libraries Provides vortan-device-libraries >"$work/vortan-device/DEBIAN/control"
     dpkg-deb --root-owner-group --build "$work/vortan-device" "$work/vortan-device.deb" >/dev/null
     manage --install "$work/vortan-device.deb" || wrong "cannot install a device: $(<"$work/log")"
@@ -76,7 +76,7 @@ check_program_on_device "$libraries"
 
 if [[ " ${ours[*]} " == *" vortan-standins "* ]]; then
     install_packages vortan-standins
-    manage --purge vortan-device || wrong "the stand-ins do not replace the device: $(<"$work/log")"
+    manage --purge vortan-device:"$architecture" || wrong "the stand-ins do not replace the device: $(<"$work/log")"
     check_program "$libraries"
     step "With the stand-ins, the program transfers a file"
     install_packages libvortantransferagent-dev
@@ -86,10 +86,13 @@ else
     ours+=(vortan-device)
 fi
 
+dpkg-deb --extract "$packages"/vortan-transfer-agent-dbgsym_*_"$architecture.deb" "$work/symbols"
+check_backtrace "$libraries" "$work/symbols/usr/lib/debug"
+
 if manage --remove libvortantransferagent0:"$architecture"; then
     wrong "the library can be removed from under the packages that need it"
 fi
 step "The library stays while a package needs it"
 
-manage --purge "${ours[@]}" || wrong "cannot remove the packages: $(<"$work/log")"
+manage --purge "${ours[@]/%/:$architecture}" || wrong "cannot remove the packages: $(<"$work/log")"
 check_nothing_is_left "$before"

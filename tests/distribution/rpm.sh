@@ -40,7 +40,7 @@ provided_by_the_system() {
     find "$base"/{,usr/}lib/"$triplet" -maxdepth 1 -print |
         grep -E '/(ld-linux.*|lib(c|m|gcc_s|stdc[+][+]|curl|ssl|crypto|systemd))[.]so[.][0-9]+$' |
         xargs realpath | sort -u | /usr/lib/rpm/elfdeps --provides
-    printf '%s\n' 'rtld(GNU_HASH)' /bin/sh /usr/bin/pkg-config boost-devel
+    printf '%s\n' 'rtld(GNU_HASH)' /bin/sh /sbin/ldconfig /usr/bin/pkg-config boost-devel
 }
 
 # install_record NAME: a package that provides what standard input lists, and has no files.
@@ -70,7 +70,7 @@ install_packages() {
 }
 
 # These folders belong to the distribution, and stay.
-mkdir -p "$root/var/lib/rpm" "$root"/usr/{bin,include,share/{doc,man/man1,bash-completion/completions,zsh/site-functions}} \
+mkdir -p "$root/var/lib/rpm" "$root"/usr/{bin,include,lib,share/{doc,licenses,man/man1,bash-completion/completions,zsh/site-functions}} \
     "$libraries"/{cmake,pkgconfig}
 before=$(installed_files)
 
@@ -99,6 +99,10 @@ if [[ " ${ours[*]} " == *" vortan-standins "* ]]; then
 else
     install_packages libvortantransferagent-devel
 fi
+
+mkdir "$work/symbols"
+(cd "$work/symbols" && cmake -E tar xf "$packages"/vortantransferagent-debuginfo-*."$architecture.rpm")
+check_backtrace "$libraries" "$work/symbols/usr/lib/debug"
 
 if manage --erase --noscripts libvortantransferagent0; then
     wrong "the library can be removed from under the packages that need it"
