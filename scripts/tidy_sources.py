@@ -48,7 +48,8 @@ def sources_of(build, wanted):
 
 @functools.lru_cache(maxsize=None)
 def digest(file):
-    return hashlib.sha256(pathlib.Path(file).read_bytes()).hexdigest()
+    contents = pathlib.Path(file).read_bytes().replace(bytes(PROJECT), b".")
+    return hashlib.sha256(contents).hexdigest()
 
 
 @functools.lru_cache(maxsize=None)
