@@ -12,6 +12,7 @@ packages=(
     libboost-dev libcli11-dev libcurl4-openssl-dev libssl-dev libsystemd-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev
 )
+(($# == 1)) || fail "Name the folder for the libraries: armhf_sysroot.sh FOLDER"
 sysroot=$1
 private=$sysroot.apt
 

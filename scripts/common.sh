@@ -22,6 +22,16 @@ fail() {
     exit 1
 }
 
+# require_count NAME VALUE: ends the script unless the value is an integer above 0.
+require_count() {
+    [[ $2 =~ ^[1-9][0-9]*$ ]] || fail "$1 must be an integer above 0, not \"$2\"."
+}
+
+# require_no_arguments ARGUMENTS...: for a script that takes none.
+require_no_arguments() {
+    (($# == 0)) || fail "${0##*/} takes no arguments, but got: $*"
+}
+
 # The packages of Debian 12 for each purpose.
 packages_for() {
     local build=(

@@ -2,6 +2,10 @@
 # demonstrate.sh PROGRAM: transfers of each kind with vortan-transfer, against a server that is
 # started for them. Fails if one does not do what it should.
 set -euo pipefail
+[[ -x ${1:-} ]] || {
+    echo "Name the program to demonstrate: demonstrate.sh PROGRAM" >&2
+    exit 1
+}
 program=$1
 scripts=$(dirname "${BASH_SOURCE[0]}")
 work=$(mktemp -d)

@@ -6,6 +6,7 @@ set -euo pipefail
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
+require_no_arguments "$@"
 folder=$project/build/costs
 counted=$(mktemp)
 trap 'rm -f "$counted" "$counted.stripped"' EXIT

@@ -128,14 +128,16 @@ print_tls() {
     tls_row "$folder/authorities" "hashed folder"
 }
 
+(($# > 0)) || set -- alternatives shipped memory tls
+for part in "$@"; do
+    [[ $part =~ ^(alternatives|shipped|memory|tls)$ ]] || fail "There is nothing called $part to print"
+done
 ensure_packages test clang armhf footprint
 "$project/scripts/armhf_sysroot.sh" "$sysroot"
 mkdir -p "$work"
 folder=$(mktemp -d)
 trap 'kill "${server:-}" || true; rm -rf "$folder"' EXIT
 start_server
-(($# > 0)) || set -- alternatives shipped memory tls
 for part in "$@"; do
-    [[ $part =~ ^(alternatives|shipped|memory|tls)$ ]] || fail "There is nothing called $part to print"
     "print_$part"
 done

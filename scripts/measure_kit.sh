@@ -6,6 +6,7 @@ set -euo pipefail
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
+require_no_arguments "$@"
 folder=$project/build/kit
 hosts=12
 work=$(mktemp -d)

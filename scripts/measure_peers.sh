@@ -10,6 +10,9 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 rounds=${1:-11}
 mib=${2:-240}
 requests=${3:-2000}
+require_count ROUNDS "$rounds"
+require_count MIB "$mib"
+require_count REQUESTS "$requests"
 work=$project/build/peers
 
 # nginx, as the tests start it.

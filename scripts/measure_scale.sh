@@ -5,6 +5,7 @@ set -euo pipefail
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
+require_count ROUNDS "${1:-5}"
 tables=$project/build/benchmarks/scale.tables
 
 ensure_packages build clang

@@ -4,6 +4,10 @@
 # The program believes itself to be a script beside it that brings it back here: thereby it can run
 # itself again, as death tests do, on a machine whose kernel does not know the emulator.
 set -euo pipefail
+(($# >= 2)) || {
+    echo "Name what to run: run_on_armhf.sh SYSROOT PROGRAM ARGUMENTS..." >&2
+    exit 1
+}
 sysroot=$1 program=$(realpath "$2")
 launcher=$program.emulated
 

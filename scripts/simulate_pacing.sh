@@ -7,6 +7,7 @@ set -euo pipefail
 # shellcheck source=scripts/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
+require_no_arguments "$@"
 folder=$project/build/pacing
 program=$folder/benchmarks/vortan_pacing
 document=$project/docs/pacing.md

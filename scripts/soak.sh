@@ -6,6 +6,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 seconds=${1:-1800}
+require_count SECONDS "$seconds"
 samples=$project/build/soak.samples
 bands=$project/build/soak.bands
 
