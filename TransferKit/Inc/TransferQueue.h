@@ -13,7 +13,7 @@
 namespace VORTAN_MW {
 namespace KIT {
 
-/// Names a request that a queue has accepted, for as long as that queue lives. Never 0.
+/// Names a request that a queue has accepted, and no other one of that queue. Never 0.
 using Ticket = std::uint64_t;
 
 /// Which of the waiting requests starts first. The numbers are part of the interface.
@@ -42,8 +42,8 @@ public:
     virtual void OnEvent(Ticket ticket, const TransferEvent& event);
 
     /// How the request ended. The last call for a ticket, and exactly one for each. The request
-    /// with its callbacks and factory is destroyed by then. The category is Cancelled if Cancel or
-    /// the queue's destructor ended it, and Success if its transfer was quicker.
+    /// with its callbacks and factory is destroyed by then. The category is Cancelled if a cancel
+    /// or the queue's destructor ended the request, and the transfer's own if that ended first.
     virtual void OnOutcome(Ticket ticket, const TransferOutcome& outcome) = 0;
 
     virtual ~ITransferQueueObserver();
@@ -68,15 +68,18 @@ public:
 class [[gnu::visibility("default")]] TransferQueue
 {
 public:
+    /// A request, as an agent takes it.
     using TransferConfiguration = ITransferAgentManager::TransferConfiguration;
     /// Runs a closure, later or at once, on a thread of the client's choice: exactly once. It must
     /// neither throw nor wait for the queue. Called by several threads at once.
     using Executor = std::function<void(std::function<void()>)>;
 
-    /// observer: null if only Fetch and Download are used, or if outcomes do not matter. executor:
-    /// if there is one, all calls of observers go through it, and the order for each ticket is
-    /// kept; else they come on the transfer's worker, or on the queue's own thread, which starts
-    /// transfers and must not be held up.
+    /// observer: null if only Fetch and Download are used, or if outcomes do not matter.
+    ///
+    /// executor: if there is one, all calls of observers go through it, and the order for each
+    /// ticket is kept. Without one they come on the transfer's worker, or, for a request that has
+    /// none, on the queue's own thread, which starts no transfer until the call returns. The
+    /// callbacks of a request always come on its worker.
     ///
     /// Throws std::invalid_argument if session is null; std::system_error if the queue's thread
     /// cannot be started; std::bad_alloc.
@@ -86,34 +89,36 @@ public:
     TransferQueue(const TransferQueue&) = delete;
     TransferQueue& operator=(const TransferQueue&) = delete;
     /// Cancels all requests and returns when every outcome has been told, or handed to the
-    /// executor. Requests of a session take less than 100 ms for it. A handler of another factory
-    /// is waited for; it learns of the end when its factory is destroyed.
+    /// executor. Requests of a session take less than 100 ms for it, besides the time that
+    /// callbacks and file-system calls take. A handler of another factory is waited for; it learns
+    /// of the end when its factory is destroyed.
     ///
-    /// Inside a callback of the queue's or of a request, it would wait for itself: that is an
-    /// error, which ends the process with a sentence on standard error.
+    /// Must not be called inside a callback of the queue or of a request, because it would wait for
+    /// itself: it then ends the process, with a sentence on standard error.
     ~TransferQueue();
 
     /// Queues a request. Without a factory it gets one of the queue's session. Returns its ticket,
     /// or 0 while the queue is destroyed. The outcome may be told before the call returns.
     ///
-    /// A plain request (segmented = false) gets each of its callbacks called once, before the
-    /// outcome, if the transfer succeeded. A segmented one gets header and body in chunks as they
-    /// arrive, and never null. A request without callbacks receives its body and drops it.
+    /// If the transfer of a plain request (segmented = false) succeeds, each of its callbacks is
+    /// called once, before the outcome. A segmented one gets header and body in chunks as they
+    /// arrive. No callback gets null. A request without callbacks receives its body and drops it.
     /// fixedDelay and randomDelay, also of a segmented request, are waited for in the queue. The
     /// request must not have a completeCallback: the observer is told how it ended.
     ///
-    /// attempts: how often a request with a factory that is not a session's is tried, because only
-    /// the client knows whether its handler may repeat it; with the waits and the budget of the
-    /// session's policy. A segmented one is not tried again once it has delivered a byte, unless it
-    /// has a FileSink.
+    /// attempts: how often a request is tried if its factory is not a session's, because only the
+    /// client knows whether its handler may repeat the request. The waits and the budget are those
+    /// of the session's policy. A segmented request is not tried again once it has delivered a
+    /// byte, unless it has a FileSink. Requests of a session have the attempts of their policy.
     ///
-    /// Throws std::invalid_argument, with one sentence, if an agent would refuse the request;
-    /// std::bad_alloc.
+    /// Throws std::invalid_argument, with one sentence, if an agent would refuse the request or if
+    /// there is no such priority; std::bad_alloc.
     Ticket Add(std::unique_ptr<TransferConfiguration> request, Priority priority = Priority::Normal,
                std::uint32_t attempts = 1);
 
-    /// Ends a request. Returns true if it had not ended; its outcome tells whether it was cancelled
-    /// or quicker. Observers are never called inside, but the request's factory may be destroyed.
+    /// Cancels a request. Returns true if it had not ended; its outcome then tells whether the
+    /// cancel or the transfer was quicker. Observers are never called inside, but the request's
+    /// factory may be destroyed.
     bool Cancel(Ticket ticket);
 
     /// Cancels all requests that have been added, those of Fetch and Download too.
@@ -121,11 +126,11 @@ public:
 
     /// Gets what the URL names. The future is always fulfilled, also when the queue is destroyed;
     /// with an exception only for lack of memory. The session's policy bounds the body's length. No
-    /// observer is called. Throws std::bad_alloc.
+    /// observer is called. Throws std::invalid_argument if the URL is empty; std::bad_alloc.
     std::future<Response> Fetch(const std::string& url);
 
     /// Downloads what the URL names into a file, as a FileSink does. The future as with Fetch.
-    /// Throws what the constructor of FileSink throws.
+    /// Throws what the constructor of FileSink throws, and what Fetch throws.
     std::future<TransferOutcome> Download(const std::string& url, const std::string& path,
                                           const std::string& sha256 = std::string());
 
