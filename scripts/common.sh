@@ -218,11 +218,20 @@ what_matters() {
         grep . "$1" | tail -n 10 | cut -c -200
 }
 
-# fail_with LOG WHAT: ends the script with the lines that matter.
+# free_in FOLDER: KiB on its disk.
+free_in() {
+    df --output=avail "$1" | tail -n 1 | tr -d ' '
+}
+
+# fail_with LOG WHAT: ends the script with the lines that matter. A compiler removes what it could not
+# finish, so a disk may have been full that no longer is.
 fail_with() {
-    local free
-    free=$(df --output=avail "$project" | tail -n 1)
-    ((free >= 1024)) || fail "$2: the disk is full ($(df --output=target "$project" | tail -n 1))"
+    local folder temporary=${TMPDIR:-/tmp}
+    folder=$(dirname "$1")
+    if (($(free_in "$folder") < 1024)) || grep -qs 'No space left on device' "$1"; then
+        fail "$2: the disk is full." \
+            "KiB free in $folder: $(free_in "$folder"), in $temporary: $(free_in "$temporary")"
+    fi
     [[ -s $1 ]] || fail "$2"
     what_matters "$1" >&2
     fail "$2 (all of it: $1)"

@@ -106,6 +106,15 @@ class ScriptTest(unittest.TestCase):
         self.assertIn("is there a network, and room on the disk?", said)
         self.assertIn("apt-get install --no-install-recommends", said)
 
+    def test_a_disk_that_was_full_is_named(self):
+        for tool in ("cksum", "df", "tr"):
+            (self.tools / tool).symlink_to(shutil.which(tool))
+        for tool in ("g++", "ninja", "pkg-config", "python3", "rm"):
+            self.make_tool(tool, "#!/bin/sh\n")
+        self.make_tool("cmake", "#!/bin/sh\necho 'write: No space left on device'\nexit 1\n")
+        said = self.run_script("run", VORTAN_NO_INSTALL="1", PATH=str(self.tools))
+        self.assertRegex(said, r"CMake stopped: the disk is full\. KiB free in .*: \d+, in .*: \d+")
+
 
 if __name__ == "__main__":
     unittest.main()
