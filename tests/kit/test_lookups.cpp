@@ -96,6 +96,7 @@ protected:
 
     const CaughtLog log;
     KIT::HttpSession session{LocalPolicy()
+                                 .SetAttempts(1)  // each transfer looks its name up once
                                  .SetConnecting(milliseconds(300))
                                  .SetSilence(milliseconds(300))
                                  .SetAltogether(milliseconds(300))};
