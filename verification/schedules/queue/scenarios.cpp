@@ -79,6 +79,21 @@ const Scenario delayed("delayed", "A ticket that waits for its time, cancelled",
     client.Close();
 });
 
+const Scenario endless(
+    "delayed-without-end", "Only a cancel ends the wait for a ticket's time",
+    [] {
+        Client client;
+        Gate ended;
+        Task& task = client.New();
+        task.delay = std::chrono::hours(24 * 365 * 100);
+        task.inEnd = [&ended] { ended.Open(); };
+        client.Add(task);
+        Expect(client.Cancel(task), "a ticket that waits can be cancelled");
+        ended.Wait();
+        client.Close();
+    },
+    0);
+
 const Scenario retried("retried", "A work that is performed twice, and close at any time", [] {
     Client client;
     Task& task = client.New();
@@ -265,12 +280,13 @@ const Scenario fifthAtClose(
     0);
 
 const Scenario priorities(
-    "priorities", "Three priorities wait for a place",
+    "priorities", "Four tickets of three priorities wait for a place",
     [] {
         Client client;
         Gate mayEnd[Client::MostPerforming];
         TakePlaces(client, mayEnd);
-        for (const Priority priority : {Priority::Low, Priority::Normal, Priority::High}) {
+        for (const Priority priority :
+             {Priority::Low, Priority::Normal, Priority::High, Priority::High}) {
             Task& task = client.New();
             task.priority = priority;
             client.Add(task);
@@ -279,7 +295,7 @@ const Scenario priorities(
             gate.Open();
             EXPLORER::WaitUntilOthersRest();
         }
-        Expect(client.order == "ABCDGFE", "a higher priority begins first");
+        Expect(client.order == "ABCDGFHE", "each priority has its turns");
         client.Close();
     },
     0);
@@ -299,9 +315,9 @@ const Scenario retryFirst(
         last.inPerform = [&] { Expect(again.performs == 2, "what has begun goes first"); };
         client.Add(again);
         client.Add(between);
+        client.Add(last);
         EXPLORER::WaitUntilOthersRest();
         Expect(client.order == "ABCDE", "a work that waits for its time leaves its place");
-        client.Add(last);
         leavesItsPlace.Open();
         for (Gate& gate : mayEnd) {
             EXPLORER::WaitUntilOthersRest();
