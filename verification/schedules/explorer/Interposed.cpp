@@ -137,10 +137,11 @@ int AddToCount(volatile int* count, int added)
     } else {
         scheduler.Perform({"lets go of a reference"});
         // Both counts of an owned object share a cell of the memory.
-        const auto address = reinterpret_cast<std::uintptr_t>(count) / 8 * 8;
+        const auto* const bytes = reinterpret_cast<const char*>(const_cast<const int*>(count));
+        const void* const cell = bytes - reinterpret_cast<std::uintptr_t>(count) % 8;
         const bool isLast = *count + added == 0;
         UseCount(count, false);
-        Object& counts = *scheduler.Find(reinterpret_cast<const void*>(address), Counts);
+        Object& counts = *scheduler.Find(cell, Counts);
         MEMORY::ExpectAlive(counts);
         scheduler.Drop(counts, isLast);
         if (isLast) {

@@ -1,5 +1,7 @@
 #include "Client.h"
 
+#include <dlog.h>
+
 #include <cstdarg>
 #include <optional>
 #include <system_error>
