@@ -51,9 +51,8 @@ public:
 
 /// Performs any number of requests, at most four at a time, and tells one outcome for each.
 ///
-///     auto session =
-///     std::make_shared<VORTAN_MW::KIT::HttpSession>(VORTAN_MW::KIT::TransferPolicy());
-///     VORTAN_MW::KIT::TransferQueue queue(session);
+///     using namespace VORTAN_MW::KIT;
+///     TransferQueue queue(std::make_shared<HttpSession>(TransferPolicy()));
 ///     auto page = queue.Fetch("https://example.org/").get().body;
 ///     auto outcome = queue.Download("https://example.org/a.bin", "/var/lib/device/a.bin").get();
 ///
