@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "Arguments.h"
-#include "Handler.h"
-#include "Help.h"
-#include "Output.h"
-#include "UsageError.h"
+#include "base/Output.h"
+#include "base/UsageError.h"
+#include "options/Arguments.h"
+#include "options/Handler.h"
+#include "options/Help.h"
 
 using namespace VORTAN_TRANSFER;
 

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "LibraryLog.h"
-#include "Text.h"
+#include "base/LibraryLog.h"
+#include "base/Text.h"
 
 using namespace VORTAN_TRANSFER;
 

@@ -4,7 +4,7 @@
 #include <future>
 #include <thread>
 
-#include "Mailbox.h"
+#include "transfer/Mailbox.h"
 
 using namespace VORTAN_TRANSFER;
 

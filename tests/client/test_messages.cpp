@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 
-#include "FailureCause.h"
-#include "LibraryLog.h"
-#include "Text.h"
+#include "base/LibraryLog.h"
+#include "base/Text.h"
+#include "transfer/FailureCause.h"
 
 using namespace VORTAN_TRANSFER;
 using namespace std::string_literals;

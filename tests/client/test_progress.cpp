@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Progress.h"
+#include "report/Progress.h"
 
 using namespace VORTAN_TRANSFER;
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "ResponseHeader.h"
+#include "transfer/ResponseHeader.h"
 
 using namespace VORTAN_TRANSFER;
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "Source.h"
-#include "UsageError.h"
+#include "base/UsageError.h"
+#include "options/Source.h"
 
 using namespace VORTAN_TRANSFER;
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "Summary.h"
-#include "Units.h"
+#include "base/Units.h"
+#include "report/Summary.h"
 
 using namespace VORTAN_TRANSFER;
 

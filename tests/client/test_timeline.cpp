@@ -4,9 +4,9 @@
 #include <limits>
 #include <regex>
 
-#include "Svg.h"
-#include "Timeline.h"
-#include "TimelinePlot.h"
+#include "trace/Svg.h"
+#include "trace/Timeline.h"
+#include "trace/TimelinePlot.h"
 
 using namespace VORTAN_TRANSFER;
 

@@ -7,12 +7,12 @@
 #include <variant>
 #include <vector>
 
-#include "Arguments.h"
 #include "Input.h"
-#include "Output.h"
 #include "Require.h"
-#include "Text.h"
-#include "UsageError.h"
+#include "base/Output.h"
+#include "base/Text.h"
+#include "base/UsageError.h"
+#include "options/Arguments.h"
 
 using namespace VORTAN_TRANSFER;
 

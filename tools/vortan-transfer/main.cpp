@@ -9,19 +9,19 @@
 #include <system_error>
 #include <variant>
 
-#include "Arguments.h"
-#include "Console.h"
-#include "ExitStatus.h"
-#include "LibraryLog.h"
-#include "Mailbox.h"
-#include "Output.h"
-#include "Palette.h"
-#include "Signals.h"
-#include "TemporaryFile.h"
-#include "Text.h"
-#include "Trace.h"
-#include "TransferQueue.h"
-#include "UsageError.h"
+#include "base/Console.h"
+#include "base/ExitStatus.h"
+#include "base/LibraryLog.h"
+#include "base/Output.h"
+#include "base/Palette.h"
+#include "base/Signals.h"
+#include "base/TemporaryFile.h"
+#include "base/Text.h"
+#include "base/UsageError.h"
+#include "options/Arguments.h"
+#include "trace/Trace.h"
+#include "transfer/Mailbox.h"
+#include "transfer/TransferQueue.h"
 
 using namespace VORTAN_TRANSFER;
 

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "options/Handler.h"
+
+namespace VORTAN_TRANSFER {
+
+// Something to transfer.
+struct Source
+{
+    // As the user wrote it, without a password: what is shown.
+    std::string text;
+    const Handler* handler;
+    // As the handler wants it: a URL or a path.
+    std::string url;
+};
+
+// Recognises a URL or a path, to be fetched by the given handler, or, if there is none given, by
+// the one that its scheme chooses. Throws UsageError if it makes no sense.
+Source MakeSource(const std::string& text, const Handler* given);
+
+// What to type instead of a path that looks like a web address without its scheme: "For a web
+// address type http://example.org". Empty if it does not look like one.
+std::string WebAddressAdvice(const std::string& path);
+
+// The name of a file in the current folder for what the source yields: the last segment of its
+// path. Throws UsageError if that is no name of a file, or one that leaves the folder.
+std::string FileNameFor(const Source& source);
+
+}  // namespace VORTAN_TRANSFER

@@ -1,0 +1,74 @@
+#include "report/Report.h"
+
+#include <algorithm>
+
+#include "base/Text.h"
+#include "report/JsonLine.h"
+#include "report/Summary.h"
+
+namespace VORTAN_TRANSFER {
+
+Report::Report(const Arguments& arguments, Console& console)
+    : m_Arguments(arguments), m_Console(console), m_Outcomes(arguments.jobs.size())
+{
+    if (m_Arguments.json) {
+        m_Objects.emplace(Output::StandardOutput);
+    }
+}
+
+void Report::Add(std::size_t job, const Outcome& outcome)
+{
+    const Job& told = m_Arguments.jobs[job];
+    const std::string name = Printable(told.source.text);
+    // That all was interrupted has been said once.
+    if (outcome.status != AllSucceeded && outcome.status != Interrupted) {
+        m_Console.Line(name + ": " + outcome.cause);
+    }
+    // Of several sources the table says it.
+    if (outcome.IsNotModified() && m_Arguments.jobs.size() == 1 && !m_Arguments.quiet) {
+        m_Console.Line(name + ": " + ResultName(outcome));
+    }
+    m_Script([&](Output& objects) { objects.Write(JsonLineOf(job, told, outcome)); });
+    m_Status = std::max(m_Status, outcome.status);
+    m_Outcomes[job] = outcome;
+}
+
+void Report::AddUnwritten(const std::string& text)
+{
+    m_Console.Line(text);
+    m_Status = std::max(m_Status, CannotWrite);
+}
+
+void Report::Finish()
+{
+    m_Script([](Output& objects) { objects.Commit(); });
+    m_ShowSummary();
+}
+
+// Says once that the objects cannot be written.
+template <typename Action>
+void Report::m_Script(Action action)
+{
+    if (!m_Objects) {
+        return;
+    }
+    m_Console.ClearProgress();  // both may be on one terminal
+    try {
+        action(*m_Objects);
+    } catch (const OutputError& error) {
+        AddUnwritten(error.what());
+        m_Objects.reset();
+    }
+}
+
+void Report::m_ShowSummary()
+{
+    if (m_Arguments.jobs.size() > 1 && !m_Arguments.quiet) {
+        const auto time = std::chrono::steady_clock::now() - m_Begin;
+        m_Console.Table(SummaryTable(m_Arguments.jobs, m_Outcomes,
+                                     std::chrono::duration_cast<std::chrono::microseconds>(time),
+                                     m_Console.Colours()));
+    }
+}
+
+}  // namespace VORTAN_TRANSFER

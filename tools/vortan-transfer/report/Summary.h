@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "base/Palette.h"
+#include "options/Arguments.h"
+#include "report/Outcome.h"
+
+namespace VORTAN_TRANSFER {
+
+// A table, line by line, that tells what became of each job. outcomes has one for each; time is
+// what all took together.
+std::vector<std::string> SummaryTable(const std::vector<Job>& jobs,
+                                      const std::vector<Outcome>& outcomes,
+                                      std::chrono::microseconds time, const Palette& palette);
+
+}  // namespace VORTAN_TRANSFER
