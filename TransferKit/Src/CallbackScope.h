@@ -4,7 +4,7 @@ namespace VORTAN_MW {
 namespace KIT {
 
 // Marks that the calling thread is inside the client's code on behalf of a queue, which must not be
-// destroyed then. owner only serves to tell queues apart.
+// destroyed then. owner only serves to tell queues apart, and must live as long as the scope.
 class CallbackScope
 {
 public:

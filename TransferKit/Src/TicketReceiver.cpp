@@ -67,10 +67,10 @@ void SerialExecutor::m_RunAll()
     m_IsRunning = false;
 }
 
-ObserverReceiver::ObserverReceiver(const void* core, Ticket ticket,
+ObserverReceiver::ObserverReceiver(std::shared_ptr<const void> core, Ticket ticket,
                                    std::shared_ptr<ITransferQueueObserver> observer,
                                    const std::shared_ptr<const TransferQueue::Executor>& executor)
-    : m_Core(core),
+    : m_Core(std::move(core)),
       m_Ticket(ticket),
       m_Observer(std::move(observer)),
       m_Serial(executor ? std::make_shared<SerialExecutor>(executor) : nullptr)
@@ -88,7 +88,7 @@ void ObserverReceiver::OnEvent(const std::shared_ptr<ITransferObserver>& ofReque
     }
     m_Serial->Post([core = m_Core, ofRequest, observer = m_Observer, ticket = m_Ticket,
                     record = EventAccess::Copy(event)]() mutable {
-        const CallbackScope scope(core);
+        const CallbackScope scope(core.get());
         LateEvent late(ofRequest.get(), observer.get(), ticket);
         EventAccess::Report(late, record);
     });
@@ -106,7 +106,7 @@ void ObserverReceiver::OnOutcome(const Outcome& outcome)
         return;
     }
     m_Serial->Post([core = m_Core, observer = m_Observer, ticket = m_Ticket, outcome] {
-        const CallbackScope scope(core);
+        const CallbackScope scope(core.get());
         EventAccess::Show(
             outcome, [&](const TransferOutcome& shown) { observer->OnOutcome(ticket, shown); });
     });

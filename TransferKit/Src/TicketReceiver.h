@@ -47,12 +47,13 @@ private:
     bool m_IsRunning = false;                      // guarded by m_Mutex
 };
 
-// Tells the client's observers, at once or through the executor. core marks its callbacks.
+// Tells the client's observers, at once or through the executor. core marks its callbacks, and is
+// kept: a closure may run after the queue, and no later queue may have the same address then.
 class ObserverReceiver : public TicketReceiver
 {
 public:
     // executor: null to call at once.
-    ObserverReceiver(const void* core, Ticket ticket,
+    ObserverReceiver(std::shared_ptr<const void> core, Ticket ticket,
                      std::shared_ptr<ITransferQueueObserver> observer,
                      const std::shared_ptr<const TransferQueue::Executor>& executor);
 
@@ -61,7 +62,7 @@ public:
     void OnOutcome(const Outcome& outcome) override;
 
 private:
-    const void* const m_Core;
+    const std::shared_ptr<const void> m_Core;
     const Ticket m_Ticket;
     const std::shared_ptr<ITransferQueueObserver> m_Observer;  // null if there is none
     const std::shared_ptr<SerialExecutor> m_Serial;            // null if there is none

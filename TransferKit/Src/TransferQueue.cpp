@@ -172,7 +172,7 @@ Ticket TransferQueue::Add(std::unique_ptr<TransferConfiguration> request, Priori
         request->handlerFactory = m_Data->session->MakeFactory();
     }
     const Ticket ticket = m_Data->core->NewTicket();
-    auto receiver = std::make_unique<ObserverReceiver>(m_Data->core.get(), ticket, m_Data->observer,
+    auto receiver = std::make_unique<ObserverReceiver>(m_Data->core, ticket, m_Data->observer,
                                                        m_Data->executor);
     return m_Data->Add(ticket, *request, priority, attempts, std::move(receiver)) ? ticket : 0;
 }

@@ -397,3 +397,23 @@ TEST_F(KitQueuedRequest, TellsOutcomesThatTheExecutorRunsAfterTheQueueIsGone)
     closures.front()();
     EXPECT_EQ(observer->Count(Category::Cancelled), 1U);
 }
+
+// The memory of a queue that is gone may be given to the next one.
+TEST_F(KitQueuedRequest, ALateOutcomeMayDestroyAnotherQueue)
+{
+    std::vector<std::function<void()>> closures;
+    std::mutex mutex;
+    observer->whenOver = [](Ticket) { const TransferQueue later(LocalSession()); };
+    {
+        TransferQueue queue(LocalSession(), observer, [&](std::function<void()> closure) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            closures.push_back(std::move(closure));
+        });
+        RequestPtr request = QueueRequest([](const auto&) { return true; });
+        request->fixedDelay = std::int64_t{3600} * 1000;
+        queue.Add(std::move(request));
+    }
+    ASSERT_EQ(closures.size(), 1U);
+    closures.front()();
+    EXPECT_EQ(observer->Count(Category::Cancelled), 1U);
+}
