@@ -106,7 +106,7 @@ bool QueueCore::Add(Ticket ticket, Priority priority, Milliseconds delay,
     if (delay.count() > 0) {
         m_Delay(added, Clock::now() + delay);
     } else {
-        m_Lines.PushBack(added, priority);
+        m_Lines.PushBack(added, priority, false);
     }
     m_Changed.notify_one();
     return true;
@@ -233,7 +233,7 @@ void QueueCore::m_AfterFailedStart(Entry& entry, Start start)
         m_EndLater(entry, Category::NoThread);
     } else {
         entry.state = State::Waiting;
-        m_Lines.PushFront(entry, entry.priority);
+        m_Lines.PushFront(entry, entry.priority, entry.hasBegun);
         m_NextStart = Clock::now() + m_StartInterval;
     }
 }
@@ -266,11 +266,7 @@ void QueueCore::m_WakeDue()
         Entry& entry = *m_Timers.begin()->second;
         entry.timerNode = m_Timers.extract(m_Timers.begin());
         entry.state = State::Waiting;
-        if (entry.hasBegun) {
-            m_Lines.PushFront(entry, entry.priority);
-        } else {
-            m_Lines.PushBack(entry, entry.priority);
-        }
+        m_Lines.PushBack(entry, entry.priority, entry.hasBegun);
     }
 }
 

@@ -22,7 +22,8 @@ bool WaitingLines::IsEmpty() const
 
 ListedEntry* WaitingLines::Pop()
 {
-    EntryList& turn = m_Line(Turns[m_Turn]);
+    EntryList& begun = m_Line(Turns[m_Turn], true);
+    EntryList& turn = begun.IsEmpty() ? m_Line(Turns[m_Turn], false) : begun;
     const auto highest = std::find_if(m_Lines.rbegin(), m_Lines.rend(),
                                       [](const EntryList& line) { return !line.IsEmpty(); });
     if (highest == m_Lines.rend()) {

@@ -54,12 +54,20 @@ private:
     ListedEntry m_Ends;
 };
 
-// Who waits for a place: one line for each priority.
+// Who waits for a place. Each priority has a line, which those that have begun lead.
 class WaitingLines
 {
 public:
-    void PushFront(ListedEntry& entry, Priority priority) { m_Line(priority).PushFront(entry); }
-    void PushBack(ListedEntry& entry, Priority priority) { m_Line(priority).PushBack(entry); }
+    // In front of those of its priority that have begun too, or have not either.
+    void PushFront(ListedEntry& entry, Priority priority, bool hasBegun)
+    {
+        m_Line(priority, hasBegun).PushFront(entry);
+    }
+    // Behind them.
+    void PushBack(ListedEntry& entry, Priority priority, bool hasBegun)
+    {
+        m_Line(priority, hasBegun).PushBack(entry);
+    }
     bool IsEmpty() const;
     // Of seven calls four take from the highest line, two from the middle one and one from the
     // lowest; a line that is empty leaves its turn to the highest one that is not. Null if all are
@@ -67,11 +75,15 @@ public:
     ListedEntry* Pop();
 
 private:
-    static constexpr std::size_t LineCount = 3;
+    static constexpr std::size_t PriorityCount = 3;
 
-    EntryList& m_Line(Priority priority) { return m_Lines[static_cast<std::size_t>(priority)]; }
+    EntryList& m_Line(Priority priority, bool hasBegun)
+    {
+        return m_Lines[2 * static_cast<std::size_t>(priority) + (hasBegun ? 1 : 0)];
+    }
 
-    std::array<EntryList, LineCount> m_Lines;
+    // From those of the lowest priority that have not begun to those of the highest that have.
+    std::array<EntryList, 2 * PriorityCount> m_Lines;
     std::size_t m_Turn = 0;
 };
 

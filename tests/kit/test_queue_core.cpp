@@ -209,6 +209,47 @@ TEST(KitQueueCore, LetsGoOnFirstWhatHasBegun)
     core->Close();
 }
 
+TEST(KitQueueCore, WakesFirstWhatIsDueFirst)
+{
+    const auto core = MakeCore([] { return true; });
+    std::vector<std::shared_ptr<Work>> works;
+    const auto add = [&](std::function<std::optional<Milliseconds>()> function) {
+        works.push_back(std::make_shared<FunctionWork>(std::move(function)));
+        core->Add(core->NewTicket(), Priority::Normal, Milliseconds(0), works.back());
+    };
+    Gate added;
+    Gate over;
+    for (std::size_t i = 1; i < QueueCore::PlaceCount; ++i) {
+        add([&over]() -> std::optional<Milliseconds> {
+            over.Wait();
+            return std::nullopt;
+        });
+    }
+    // One place is left, so the rest comes one after the other.
+    std::string order;
+    for (const char name : {'A', 'B', 'C'}) {
+        add([&, name, tries = std::make_shared<int>(0)]() -> std::optional<Milliseconds> {
+            added.Wait();
+            if (++*tries == 1) {
+                return Milliseconds(20);
+            }
+            order += name;
+            return std::nullopt;
+        });
+    }
+    add([]() -> std::optional<Milliseconds> {
+        std::this_thread::sleep_for(Milliseconds(40));  // until the others are due
+        return std::nullopt;
+    });
+    added.Open();
+    for (std::size_t i = QueueCore::PlaceCount - 1; i < works.size(); ++i) {
+        EXPECT_EQ(works[i]->Outcome(), Category::Success);
+    }
+    EXPECT_EQ(order, "ABC");
+    over.Open();
+    core->Close();
+}
+
 // The length of a test; nightly, a million.
 TEST(KitQueueCore, TellsOneOutcomeForEachOfManyTicketsWithRandomCancels)
 {
@@ -250,7 +291,7 @@ TEST(KitWaitingLines, TakeTurnsSoThatNobodyWaitsForEver)
     KIT::WaitingLines lines;
     std::array<KIT::ListedEntry, 30> entries;
     for (std::size_t i = 0; i < 30; ++i) {
-        lines.PushBack(entries[i], static_cast<Priority>(i / 10));
+        lines.PushBack(entries[i], static_cast<Priority>(i / 10), false);
     }
     std::array<int, 3> taken = {};
     std::string order;
@@ -273,13 +314,28 @@ TEST(KitWaitingLines, KeepTheOrderOfEachLine)
 {
     KIT::WaitingLines lines;
     std::array<KIT::ListedEntry, 4> entries;
-    lines.PushBack(entries[1], Priority::Low);
-    lines.PushBack(entries[2], Priority::Low);
-    lines.PushFront(entries[0], Priority::Low);
-    lines.PushBack(entries[3], Priority::Low);
+    lines.PushBack(entries[1], Priority::Low, false);
+    lines.PushBack(entries[2], Priority::Low, false);
+    lines.PushFront(entries[0], Priority::Low, false);
+    lines.PushBack(entries[3], Priority::Low, false);
     KIT::EntryList::Remove(entries[2]);
     EXPECT_EQ(lines.Pop(), &entries[0]);
     EXPECT_EQ(lines.Pop(), &entries[1]);
     EXPECT_EQ(lines.Pop(), &entries[3]);
+    EXPECT_TRUE(lines.IsEmpty());
+}
+
+TEST(KitWaitingLines, LetThoseThatHaveBegunGoFirst)
+{
+    KIT::WaitingLines lines;
+    std::array<KIT::ListedEntry, 5> entries;
+    lines.PushBack(entries[4], Priority::Low, false);
+    lines.PushBack(entries[3], Priority::Low, true);
+    lines.PushBack(entries[2], Priority::High, false);
+    lines.PushBack(entries[1], Priority::High, true);
+    lines.PushFront(entries[0], Priority::High, true);
+    for (KIT::ListedEntry& each : entries) {
+        EXPECT_EQ(lines.Pop(), &each);
+    }
     EXPECT_TRUE(lines.IsEmpty());
 }
