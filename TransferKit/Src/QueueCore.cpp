@@ -185,8 +185,7 @@ void QueueCore::m_Perform(Entry& entry)
         if (wait && !entry.isStopped) {
             entry.failedStarts = 0;
             m_Delay(entry, Clock::now() + *wait);
-            m_Changed.notify_one();
-            return;
+            return;  // the queue learns of the wait when this worker exits
         }
         over = m_TakeOut(entry);
     }
