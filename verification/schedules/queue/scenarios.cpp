@@ -327,6 +327,35 @@ const Scenario retryFirst(
     },
     0);
 
+const Scenario dueFirst(
+    "due-first", "Two works wait for their second attempts, and for a place",
+    [] {
+        Client client;
+        Gate mayEnd[Client::MostPerforming - 1];
+        TakePlaces(client, mayEnd);
+        Gate leavesItsPlace;
+        Task& first = client.New();
+        first.retries = 1;
+        Task& second = client.New();
+        second.retries = 1;
+        second.inPerform = [&] {
+            Expect(first.performs >= second.performs, "what is due first goes first");
+        };
+        Task& between = client.New();
+        between.inPerform = [&] { leavesItsPlace.Wait(); };
+        client.Add(first);
+        client.Add(second);
+        client.Add(between);
+        EXPLORER::WaitUntilOthersRest();
+        leavesItsPlace.Open();
+        for (Gate& gate : mayEnd) {
+            EXPLORER::WaitUntilOthersRest();
+            gate.Open();
+        }
+        client.Close();
+    },
+    0);
+
 const Scenario never(
     "never", "No worker can be started",
     [] {
