@@ -7,7 +7,7 @@
 
 #include "CallbackScope.h"
 #include "Failure.h"
-#include "Log.h"
+#include "FailureLog.h"
 
 namespace VORTAN_MW {
 namespace KIT {
@@ -152,7 +152,7 @@ void QueuedRequest::End(Category reason)
     m_Receiver->OnOutcome(m_Outcome);
 }
 
-void QueuedRequest::m_SetOutcome(Category category)
+void QueuedRequest::m_Fail(Category category, std::uint32_t attempts)
 {
     m_Outcome = Outcome();
     m_Outcome.category = category;
@@ -161,6 +161,7 @@ void QueuedRequest::m_SetOutcome(Category category)
     } catch (const std::bad_alloc&) {
         // The category tells enough.
     }
+    LogFailure(m_Outcome, attempts);
 }
 
 void QueuedRequest::m_DeliverBuffers()
@@ -196,7 +197,7 @@ std::optional<QueuedWork::Milliseconds> SessionRequest::m_Attempt()
             m_Course = std::make_unique<Course>(*m_Context, m_GetDetail(), m_Options);
         }
     } catch (const std::bad_alloc&) {
-        m_SetOutcome(Category::OutOfMemory);
+        m_Fail(Category::OutOfMemory, 0);
         return std::nullopt;
     }
     if (const auto wait = m_Course->transfer.Proceed()) {
@@ -213,14 +214,12 @@ std::optional<QueuedWork::Milliseconds> SessionRequest::m_Attempt()
 void SessionRequest::m_EndEarly(Category reason)
 {
     if (m_Course) {
-        m_Course->transfer.StopWaiting();
+        m_Course->transfer.StopWaiting(reason);
         m_Course->transfer.Conclude();
         m_Course.reset();
-        if (reason == Category::Cancelled) {
-            return;
-        }
+    } else {
+        m_Fail(reason, 0);
     }
-    m_SetOutcome(reason);
 }
 
 void SessionRequest::m_Release()
@@ -306,6 +305,9 @@ std::optional<QueuedWork::Milliseconds> HandlerRequest::m_Attempt()
     if (wait) {
         m_Event.delay = *wait;
         m_Report(TransferEvent::Kind::Retry);
+        LogRetry(m_Event);
+    } else if (!m_FileFault || m_FileFault->category != failure.category) {
+        LogFailure(m_Event.outcome, m_Event.attempt);  // else the file's handler has logged it
     }
     return wait;
 }

@@ -48,13 +48,14 @@ protected:
     const ITransferHandler::TransferDetail& m_GetDetail() const { return m_Detail; }
     TicketReceiver& m_GetReceiver() const { return *m_Receiver; }
     void m_SetOutcome(Outcome outcome) { m_Outcome = std::move(outcome); }
-    void m_SetOutcome(Category category);
+    // Sets and logs the outcome of a request that fails after as many attempts.
+    void m_Fail(Category category, std::uint32_t attempts);
     // Of a plain request that has succeeded.
     void m_DeliverBuffers();
 
 private:
     virtual std::optional<Milliseconds> m_Attempt() = 0;
-    // Sets the outcome of a request that ends before its next attempt.
+    // Sets and logs the outcome of a request that ends before its next attempt.
     virtual void m_EndEarly(Category reason) = 0;
     // Whether the request takes another chunk. isDelivered: to a callback of the client's.
     virtual bool m_TakesChunk(bool isDelivered) = 0;
@@ -129,7 +130,7 @@ private:
     using SteadyClock = std::chrono::steady_clock;
 
     std::optional<Milliseconds> m_Attempt() override;
-    void m_EndEarly(Category reason) override { m_SetOutcome(reason); }
+    void m_EndEarly(Category reason) override { m_Fail(reason, m_Event.attempt); }
     bool m_TakesChunk(bool isDelivered) override;
     void m_Release() override;
 

@@ -7,7 +7,7 @@
 #include <limits>
 #include <utility>
 
-#include "Log.h"
+#include "FailureLog.h"
 #include "RequestRules.h"
 
 namespace VORTAN_MW {
@@ -78,7 +78,7 @@ ITransferHandler::Result Transfer::Run()
 {
     while (const std::optional<Milliseconds> wait = Proceed()) {
         if (m_Listener.WaitFor(*wait)) {
-            StopWaiting();
+            StopWaiting(Category::Cancelled);
             break;
         }
     }
@@ -97,34 +97,22 @@ std::optional<Milliseconds> Transfer::Proceed()
     return std::nullopt;
 }
 
-void Transfer::StopWaiting()
+void Transfer::StopWaiting(Category reason)
 {
-    m_End(m_Sink.HasRefused() ? Category::ClientStopped : Category::Cancelled);
+    m_End(m_Sink.HasRefused() ? Category::ClientStopped : reason);
 }
 
 ITransferHandler::Result Transfer::Conclude()
 {
     m_Easy = nullptr;
     m_CloseFile();
-    m_LogFailure();
+    LogFailure(m_Event.outcome, m_Event.attempt);
     m_Report(TransferEvent::Kind::End);
     m_Sink.RethrowIfAny();
     ITransferHandler::Result result;
     result.success = m_Event.outcome.category == Category::Success;
     result.httpCode.reset(new (std::nothrow) long(m_Status));
     return result;
-}
-
-void Transfer::m_LogFailure() const
-{
-    if (m_Event.outcome.category == Category::Success) {
-        return;
-    }
-    try {
-        KIT_LOG(Error, m_Event.outcome.sentence << " Attempts: " << m_Event.attempt);
-    } catch (const std::bad_alloc&) {
-        // The observer and the result tell of it.
-    }
 }
 
 std::optional<Milliseconds> Transfer::m_RunAttempt()
@@ -154,8 +142,7 @@ std::optional<Milliseconds> Transfer::m_RunAttempt()
     m_End(failure.category);
     m_Event.delay = *m_Wait;
     m_Report(TransferEvent::Kind::Retry);
-    KIT_LOG(Warn, "Attempt " << m_Event.attempt << " failed, the next begins in " << m_Wait->count()
-                             << " ms: " << m_Event.outcome.sentence);
+    LogRetry(m_Event);
     return m_Wait;
 }
 

@@ -41,8 +41,8 @@ public:
     // The same in steps, for a caller who does something else while the transfer waits. Performs
     // one attempt. Returns how long to wait before the next call; nothing if the transfer is over.
     std::optional<Milliseconds> Proceed();
-    // Instead of the next Proceed: the transfer was stopped while it waited.
-    void StopWaiting();
+    // Instead of the next Proceed: the transfer ends while it waits, and why.
+    void StopWaiting(Category reason);
     // Once, at last. Raises what Run raises.
     ITransferHandler::Result Conclude();
 
@@ -54,7 +54,6 @@ private:
         Drop,
     };
 
-    void m_LogFailure() const;
     std::optional<Milliseconds> m_RunAttempt();
     void m_EndAttempts();
     bool m_Prepare();

@@ -14,6 +14,7 @@
 #include "Gate.h"
 #include "IndexedBytes.h"
 #include "QueueClient.h"
+#include "QueuedRequest.h"
 #include "ScriptedServer.h"
 
 using namespace VORTAN_MW;  // NOLINT(google-build-using-namespace)
@@ -50,6 +51,18 @@ protected:
             ++bodyCalls;
         };
         return request;
+    }
+
+    // The messages of the kit's lines.
+    std::vector<std::string> KitLines() const
+    {
+        std::vector<std::string> messages;
+        for (const LogLine& line : log.Lines()) {
+            if (line.tag == "VORTANKIT") {
+                messages.push_back(line.message);
+            }
+        }
+        return messages;
     }
 
     const CaughtLog log;
@@ -234,6 +247,69 @@ TEST_F(KitQueuedRequest, OfAFactoryThatMakesNoHandlerFails)
     EXPECT_EQ(observer->OutcomeOf(queue.Add(std::move(request))), Category::HandlerFailed);
 }
 
+TEST_F(KitQueuedRequest, OfAnotherHandlerHasItsFailuresInTheLog)
+{
+    TransferQueue queue(LocalSession(), observer);
+    const auto fails = [](const auto&) { return false; };
+    observer->OutcomeOf(queue.Add(QueueRequest(fails), KIT::Priority::Normal, 2));
+    const auto lines = KitLines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].find("Attempt 1 failed, the next begins in "), 0U) << lines[0];
+    EXPECT_NE(lines[0].find(" ms: The request's handler failed."), std::string::npos) << lines[0];
+    EXPECT_EQ(lines[1], "The request's handler failed. Attempts: 2");
+}
+
+TEST_F(KitQueuedRequest, ThatWasCancelledIsInTheLogIfItHadBegun)
+{
+    TransferQueue queue(LocalSession(), observer);
+    Gate isPerformed;
+    Gate mayEnd;
+    RequestPtr begun = QueueRequest([&](const auto&) {
+        isPerformed.Open();
+        mayEnd.Wait();
+        return false;
+    });
+    RequestPtr waiting = QueueRequest([](const auto&) { return true; });
+    waiting->fixedDelay = std::int64_t{3600} * 1000;
+    const Ticket first = queue.Add(std::move(begun));
+    const Ticket second = queue.Add(std::move(waiting));
+    ASSERT_TRUE(isPerformed.Wait());
+    queue.CancelAll();
+    EXPECT_EQ(observer->OutcomeOf(second), Category::Cancelled);
+    EXPECT_EQ(KitLines(), std::vector<std::string>());
+    mayEnd.Open();
+    EXPECT_EQ(observer->OutcomeOf(first), Category::Cancelled);
+    EXPECT_EQ(KitLines(), std::vector<std::string>{"The transfer was cancelled. Attempts: 1"});
+}
+
+TEST_F(KitQueuedRequest, ThatFindsNoThreadIsInTheLog)
+{
+    // As a queue calls it, but no test can have the system refuse a thread.
+    ScriptedServer server(std::vector<Answer>{{HttpResponse("HTTP/1.1 503 Busy", "")}});
+    const auto session = LocalSession();
+    const auto end = [&](bool hasBegun) {
+        RequestPtr request = QueueRequest(server.Url());
+        request->handlerFactory = session->MakeFactory();
+        const auto& factory =
+            dynamic_cast<const KIT::HttpHandlerFactory&>(*request->handlerFactory);
+        KIT::SessionRequest work(
+            *request, factory, this,
+            std::make_unique<KIT::ObserverReceiver>(std::make_shared<int>(0), hasBegun ? 1 : 2,
+                                                    observer, nullptr));
+        if (hasBegun) {
+            EXPECT_TRUE(work.Perform());
+        }
+        work.End(Category::NoThread);
+    };
+    end(true);
+    EXPECT_EQ(observer->OutcomeOf(1), Category::NoThread);
+    EXPECT_EQ(KitLines().back(),
+              "No thread could be started for the transfer (host 127.0.0.1). Attempts: 1");
+    end(false);
+    EXPECT_EQ(observer->OutcomeOf(2), Category::NoThread);
+    EXPECT_EQ(KitLines().back(), "No thread could be started for the transfer. Attempts: 0");
+}
+
 TEST_F(KitQueuedRequest, IntoAFileGoesOnWhereItBrokeOff)
 {
     ScriptedServer server([this](const auto& request) { return Serve(request, 300001); });
@@ -279,6 +355,7 @@ TEST_F(KitQueuedRequest, IntoAFileByAnotherHandlerTellsWhatFailed)
     };
     EXPECT_EQ(observer->OutcomeOf(add(Sha256Of("other"))), Category::WrongHash);
     EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(KitLines().size(), 1U);
     EXPECT_EQ(observer->OutcomeOf(add(Sha256Of(IndexedText(1000)))), Category::Success);
     EXPECT_EQ(TextOf(path), IndexedText(1000));
 }
