@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <initializer_list>
+#include <limits>
 
 #include "Continuation.h"
 #include "HeaderCollector.h"
@@ -120,6 +122,17 @@ TEST(KitContentRange, IsParsed)
           "items 5-9/10", "bytes -5-9/10", "bytes 5-9/99999999999999999999", "bytes 5-9/1x"}) {
         EXPECT_FALSE(ContentRange::Parse(none)) << none;
     }
+}
+
+TEST(KitContentRange, HasNumbersOf64Bits)
+{
+    const auto range = ContentRange::Parse("bytes 4294967296-6442450943/18446744073709551615");
+    ASSERT_TRUE(range);
+    EXPECT_EQ(range->first, std::uint64_t{1} << 32);
+    EXPECT_EQ(range->last, (std::uint64_t{6} << 30) - 1);
+    EXPECT_EQ(range->total, std::numeric_limits<std::uint64_t>::max());
+    EXPECT_FALSE(ContentRange::Parse("bytes 0-1/18446744073709551616"));
+    EXPECT_FALSE(ContentRange::Parse("bytes 4294967296-1/*"));
 }
 
 TEST(KitContinuation, NeedsAStrongValidator)
