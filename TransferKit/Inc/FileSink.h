@@ -40,6 +40,11 @@ public:
     /// The request keeps what it needs.
     ~FileSink();
 
+    /// Whether to go on with the part that an earlier transfer has left. Default: true. With false,
+    /// the part is locked as well, and then replaced when the first response arrives. Call it
+    /// before AttachTo; throws std::invalid_argument after it.
+    FileSink& SetContinuation(bool allowed);
+
     /// Has the request's body written to the file, and to nothing else: a dataCallback gets no
     /// byte. Call it once, when the request has its factory, which is wrapped if no HttpSession has
     /// made it. If the request has neither a headerCallback nor a dataCallback, it gets a

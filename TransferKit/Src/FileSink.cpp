@@ -43,7 +43,7 @@ std::optional<Digest> CheckedDigest(const std::string& text)
 
 struct FileSink::Data
 {
-    std::shared_ptr<const FileTarget> target;
+    std::shared_ptr<FileTarget> target;
     bool isAttached = false;
 };
 
@@ -55,6 +55,15 @@ FileSink::FileSink(const std::string& path, const std::string& sha256)
 }
 
 FileSink::~FileSink() = default;
+
+FileSink& FileSink::SetContinuation(bool allowed)
+{
+    if (m_Data->isAttached) {
+        throw std::invalid_argument("The file sink is attached to a request already.");
+    }
+    m_Data->target->mayContinue = allowed;
+    return *this;
+}
 
 void FileSink::AttachTo(ITransferAgentManager::TransferConfiguration& request)
 {

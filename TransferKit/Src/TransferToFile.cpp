@@ -14,7 +14,8 @@ bool Transfer::m_OpenFile()
         m_End(m_File->Fault(), m_File->Detail());
         return false;
     }
-    const auto kept = m_MayContinue() ? m_File->Resume(m_Detail.url, m_Listener) : std::nullopt;
+    const bool mayResume = m_MayContinue() && m_Files.target->mayContinue;
+    const auto kept = mayResume ? m_File->Resume(m_Detail.url, m_Listener) : std::nullopt;
     if (kept) {
         m_IsResumed = true;
         m_Resource = kept->resource;

@@ -114,6 +114,36 @@ TEST_P(KitFileEachWay, GoesOnInTheNextTransfer)
     ExpectOnly(body);
 }
 
+TEST_F(KitFile, BeginsAnewWhereItMayNotGoOn)
+{
+    const auto server = AfterHalf({{WholeOrRest({body}, "", "")}});
+    Job job;
+    static_cast<Configuration&>(job) = Request(server->Url());
+    job.handlerFactory = session.MakeFactory();
+    KIT::FileSink sink(path);
+    sink.SetContinuation(false).AttachTo(job);
+    EXPECT_TRUE(job.handlerFactory->Create()->GetTransfer(job, nullptr, nullptr, nullptr).success);
+    EXPECT_FALSE(server->Requests()[1].Has("Range"));
+    ExpectOnly(body);
+    EXPECT_THROW(sink.SetContinuation(true), std::invalid_argument);
+}
+
+TEST_F(KitFile, IsBusyAlsoWhereItMayNotGoOn)
+{
+    ScriptedServer server({{WholeOrRest({body}, "", "")}});
+    KIT::FileTarget target{path, std::nullopt};
+    KIT::PartFile part(target);
+    ASSERT_TRUE(part.Open());
+    Job job;
+    static_cast<Configuration&>(job) = Request(server.Url());
+    const auto observer = std::make_shared<RecordingObserver>();
+    job.handlerFactory = session.MakeFactory(KIT::TransferOptions().SetObserver(observer));
+    KIT::FileSink(path).SetContinuation(false).AttachTo(job);
+    job.handlerFactory->Create()->GetTransfer(job, nullptr, nullptr, nullptr);
+    EXPECT_EQ(observer->End(), Category::Busy);
+    EXPECT_TRUE(HasPart(path));
+}
+
 TEST_F(KitFile, RefusesBadInput)
 {
     const std::string hash = Sha256Of("");
