@@ -67,7 +67,8 @@ private:
 };
 
 /// Something that happened in a transfer. An event lives for the call that reports it. Each getter
-/// may be called for each kind; where there is nothing to tell, numbers and times are 0.
+/// may be called for each kind; where there is nothing to tell, numbers and times are 0 and texts
+/// empty.
 class [[gnu::visibility("default")]] TransferEvent
 {
 public:
@@ -94,6 +95,9 @@ public:
     std::uint64_t GetBytesUploaded() const;
     /// Header: the response's status.
     long GetHttpStatus() const;
+    /// Header of a redirect: the URL to which it leads, or what the server sent if that leads
+    /// nowhere. It comes from the server: it may hold credentials and any bytes.
+    const std::string& GetRedirectTarget() const;
     /// Retry: the wait before the next attempt.
     std::chrono::milliseconds GetDelay() const;
     /// Retry: why the attempt failed. End: how the transfer ended. Else a success.

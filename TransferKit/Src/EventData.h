@@ -24,6 +24,7 @@ struct TransferEvent::Data
     std::int64_t expected = -1;
     std::uint64_t uploaded = 0;
     long httpStatus = 0;
+    std::string redirectTarget;
     std::chrono::milliseconds delay{0};
     TransferOutcome::Data outcome;
     bool isKept = false;

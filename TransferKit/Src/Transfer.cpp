@@ -40,6 +40,11 @@ bool IsExpectedEncoding(const HeaderCollector& header)
     return false;
 }
 
+bool LeadsElsewhere(const HeaderCollector& header)
+{
+    return IsRedirect(header.Status()) && header.Count("Location") > 0;
+}
+
 // The URL without its query, which in a redirect often is a signature that differs each time.
 std::string ResourceOf(const Hop& hop)
 {
@@ -403,16 +408,15 @@ bool Transfer::OnHeader(const HeaderCollector& header)
     if (!m_HasResponse) {
         m_Status = header.Status();
     }
-    m_Event.httpStatus = header.Status();
     m_HasSent = true;
-    m_Report(TransferEvent::Kind::Header);
+    m_ReportHeader(header);
     if (m_Sink.HasRefused()) {
         return false;
     }
     if (!IsLengthClear(header)) {
         return m_Fail(Category::InvalidResponse);
     }
-    if (IsRedirect(header.Status()) && header.Count("Location") > 0) {
+    if (LeadsElsewhere(header)) {
         return m_OnRedirect(header);
     }
     const bool isSuccess = header.Status() >= 200 && header.Status() < 300;
@@ -580,6 +584,18 @@ void Transfer::OnMoved()
         m_ReportedAt = now;
         m_Report(TransferEvent::Kind::Progress);
     }
+}
+
+void Transfer::m_ReportHeader(const HeaderCollector& header)
+{
+    m_Event.httpStatus = header.Status();
+    if (m_Options.observer && LeadsElsewhere(header)) {
+        const std::string location = header.Value("Location").value_or("");
+        const std::optional<Url> target = m_Hop->url.Resolve(location);
+        m_Event.redirectTarget = target ? target->text : location;
+    }
+    m_Report(TransferEvent::Kind::Header);
+    m_Event.redirectTarget.clear();
 }
 
 void Transfer::m_Report(TransferEvent::Kind kind)

@@ -94,6 +94,7 @@ private:
     void m_StartOver();
     void m_CloseFile();
 
+    void m_ReportHeader(const HeaderCollector& header);
     void m_Report(TransferEvent::Kind kind);
     void m_End(Category category, const std::string& detail = std::string());
 

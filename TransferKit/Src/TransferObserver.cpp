@@ -75,6 +75,11 @@ long TransferEvent::GetHttpStatus() const
     return m_Data->httpStatus;
 }
 
+const std::string& TransferEvent::GetRedirectTarget() const
+{
+    return m_Data->redirectTarget;
+}
+
 std::chrono::milliseconds TransferEvent::GetDelay() const
 {
     return m_Data->delay;

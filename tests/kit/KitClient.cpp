@@ -49,7 +49,7 @@ void RecordingObserver::OnEvent(const TransferEvent& event)
                       event.GetBytesExpected(), event.GetBytesUploaded(), event.GetHttpStatus(),
                       event.GetDelay(), event.GetOutcome().GetCategory(),
                       event.GetOutcome().GetSentence(), event.IsConnectionKept(),
-                      event.GetTotalTime()});
+                      event.GetTotalTime(), event.GetRedirectTarget()});
 }
 
 std::size_t RecordingObserver::Count(TransferEvent::Kind kind) const

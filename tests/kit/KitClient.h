@@ -48,6 +48,7 @@ public:
         std::string sentence;
         bool isKept;
         std::chrono::microseconds total;
+        std::string redirectTarget;
     };
 
     void OnEvent(const VORTAN_MW::KIT::TransferEvent& event) override;

@@ -95,6 +95,41 @@ TEST_F(KitObserver, LearnsWhetherAConnectionIsKept)
     }
 }
 
+TEST_F(KitObserver, LearnsWhereRedirectsLead)
+{
+    ScriptedServer server({{HttpResponse("HTTP/1.1 302 Found", "", {"Location: /b?c=d"})},
+                           {HttpResponse("HTTP/1.1 200 OK", "", {"Location: /not-a-redirect"})}});
+    const Course course = Watch(session, Request(server.Url("/a")));
+    std::vector<std::string> targets;
+    for (const auto& event : course.observer->events) {
+        if (!event.redirectTarget.empty()) {
+            EXPECT_EQ(event.kind, Kind::Header);
+            EXPECT_EQ(event.status, 302);
+            targets.push_back(event.redirectTarget);
+        }
+    }
+    EXPECT_EQ(targets, std::vector<std::string>{server.Url("/b?c=d")});
+}
+
+TEST_F(KitObserver, LearnsOfARedirectThatLeadsNowhereAsItWasSent)
+{
+    const auto targetOf = [&](const std::string& location) {
+        ScriptedServer server(
+            {{HttpResponse("HTTP/1.1 302 Found", "", {"Location: " + location})}});
+        const Course course = Watch(session, Request(server.Url()));
+        EXPECT_EQ(course.Category(), Category::RedirectRefused);
+        for (const auto& event : course.observer->events) {
+            if (event.kind == Kind::Header) {
+                return event.redirectTarget;
+            }
+        }
+        return std::string("no header");
+    };
+    EXPECT_EQ(targetOf("http://"), "http://");
+    EXPECT_EQ(targetOf("ftp://example.org/"), "ftp://example.org/");
+    EXPECT_EQ(targetOf("http://u:p@example.org/"), "http://u:p@example.org/");
+}
+
 TEST_F(KitObserver, EndsATransferByThrowing)
 {
     for (const Kind kind :
