@@ -96,6 +96,10 @@ public:
     /// and the key's base64 hash, several joined with ";". Empty: any key. It applies to the origin
     /// of the transfer's URL, not to where a redirect to another origin leads.
     TransferPolicy& SetPinnedKey(std::string key);
+    /// Whether the server's certificate must come from an authority and be for its name. Default:
+    /// true. false accepts any certificate, which anybody on the way can present: for testing only.
+    /// A pinned key is compared nevertheless. The session's constructor logs a warning.
+    TransferPolicy& SetServerVerification(bool verify);
     /// PEM files with the client's certificate chain and its private key, which must not have a
     /// password. They are shown to the origin of the transfer's URL only.
     TransferPolicy& SetClientCertificate(std::string certificateFile, std::string keyFile);

@@ -109,6 +109,9 @@ void Exchange::m_SetTls()
         return;
     }
     m_Request.authorities.ApplyTo(m_Handle);
+    SetOption<CURLOPT_SSL_VERIFYPEER>(easy, long{policy.isServerVerified});
+    // 2: the name in the certificate must be the host's.
+    SetOption<CURLOPT_SSL_VERIFYHOST>(easy, policy.isServerVerified ? 2L : 0L);
     SetOption<CURLOPT_SSLVERSION>(easy, policy.lowestTlsVersion == TlsVersion::Tls13
                                             ? long{CURL_SSLVERSION_TLSv1_3}
                                             : long{CURL_SSLVERSION_TLSv1_2});

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "HttpHandler.h"
+#include "Log.h"
 #include "OptionsData.h"
 #include "PolicyData.h"
 #include "SessionCore.h"
@@ -113,7 +114,11 @@ std::shared_ptr<SessionCore> SessionAccess::Core(HttpSession& session)
 
 HttpSession::HttpSession(TransferPolicy policy)
     : m_Data(std::make_unique<Data>(MakeCore(PolicyAccess::Get(policy))))
-{}
+{
+    if (!PolicyAccess::Get(policy).isServerVerified) {
+        KIT_LOG(Warn, "The session accepts any certificate of a server: for testing only.");
+    }
+}
 
 HttpSession::~HttpSession()
 {

@@ -27,6 +27,7 @@ struct TransferPolicy::Data
     std::string authorityFile;
     std::string authorityFolder;
     std::string pinnedKey;
+    bool isServerVerified = true;
     std::string certificateFile;
     std::string keyFile;
     TlsVersion lowestTlsVersion = TlsVersion::Tls12;

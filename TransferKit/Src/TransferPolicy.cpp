@@ -123,6 +123,12 @@ TransferPolicy& TransferPolicy::SetPinnedKey(std::string key)
     return *this;
 }
 
+TransferPolicy& TransferPolicy::SetServerVerification(bool verify)
+{
+    m_Data->isServerVerified = verify;
+    return *this;
+}
+
 TransferPolicy& TransferPolicy::SetClientCertificate(std::string certificateFile,
                                                      std::string keyFile)
 {

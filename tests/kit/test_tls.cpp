@@ -84,6 +84,40 @@ TEST_F(KitTls, ChecksThePinnedKey)
         Category::TlsNotTrusted);
 }
 
+TEST_F(KitTls, AcceptsAnyCertificateOnlyWhereNoneIsVerified)
+{
+    const std::string otherName = TheServer().TlsUrl("/method", "localhost");
+    const auto unknown = LocalPolicy().SetSchemes({"https"});
+    for (const std::string& url : {TlsUrl(), otherName}) {
+        EXPECT_EQ(WatchWith(unknown, url).Category(), Category::TlsNotTrusted);
+        const Course course =
+            WatchWith(KIT::TransferPolicy(unknown).SetServerVerification(false), url);
+        EXPECT_EQ(course.received.body, "GET");
+    }
+    EXPECT_EQ(WatchWith(KIT::TransferPolicy(Trusting()).SetServerVerification(true), otherName)
+                  .Category(),
+              Category::TlsNotTrusted);
+}
+
+TEST_F(KitTls, ChecksThePinnedKeyAlsoWhereNoCertificateIsVerified)
+{
+    const auto policy = Trusting().SetServerVerification(false).SetPinnedKey(
+        "sha256//AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=");
+    EXPECT_EQ(WatchWith(policy).Category(), Category::TlsNotTrusted);
+}
+
+TEST_F(KitTls, WarnsOncePerSessionThatItVerifiesNoServer)
+{
+    KIT::HttpSession session(Trusting().SetServerVerification(false));
+    EXPECT_TRUE(Fetch(session, Request(TlsUrl())).success);
+    EXPECT_TRUE(Fetch(session, Request(TlsUrl())).success);
+    std::size_t count = 0;
+    for (const auto& line : log.Lines()) {
+        count += line.message.find("accepts any certificate") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(count, 1U);
+}
+
 TEST_F(KitTls, IsNotLeftForPlainHttp)
 {
     const Course course = WatchWith(Trusting(), TlsUrl("/redirect/to-http"));
