@@ -35,6 +35,23 @@ if(VORTAN_PRECOMPILE_TEST_HEADERS)
     target_link_libraries(vortan_precompiled PRIVATE vortan_build_settings GTest::gmock)
 endif()
 
+# vortan_test_library(NAME USES TARGET SOURCES...): what several test programs share, compiled once as they
+# are. TARGET, whose headers it uses, is linked by the programs.
+function(vortan_test_library name)
+    cmake_parse_arguments(test "" USES "" ${ARGN})
+    add_library(${name} STATIC ${test_UNPARSED_ARGUMENTS})
+    target_include_directories(${name} PRIVATE
+        $<TARGET_PROPERTY:${test_USES},INTERFACE_INCLUDE_DIRECTORIES>)
+    if(VORTAN_PRECOMPILE_TEST_HEADERS)
+        # The precompiled header is for code of programs.
+        set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+        target_compile_options(${name} PRIVATE -fPIE)
+        target_precompile_headers(${name} REUSE_FROM vortan_precompiled)
+    endif()
+    target_link_libraries(${name} PRIVATE
+        vortan_build_settings Boost::headers vortan_test_servers vortan_test_support)
+endfunction()
+
 # ctest names each program that it does not find; before a build that is all of them.
 file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/BuildFirst.cmake @ONLY CONTENT [[
 if(NOT EXISTS "@PROJECT_BINARY_DIR@/TransferAgent/libvortantransferagent.so"
