@@ -22,6 +22,24 @@ fail() {
     exit 1
 }
 
+# in_one_piece COMMAND...: what it says is said once it has ended, because others run at the same time.
+# A function must not leave it to `set -e` to end it.
+in_one_piece() {
+    local said status=0
+    said=$(VORTAN_PROGRESS_FD='' && "$@" 2>&1) || status=$?
+    [[ -z $said ]] || say "$said"
+    return $status
+}
+
+# wait_for PID...: fails if one of them did.
+wait_for() {
+    local pid status=0
+    for pid in "$@"; do
+        wait "$pid" || status=1
+    done
+    return $status
+}
+
 # require_count NAME VALUE: ends the script unless the value is an integer above 0.
 require_count() {
     [[ $2 =~ ^[1-9][0-9]*$ ]] || fail "$1 must be an integer above 0, not \"$2\"."
