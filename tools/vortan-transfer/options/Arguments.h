@@ -1,7 +1,10 @@
 #pragma once
 
 #include <ITransferHandler.h>
+#include <TransferPolicy.h>
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -16,6 +19,7 @@ struct Job
 {
     Source source;
     std::string target;
+    std::string sha256 = {};  // that the body must have, in hexadecimal digits; empty: any
 };
 
 // The command line, checked.
@@ -24,6 +28,18 @@ struct Arguments
     std::vector<Job> jobs;
     // What all requests have in common: everything but the URL.
     VORTAN_MW::ITransferHandler::Configuration request;
+    // Limits, attempts and TLS of the sources that the session transfers.
+    VORTAN_MW::KIT::TransferPolicy policy;
+    // -u: for all sources of the session that have none in their URL.
+    std::optional<Credentials> credentials;
+    // A regular file that is sent, as it is read.
+    std::optional<std::string> upload;
+    // Go on with the part of an earlier run. Otherwise a part is replaced.
+    bool continues = false;
+    // Ask only for what has changed since the file was downloaded.
+    bool ifChanged = false;
+    // How many sources are transferred at a time, 1 to 4.
+    std::size_t parallel = 4;
     bool segmented = true;
     bool includeHeader = false;
     bool json = false;

@@ -19,7 +19,10 @@ struct Handler
     std::vector<std::string> schemes;
     // It has methods, sends data and receives header lines.
     bool speaksHttp;
+    // Null for the session of the transfer kit, which makes the factories of its requests.
     std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> (*makeFactory)();
+
+    bool IsSession() const { return makeFactory == nullptr; }
 };
 
 // Every handler that there is.

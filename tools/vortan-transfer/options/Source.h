@@ -1,10 +1,18 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "options/Handler.h"
 
 namespace VORTAN_TRANSFER {
+
+// For HTTP Basic authentication.
+struct Credentials
+{
+    std::string user;
+    std::string password;
+};
 
 // Something to transfer.
 struct Source
@@ -12,8 +20,10 @@ struct Source
     // As the user wrote it, without a password: what is shown.
     std::string text;
     const Handler* handler;
-    // As the handler wants it: a URL or a path.
+    // As the handler wants it: a URL or a path. One for the session has no credentials in it.
     std::string url;
+    // For the session: those that were in the URL, percent-decoded.
+    std::optional<Credentials> credentials = std::nullopt;
 };
 
 // Recognises a URL or a path, to be fetched by the given handler, or, if there is none given, by

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TransferObserver.h>
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -15,9 +17,12 @@ constexpr long HttpNotModified = 304;
 struct Outcome
 {
     ExitStatus status = AllSucceeded;
+    VORTAN_MW::KIT::Category category = VORTAN_MW::KIT::Category::Success;
     std::string cause;                 // if it did not succeed
     std::optional<long> httpStatus;    // if there was an answer that has one
     std::uint64_t received = 0;        // bytes of the body
+    std::uint64_t sent = 0;            // bytes of the request's body
+    std::uint32_t attempts = 0;        // 0: it was never begun
     std::chrono::microseconds time{};  // from the request to the end
 
     // The server answered that the client has the current version: there is nothing to write.

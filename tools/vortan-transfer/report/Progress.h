@@ -14,9 +14,16 @@ struct Progress
 {
     std::uint64_t received = 0;
     // Present when the length of every body is known.
-    std::optional<std::uint64_t> total;
+    std::optional<std::uint64_t> total = std::nullopt;
     std::size_t ended = 0;
     std::size_t transfers = 1;
+    // Uploads.
+    std::uint64_t sent = 0;
+    std::optional<std::uint64_t> toSend = std::nullopt;
+    // Until the next attempt, if every running transfer waits for one.
+    std::optional<std::chrono::seconds> wait = std::nullopt;
+    // Since the last byte of any transfer.
+    std::chrono::seconds silence{0};
 };
 
 // How fast bytes have been arriving lately.

@@ -97,8 +97,10 @@ Transfer::Progress Transfer::CurrentProgress() const
 Outcome Transfer::OutcomeNow(ExitStatus status, const std::string& cause) const
 {
     const auto time = std::chrono::steady_clock::now() - m_Started;
-    return {status, cause, std::nullopt, CurrentProgress().received,
-            std::chrono::duration_cast<std::chrono::microseconds>(time)};
+    Outcome outcome = WithoutTransfer(status, cause);
+    outcome.received = CurrentProgress().received;
+    outcome.time = std::chrono::duration_cast<std::chrono::microseconds>(time);
+    return outcome;
 }
 
 // Null stands for a chunk of the other kind.

@@ -139,7 +139,10 @@ void TransferQueue::m_ShowProgress()
 
 Progress TransferQueue::m_Progress() const
 {
-    Progress progress = {m_ReceivedByEnded, std::nullopt, m_Ended, m_Arguments.jobs.size()};
+    Progress progress;
+    progress.received = m_ReceivedByEnded;
+    progress.ended = m_Ended;
+    progress.transfers = m_Arguments.jobs.size();
     if (m_Next == m_Arguments.jobs.size()) {
         progress.total = m_ReceivedByEnded;
     }
