@@ -63,6 +63,52 @@ TEST(ProgressLine, FitsIntoATerminalLineWhateverTheNumbers)
     EXPECT_LE(ProgressLine({most / 2, most, 999999, 1000000}, 1e19).size(), 79U);
 }
 
+TEST(ProgressLine, KeepsThePercentageLongest)
+{
+    const Progress progress = {512, 2048, 3, 5};
+    EXPECT_EQ(ProgressLine(progress, 512, 60),
+              "512 B of 2.0 KiB, 25%, 0:03 left, 512 B/s, 3 of 5 done");
+    EXPECT_EQ(ProgressLine(progress, 512, 53), "512 B of 2.0 KiB, 25%, 512 B/s, 3 of 5 done");
+    EXPECT_EQ(ProgressLine(progress, 512, 42), "512 B of 2.0 KiB, 25%, 3 of 5 done");
+    EXPECT_EQ(ProgressLine(progress, 512, 20), "25%, 3 of 5 done");
+    EXPECT_EQ(ProgressLine(progress, 512, 15), "25%");
+    EXPECT_EQ(ProgressLine(progress, 512, 1), "25%");
+}
+
+TEST(ProgressLine, TellsWhatIsSent)
+{
+    Progress progress;
+    progress.toSend = 2048;
+    EXPECT_EQ(ProgressLine(progress, 0), "sent 0 B of 2.0 KiB, 0%, 0 B/s");
+    progress.sent = 1024;
+    EXPECT_EQ(ProgressLine(progress, 512), "sent 1.0 KiB of 2.0 KiB, 50%, 0:02 left, 512 B/s");
+}
+
+TEST(ProgressLine, TellsWhatIsReceivedOnceThatArrivesAfterAnUpload)
+{
+    Progress progress;
+    progress.toSend = 2048;
+    progress.sent = 2048;
+    progress.received = 10;
+    EXPECT_EQ(ProgressLine(progress, 0), "10 B, 0 B/s");
+}
+
+TEST(ProgressLine, TellsAWaitInsteadOfARate)
+{
+    Progress progress = {512, 2048};
+    progress.wait = std::chrono::seconds(12);
+    EXPECT_EQ(ProgressLine(progress, 512), "512 B of 2.0 KiB, 25%, waiting 12 s");
+}
+
+TEST(ProgressLine, TellsASilenceThatLasts)
+{
+    Progress progress = {512, 2048};
+    progress.silence = std::chrono::seconds(2);
+    EXPECT_EQ(ProgressLine(progress, 0), "512 B of 2.0 KiB, 25%, 0 B/s");
+    progress.silence = std::chrono::seconds(8);
+    EXPECT_EQ(ProgressLine(progress, 1), "512 B of 2.0 KiB, 25%, silent for 8 s");
+}
+
 TEST(RateMeter, KnowsNoRateFromOneMoment)
 {
     RateMeter meter;

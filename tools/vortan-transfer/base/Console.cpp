@@ -22,15 +22,6 @@ void WriteToStandardError(const std::string& text)
     }
 }
 
-// A line that reached the last column could not be taken back.
-std::size_t RoomInLine()
-{
-    constexpr std::size_t usual = 80;
-    winsize size = {};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return (known ? size.ws_col : usual) - 1;
-}
-
 }  // namespace
 
 void Console::Line(const std::string& text)
@@ -47,9 +38,18 @@ void Console::Table(const std::vector<std::string>& lines)
     }
 }
 
+std::size_t Console::Room()
+{
+    constexpr std::size_t usual = 80;
+    winsize size = {};
+    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    // A line that reached the last column could not be taken back.
+    return (isKnown ? size.ws_col : usual) - 1;
+}
+
 void Console::ShowProgress(const std::string& text)
 {
-    const std::string shown = text.substr(0, RoomInLine());
+    const std::string shown = text.substr(0, Room());
     const std::string blanks(std::max(m_Shown, shown.size()) - shown.size(), ' ');
     WriteToStandardError("\r" + shown + blanks);
     m_Shown = shown.size();

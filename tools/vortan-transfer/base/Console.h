@@ -21,6 +21,9 @@ public:
 
     const Palette& Colours() const { return m_Palette; }
 
+    // How many characters of progress the terminal's line has room for.
+    static std::size_t Room();
+
     // Shows this in the terminal's last line, instead of what was shown before.
     void ShowProgress(const std::string& text);
     void ClearProgress();

@@ -26,14 +26,14 @@ struct Progress
     std::chrono::seconds silence{0};
 };
 
-// How fast bytes have been arriving lately.
+// How fast bytes have moved lately.
 class RateMeter
 {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    // received is the count up to that time. Times do not decrease.
-    void Add(TimePoint time, std::uint64_t received);
+    // moved is the count of bytes up to that time, in both directions. Times do not decrease.
+    void Add(TimePoint time, std::uint64_t moved);
 
     // 0 as long as there is nothing to compare.
     double BytesPerSecond() const;
@@ -42,13 +42,14 @@ private:
     struct Sample
     {
         TimePoint time;
-        std::uint64_t received;
+        std::uint64_t moved;
     };
 
     std::deque<Sample> m_Samples;
 };
 
-// One line for a person, at most 79 characters long, without control characters.
-std::string ProgressLine(const Progress& progress, double bytesPerSecond);
+// One line for a person, without control characters. What does not fit into the room is left out,
+// the percentage last.
+std::string ProgressLine(const Progress& progress, double bytesPerSecond, std::size_t room = 79);
 
 }  // namespace VORTAN_TRANSFER

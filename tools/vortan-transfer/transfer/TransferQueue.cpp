@@ -133,7 +133,7 @@ void TransferQueue::m_ShowProgress()
     if (m_ShowsProgress) {
         const Progress progress = m_Progress();
         m_Rate.Add(std::chrono::steady_clock::now(), progress.received);
-        m_Console.ShowProgress(ProgressLine(progress, m_Rate.BytesPerSecond()));
+        m_Console.ShowProgress(ProgressLine(progress, m_Rate.BytesPerSecond(), Console::Room()));
     }
 }
 
