@@ -42,8 +42,11 @@ class Json(ClientTest):
                 "file": "out",
                 "result": "succeeded",
                 "error": None,
+                "category": "success",
                 "http_status": 200,
                 "bytes": len(BODY),
+                "sent": 0,
+                "attempts": 0,
             },
         )
         self.assertEqual(self.read("out"), BODY)

@@ -32,8 +32,18 @@ struct Outcome
 // Of a source that was never requested.
 Outcome WithoutTransfer(ExitStatus status, const std::string& cause);
 
-// "succeeded" or the like.
+// "succeeded" or the like, for people.
 std::string ResultName(const Outcome& outcome);
+
+// "name-not-found" or the like, for scripts.
+std::string CategoryName(VORTAN_MW::KIT::Category category);
+
+// What the program exits with after a transfer that failed for this reason. httpStatus: 0 if there
+// was none.
+ExitStatus StatusOf(VORTAN_MW::KIT::Category category, long httpStatus);
+
+// What it exits with after sources that ended like this.
+ExitStatus Combined(ExitStatus one, ExitStatus other);
 
 // 0 if no time has passed.
 double BytesPerSecond(std::uint64_t bytes, std::chrono::microseconds time);

@@ -1,7 +1,5 @@
 #include "report/Report.h"
 
-#include <algorithm>
-
 #include "base/Text.h"
 #include "report/JsonLine.h"
 #include "report/Summary.h"
@@ -9,7 +7,10 @@
 namespace VORTAN_TRANSFER {
 
 Report::Report(const Arguments& arguments, Console& console)
-    : m_Arguments(arguments), m_Console(console), m_Outcomes(arguments.jobs.size())
+    : m_Arguments(arguments),
+      m_Console(console),
+      m_ShowsProgress(s_WantsProgress(arguments)),
+      m_Outcomes(arguments.jobs.size())
 {
     if (m_Arguments.json) {
         m_Objects.emplace(Output::StandardOutput);
@@ -29,14 +30,14 @@ void Report::Add(std::size_t job, const Outcome& outcome)
         m_Console.Line(name + ": " + ResultName(outcome));
     }
     m_Script([&](Output& objects) { objects.Write(JsonLineOf(job, told, outcome)); });
-    m_Status = std::max(m_Status, outcome.status);
+    m_Status = Combined(m_Status, outcome.status);
     m_Outcomes[job] = outcome;
 }
 
 void Report::AddUnwritten(const std::string& text)
 {
     m_Console.Line(text);
-    m_Status = std::max(m_Status, CannotWrite);
+    m_Status = Combined(m_Status, CannotWrite);
 }
 
 void Report::Finish()
@@ -63,12 +64,25 @@ void Report::m_Script(Action action)
 
 void Report::m_ShowSummary()
 {
-    if (m_Arguments.jobs.size() > 1 && !m_Arguments.quiet) {
+    if (m_Arguments.quiet) {
+        return;
+    }
+    if (m_Arguments.jobs.size() > 1) {
         const auto time = std::chrono::steady_clock::now() - m_Begin;
         m_Console.Table(SummaryTable(m_Arguments.jobs, m_Outcomes,
                                      std::chrono::duration_cast<std::chrono::microseconds>(time),
                                      m_Console.Colours()));
+    } else if (m_ShowsProgress && !m_Arguments.json && m_Status == AllSucceeded &&
+               !m_Outcomes.front().IsNotModified()) {
+        m_Console.Table({SummaryLine(m_Outcomes.front())});
     }
+}
+
+bool Report::s_WantsProgress(const Arguments& arguments)
+{
+    const bool isBodyOnTerminal =
+        IsStandardOutputTerminal() && Output::IsStandardOutput(arguments.jobs.front().target);
+    return CanShowProgress() && !arguments.quiet && !arguments.verbose && !isBodyOnTerminal;
 }
 
 }  // namespace VORTAN_TRANSFER

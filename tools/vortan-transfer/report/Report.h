@@ -13,7 +13,8 @@
 
 namespace VORTAN_TRANSFER {
 
-// Tells what becomes of the jobs as it was asked for: each failure, objects for scripts, a table.
+// Tells what becomes of the jobs as it was asked for: each failure, objects for scripts, a table or
+// a line.
 class Report
 {
 public:
@@ -29,16 +30,21 @@ public:
     // All jobs have ended.
     void Finish();
 
-    // The worst that was told of.
+    // What the program exits with, from all that was told.
     ExitStatus Status() const { return m_Status; }
+
+    // Whether a person watches, and nothing else has the terminal.
+    bool ShowsProgress() const { return m_ShowsProgress; }
 
 private:
     template <typename Action>
     void m_Script(Action action);
     void m_ShowSummary();
+    static bool s_WantsProgress(const Arguments& arguments);
 
     const Arguments& m_Arguments;
     Console& m_Console;
+    const bool m_ShowsProgress;
     const std::chrono::steady_clock::time_point m_Begin = std::chrono::steady_clock::now();
     std::vector<Outcome> m_Outcomes;  // of each job
     ExitStatus m_Status = AllSucceeded;

@@ -90,4 +90,17 @@ std::vector<std::string> SummaryTable(const std::vector<Job>& jobs,
     return lines;
 }
 
+std::string SummaryLine(const Outcome& outcome)
+{
+    const bool isUpload = outcome.sent > outcome.received;
+    const std::uint64_t bytes = isUpload ? outcome.sent : outcome.received;
+    const double rate = BytesPerSecond(bytes, outcome.time);
+    std::string line = (isUpload ? "sent " : "") + Size(static_cast<double>(bytes)) + " in " +
+                       ShortDuration(std::chrono::duration<double>(outcome.time).count());
+    if (rate > 0) {
+        line += ", " + Size(rate) + "/s";
+    }
+    return outcome.attempts > 1 ? line + Format(", %u attempts", outcome.attempts) : line;
+}
+
 }  // namespace VORTAN_TRANSFER

@@ -16,4 +16,7 @@ std::vector<std::string> SummaryTable(const std::vector<Job>& jobs,
                                       const std::vector<Outcome>& outcomes,
                                       std::chrono::microseconds time, const Palette& palette);
 
+// The same of a single job that succeeded: "3.0 MiB in 1.500 s, 2.0 MiB/s".
+std::string SummaryLine(const Outcome& outcome);
+
 }  // namespace VORTAN_TRANSFER

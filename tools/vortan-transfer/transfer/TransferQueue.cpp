@@ -20,20 +20,12 @@ constexpr std::size_t MaxParallelTransfers = 4;
 
 constexpr std::chrono::milliseconds ProgressInterval(200);
 
-bool WantsProgress(const Arguments& arguments)
-{
-    const bool bodyOnTerminal =
-        IsStandardOutputTerminal() && Output::IsStandardOutput(arguments.jobs.front().target);
-    return CanShowProgress() && !arguments.quiet && !arguments.verbose && !bodyOnTerminal;
-}
-
 }  // namespace
 
 TransferQueue::TransferQueue(Arguments arguments, std::shared_ptr<Mailbox> mailbox,
                              Trace::Clock::time_point start)
     : m_Arguments(std::move(arguments)),
       m_Mailbox(std::move(mailbox)),
-      m_ShowsProgress(WantsProgress(m_Arguments)),
       m_Report(m_Arguments, m_Console),
       m_Trace(m_Arguments.trace, start),
       m_Manager(VORTAN_MW::AsyncTransferAgentManager::Create()),
@@ -49,7 +41,7 @@ ExitStatus TransferQueue::Run()
         m_StartNext();
         m_ShowProgress();
         for (const Event& event :
-             m_Mailbox->Receive(m_ShowsProgress ? &ProgressInterval : nullptr)) {
+             m_Mailbox->Receive(m_Report.ShowsProgress() ? &ProgressInterval : nullptr)) {
             m_Handle(event);
         }
     }
@@ -130,7 +122,7 @@ void TransferQueue::m_TakeOutcome(std::size_t job, const Outcome& outcome)
 
 void TransferQueue::m_ShowProgress()
 {
-    if (m_ShowsProgress) {
+    if (m_Report.ShowsProgress()) {
         const Progress progress = m_Progress();
         m_Rate.Add(std::chrono::steady_clock::now(), progress.received);
         m_Console.ShowProgress(ProgressLine(progress, m_Rate.BytesPerSecond(), Console::Room()));

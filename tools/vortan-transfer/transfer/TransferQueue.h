@@ -44,7 +44,6 @@ private:
 
     const Arguments m_Arguments;
     const std::shared_ptr<Mailbox> m_Mailbox;
-    const bool m_ShowsProgress;
     Console m_Console;
     Report m_Report;
     Trace m_Trace;
