@@ -576,14 +576,20 @@ void Transfer::OnConnected()
     }
 }
 
-void Transfer::OnMoved()
+// The last bytes before a pause are reported, too.
+std::optional<Milliseconds> Transfer::OnMoved()
 {
     constexpr Milliseconds interval(100);
-    const auto now = SteadyClock::now();
-    if (m_Options.observer && now - m_ReportedAt >= interval) {
-        m_ReportedAt = now;
-        m_Report(TransferEvent::Kind::Progress);
+    if (!m_Options.observer) {
+        return std::nullopt;
     }
+    const auto now = SteadyClock::now();
+    if (now - m_ReportedAt < interval) {
+        return std::chrono::ceil<Milliseconds>(interval - (now - m_ReportedAt));
+    }
+    m_ReportedAt = now;
+    m_Report(TransferEvent::Kind::Progress);
+    return std::nullopt;
 }
 
 void Transfer::m_ReportHeader(const HeaderCollector& header)

@@ -79,7 +79,7 @@ private:
     bool OnHeader(const HeaderCollector& header) override;
     bool OnBody(const char* data, std::size_t length) override;
     void OnConnected() override;
-    void OnMoved() override;
+    std::optional<Milliseconds> OnMoved() override;
     bool m_OnRedirect(const HeaderCollector& header);
     bool m_OnFailureStatus(const HeaderCollector& header);
     bool m_OnContinuation(const HeaderCollector& header);

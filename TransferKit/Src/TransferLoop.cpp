@@ -59,8 +59,10 @@ TransferLoop::End TransferLoop::m_Drive()
             return End::TooLate;
         }
         constexpr Milliseconds longest = std::chrono::hours(1);
+        const Milliseconds untilCall =
+            m_CallAt ? std::chrono::ceil<Milliseconds>(std::max(*m_CallAt, now) - now) : longest;
         curl_multi_poll(m_Handle.Multi(), nullptr, 0,
-                        static_cast<int>(std::min(left, longest).count()), nullptr);
+                        static_cast<int>(std::min({left, untilCall, longest}).count()), nullptr);
     }
     return End::Stopped;
 }
@@ -96,11 +98,16 @@ void TransferLoop::m_Observe()
     const curl_off_t moved =
         GetOffset<CURLINFO_SIZE_DOWNLOAD_T>(easy) + GetOffset<CURLINFO_SIZE_UPLOAD_T>(easy) +
         GetLong<CURLINFO_HEADER_SIZE>(easy) + GetLong<CURLINFO_REQUEST_SIZE>(easy);
-    if (moved != m_Moved) {
-        m_Moved = moved;
-        m_Watcher.OnMoved();
-        m_MovedAt = std::chrono::steady_clock::now();  // the watcher's time does not count
+    const Time now = std::chrono::steady_clock::now();
+    const bool hasMoved = moved != m_Moved;
+    if (!hasMoved && (!m_CallAt || now < *m_CallAt)) {
+        return;
     }
+    m_Moved = moved;
+    const std::optional<Milliseconds> wait = m_Watcher.OnMoved();
+    const Time after = std::chrono::steady_clock::now();
+    m_CallAt = wait ? std::optional<Time>(after + *wait) : std::nullopt;
+    m_MovedAt = hasMoved ? after : m_MovedAt + (after - now);  // the watcher's time does not count
 }
 
 Milliseconds TransferLoop::m_Left(Time now) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 
 #include "HandlePool.h"
 #include "PolicyData.h"
@@ -28,7 +29,8 @@ public:
     public:
         virtual ~Watcher();
         virtual void OnConnected() = 0;
-        virtual void OnMoved() = 0;
+        // Returns when to call it again although nothing has moved; nothing if not.
+        virtual std::optional<std::chrono::milliseconds> OnMoved() = 0;
     };
 
     // deadline: when the whole transfer must be over.
@@ -59,6 +61,7 @@ private:
     bool m_IsConnected = false;
     Time m_ConnectedAt;
     Time m_MovedAt;
+    std::optional<Time> m_CallAt;  // the watcher, at the latest
     curl_off_t m_Moved = 0;
 };
 

@@ -95,6 +95,19 @@ TEST_F(KitObserver, LearnsWhetherAConnectionIsKept)
     }
 }
 
+TEST_F(KitObserver, LearnsOfTheLastBytesBeforeAPause)
+{
+    ScriptedServer server({{"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123", Then::Stall}});
+    KIT::HttpSession own(LocalPolicy().SetAttempts(1).SetSilence(std::chrono::milliseconds(500)));
+    const Course course = Watch(own, Request(server.Url()));
+    EXPECT_EQ(course.Category(), Category::TimedOut);
+    std::uint64_t delivered = 0;
+    for (const auto& event : course.observer->events) {
+        delivered = event.kind == Kind::Progress ? event.delivered : delivered;
+    }
+    EXPECT_EQ(delivered, 4U);
+}
+
 TEST_F(KitObserver, LearnsWhereRedirectsLead)
 {
     ScriptedServer server({{HttpResponse("HTTP/1.1 302 Found", "", {"Location: /b?c=d"})},
