@@ -33,6 +33,12 @@ bool IsOwn(const struct stat& status)
     return S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
 }
 
+std::optional<struct stat> StatusOf(const std::string& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? std::optional<struct stat>(status) : std::nullopt;
+}
+
 bool IsSameFile(const struct stat& one, const std::optional<struct stat>& other)
 {
     return other && one.st_dev == other->st_dev && one.st_ino == other->st_ino;
@@ -47,6 +53,7 @@ PartFile::~PartFile()
 
 bool PartFile::Open()
 {
+    m_Replaced = StatusOf(m_Target.path);
     Step step = Step::Again;
     while (step == Step::Again) {
         step = m_TryToOpen();
@@ -279,14 +286,16 @@ bool PartFile::Commit()
     return (m_WriteRecord() && m_TakeName()) || m_FailWithErrno();
 }
 
-// Gives the part the permissions, and as far as allowed the owner, of the file that it replaces.
+// Gives the part the permissions, and as far as allowed the owner, of the file that it replaces, as
+// it is or, if it is gone meanwhile, was.
 // The permissions come last: a new owner must not get those of the old one's group.
 void PartFile::m_LikeTarget()
 {
-    struct stat target = {};
-    if (stat(m_Target.path.c_str(), &target) != 0) {
+    const std::optional<struct stat> current = StatusOf(m_Target.path);
+    if (!current && !m_Replaced) {
         return;
     }
+    const struct stat& target = current ? *current : *m_Replaced;
     constexpr mode_t group = 0070;
     const int part = m_Part.Number();
     const bool isOfGroup = fchown(part, target.st_uid, target.st_gid) == 0 ||

@@ -106,7 +106,8 @@ private:
     const FileTarget& m_Target;
     Descriptor m_Part;
     Descriptor m_Record;
-    struct stat m_Status = {};  // of the part
+    struct stat m_Status = {};              // of the part
+    std::optional<struct stat> m_Replaced;  // the file that it replaces, when it was opened
     Version m_Version;
     std::optional<Sha256> m_Hash;  // if there is one to compare it with
     std::uint64_t m_Length = 0;

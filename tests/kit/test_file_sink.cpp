@@ -463,6 +463,20 @@ TEST_F(KitFile, SurvivesEachFailureOfTheSystem)
     }
 }
 
+TEST_F(KitFile, HasThePermissionsOfAFileThatWasRemovedMeanwhile)
+{
+    folder.FileWith({Old.begin(), Old.end()});
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    ScriptedServer server([&](const ScriptedServer::Request&) {
+        std::filesystem::remove(path);
+        return Answer{WholeOrRest({body}, "", "")};
+    });
+    EXPECT_EQ(Get(server).category, Category::Success);
+    struct stat status = {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0640U);
+}
+
 TEST_F(KitFile, IsNeverEncoded)
 {
     ScriptedServer server(
