@@ -56,10 +56,12 @@ private:
 class [[gnu::visibility("default")]] HttpSession
 {
 public:
-    /// Reads the certificate authorities. The first session of the process initialises libcurl.
+    /// Reads the certificate authorities that the policy names. libcurl's own are read when the
+    /// first https connection needs them, and a failure is then that of the transfer. The first
+    /// session of the process initialises libcurl.
     ///
     /// Throws std::invalid_argument, with one sentence, if the policy contradicts itself;
-    /// std::runtime_error if the authorities cannot be read; std::bad_alloc.
+    /// std::runtime_error if the named authorities cannot be read; std::bad_alloc.
     explicit HttpSession(TransferPolicy policy);
     HttpSession(const HttpSession&) = delete;
     HttpSession& operator=(const HttpSession&) = delete;

@@ -87,7 +87,7 @@ public:
     TransferPolicy& SetContinuation(bool allowed);
 
     /// PEM file with the certificate authorities to trust. Without a file and a folder these are
-    /// the ones that libcurl was built to trust. Read once, by HttpSession's constructor.
+    /// the ones that libcurl was built to trust. Read once.
     TransferPolicy& SetAuthorityFile(std::string path);
     /// Folder of such files, under the names that "openssl rehash" gives them. Each is read when it
     /// is first needed.

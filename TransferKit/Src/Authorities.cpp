@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "Curl.h"
 
@@ -74,45 +75,72 @@ Authorities::Authorities(const Policy& policy)
         throw std::runtime_error("The folder of certificate authorities does not exist: " +
                                  m_Folder);
     }
-    if (CurlUsesThisOpenSsl()) {
+    m_AreShared = CurlUsesThisOpenSsl();
+    const bool isNamed = !policy.authorityFile.empty() || !policy.authorityFolder.empty();
+    if (m_AreShared && isNamed) {
+        m_WasTried = true;
         m_Load();
+    } else if (m_AreShared) {
+        return;
     } else if (policy.authorityFolder.empty() && !m_File.empty()) {
         m_Folder.clear();  // libcurl's own choice; not every TLS library knows folders
     }
 }
 
-void Authorities::m_Load()
+bool Authorities::AreLoaded() const
 {
-    m_Store.reset(X509_STORE_new());
-    if (!m_Store) {
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return m_Store != nullptr;
+}
+
+// Null if libcurl has to load them. If libcurl's own cannot be loaded here, it will say why.
+X509_STORE* Authorities::m_StoreIfUsable() const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_AreShared && !m_WasTried) {
+        try {
+            m_Load();
+        } catch (const std::runtime_error&) {
+        }
+        m_WasTried = true;
+    }
+    return m_Store.get();
+}
+
+void Authorities::m_Load() const
+{
+    std::unique_ptr<X509_STORE, StoreDeleter> store(X509_STORE_new());
+    if (!store) {
         throw std::bad_alloc();
     }
     // As libcurl does: an intermediate certificate that is trusted ends a chain.
-    X509_STORE_set_flags(m_Store.get(), X509_V_FLAG_TRUSTED_FIRST | X509_V_FLAG_PARTIAL_CHAIN);
-    const bool hasFile = m_File.empty() || X509_STORE_load_file(m_Store.get(), m_File.c_str()) == 1;
+    X509_STORE_set_flags(store.get(), X509_V_FLAG_TRUSTED_FIRST | X509_V_FLAG_PARTIAL_CHAIN);
+    const bool hasFile = m_File.empty() || X509_STORE_load_file(store.get(), m_File.c_str()) == 1;
     const bool hasFolder =
-        m_Folder.empty() || X509_STORE_load_path(m_Store.get(), m_Folder.c_str()) == 1;
-    DecodeExtensions(m_Store.get());
+        m_Folder.empty() || X509_STORE_load_path(store.get(), m_Folder.c_str()) == 1;
+    DecodeExtensions(store.get());
     ERR_clear_error();
     if (!hasFile || !hasFolder) {
         throw std::runtime_error("The certificate authorities cannot be read: " +
                                  (hasFile ? m_Folder : m_File));
     }
+    m_Store = std::move(store);
 }
 
 void Authorities::ApplyTo(PooledHandle& handle) const
 {
     CURL* const easy = handle.Easy();
-    const bool hasFile = !m_Store && !m_File.empty();
+    X509_STORE* const store = m_StoreIfUsable();
+    const bool hasFile = !store && !m_File.empty();
     SetOption<CURLOPT_CAINFO>(easy, hasFile ? m_File.c_str() : nullptr);
-    if (!m_Store && !m_Folder.empty()) {
+    if (!store && !m_Folder.empty()) {
         SetOption<CURLOPT_CAPATH>(easy, m_Folder.c_str());
     } else {
         // A TLS library that knows no folders refuses even to have none.
         curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
     }
-    if (m_Store) {
-        handle.Tls().SetStore(m_Store.get());
+    if (store) {
+        handle.Tls().SetStore(store);
         SetOption<CURLOPT_SSL_CTX_FUNCTION>(easy, &s_SetUpContext);
         SetOption<CURLOPT_SSL_CTX_DATA>(easy, static_cast<void*>(&handle.Tls()));
     }

@@ -10,6 +10,7 @@
 #include "KitClient.h"
 #include "ScopedVariable.h"
 #include "ServerTest.h"
+#include "SessionCore.h"
 
 using namespace VORTAN_MW;  // NOLINT(google-build-using-namespace)
 using KIT::Category;
@@ -146,6 +147,20 @@ TEST_F(KitTls, KeepsConnectionsAndReadsTheAuthoritiesOnce)
     EXPECT_TRUE(Fetch(session, Request(TheServer().Url("/method"))).success);
     EXPECT_TRUE(::Watch(session, Request(TlsUrl())).observer->events.back().isKept);
     std::filesystem::rename(File("ca.away"), File("ca.pem"));
+}
+
+TEST_F(KitTls, ReadsTheSystemsAuthoritiesOnlyWhenAConnectionNeedsThem)
+{
+    KIT::HttpSession session(LocalPolicy().SetSchemes({"http", "https"}));
+    const auto areLoaded = [&session] {
+        return KIT::SessionAccess::Core(session)->authorities.AreLoaded();
+    };
+    EXPECT_TRUE(Fetch(session, Request(TheServer().Url("/method"))).success);
+    EXPECT_FALSE(areLoaded());
+    EXPECT_FALSE(Fetch(session, Request(TlsUrl())).success);
+    EXPECT_TRUE(areLoaded());
+    KIT::HttpSession named(Trusting());
+    EXPECT_TRUE(KIT::SessionAccess::Core(named)->authorities.AreLoaded());
 }
 
 TEST_F(KitTls, SharesTheAuthoritiesAmongConcurrentTransfers)
