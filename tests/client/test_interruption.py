@@ -1,20 +1,25 @@
-"""Ctrl-C and the like leave no partial file behind."""
+"""Ctrl-C and the like end transfers, and leave no part behind that nobody could go on with."""
 
+import json
 import signal
 import subprocess
+import time
 
 from client_support import (
     BODY,
     ClientTest,
+    EMULATED,
     Gate,
     INTERRUPTED,
+    SANITIZED,
     TIMEOUT,
     main,
 )
 
 
 class Interruption(ClientTest):
-    NOTICE = "interrupted, waiting for the running transfers to end"
+    NOTICE = "interrupted; again to stop at once"
+    SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
     def setUp(self):
         super().setUp()
@@ -28,34 +33,48 @@ class Interruption(ClientTest):
         self.gate.wait_until_reached()
         return client
 
-    def assert_interrupted(self, result):
-        self.assert_failed(result, INTERRUPTED, self.NOTICE)
+    def assert_interrupted(self, result, number=signal.SIGINT):
+        notice = self.NOTICE if number == signal.SIGINT else "interrupted"
+        self.assert_failed(result, INTERRUPTED, notice)
 
-    def test_a_signal_cancels_and_leaves_an_existing_file_untouched(self):
+    def test_a_signal_ends_transfers_and_leaves_an_existing_file_untouched(self):
         self.write("out", b"before")
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        for number in self.SIGNALS:
             for mode in ("--segmented", "--plain"):
-                self.gate = Gate(BODY, 1000)
-                self.server.answers["/a"] = self.gate
                 client = self.start_and_reach_the_middle(mode, "-o", "out")
                 client.interrupt(number)
-                client.wait_for_line_with(self.NOTICE)
-                self.gate.open()
-                self.assert_interrupted(client.finish())
+                self.assert_interrupted(client.finish(), number)
                 self.assertEqual(self.read("out"), b"before")
                 self.assert_files("out")
 
     def test_a_signal_leaves_no_file_where_there_was_none(self):
         client = self.start_and_reach_the_middle("-o", "out")
         client.interrupt()
-        client.wait_for_line_with(self.NOTICE)
-        self.gate.open()
         self.assert_interrupted(client.finish())
         self.assert_files()
 
+    def test_a_part_that_can_be_continued_stays_and_is_named(self):
+        headers = [("Content-Length", len(BODY)), ("ETag", '"a"')]
+        self.gate = Gate(BODY, 1000, headers)
+        self.server.answers["/a"] = self.gate
+        self.addCleanup(self.gate.open)
+        for number in self.SIGNALS:
+            # The bytes have arrived when the progress has told of them.
+            client = self.start_and_reach_the_middle("-o", "out", "--trace", "/dev/stderr")
+            client.wait_for_line_with("first-body")
+            client.interrupt(number)
+            result = client.finish()
+            self.assertEqual(result.status, INTERRUPTED)
+            self.assertIn("--continue goes on with 'out.part'\n", result.errors)
+            self.assert_files("out.part", "out.part.meta")
+        self.gate.open()
+        self.assert_succeeded(self.run_client(self.url, "-o", "out"))
+        self.assertEqual(self.read("out"), BODY)
+        self.assert_files("out")
+
     def test_a_second_signal_does_not_wait_for_a_silent_server(self):
         self.write("out", b"before")
-        client = self.start_and_reach_the_middle("-o", "out")
+        client = self.start_and_reach_the_middle("-o", "out", "--handler", "curl")
         client.interrupt()
         client.wait_for_line_with(self.NOTICE)
         client.interrupt()
@@ -63,14 +82,40 @@ class Interruption(ClientTest):
         self.assertEqual(self.read("out"), b"before")
         self.assert_files("out")
 
+    def test_a_first_signal_waits_for_a_handler_that_cannot_be_stopped(self):
+        client = self.start_and_reach_the_middle("-o", "out", "--handler", "curl")
+        client.interrupt()
+        client.wait_for_line_with(self.NOTICE)
+        self.gate.open()
+        self.assert_interrupted(client.finish())
+        self.assert_files()
+
+    def test_a_signal_to_terminate_waits_for_no_handler(self):
+        self.write("out", b"before")
+        for number in (signal.SIGTERM, signal.SIGHUP):
+            for handler in ("curl", "vendor", "session"):
+                client = self.start_and_reach_the_middle(
+                    "-o", "out", "--handler", handler, "--json"
+                )
+                begin = time.monotonic()
+                client.interrupt(number)
+                result = client.finish()
+                if not (EMULATED or SANITIZED):
+                    self.assertLess(time.monotonic() - begin, 1)
+                self.assert_interrupted(result, number)
+                self.assertEqual(json.loads(result.output)["result"], "interrupted")
+                self.assertEqual(self.read("out"), b"before")
+                self.assert_files("out")
+
     def test_a_signal_ends_the_waiting_for_a_delay(self):
         self.gate.open()
         for delay in (("--fixed-delay", "9223372036854775807"), ("--random-delay", "3600:4294967")):
-            client = self.start(self.url, "-v", *delay, "-o", "out")
-            client.wait_for_line_with("Start sleeping for: ")
+            client = self.start(self.url, *delay, "-o", "out", "--trace", "/dev/stderr")
+            client.wait_for_line_with("started")
             client.interrupt()
             self.assertEqual(client.finish().status, INTERRUPTED)
             self.assert_files()
+        self.assertTrue(self.server.requests.empty())
 
     def test_a_signal_keeps_waiting_sources_from_starting(self):
         urls = []
@@ -82,20 +127,16 @@ class Interruption(ClientTest):
         for _ in range(4):
             self.gate.wait_until_reached()
         client.interrupt()
-        client.wait_for_line_with(self.NOTICE)
-        self.gate.open()
         self.assert_interrupted(client.finish())
         self.assertEqual(self.server.requests.qsize(), 4)
         self.assert_files()
 
     def test_what_was_complete_before_the_signal_stays(self):
         self.serve("/done")
-        client = self.start("-O", "-v", self.server.url("/done"), self.url)
+        client = self.start("-O", self.server.url("/done"), self.url, "--trace", "/dev/stderr")
         self.gate.wait_until_reached()
-        client.wait_for_line_with("Detaching thread id: ")
+        client.wait_for_line_with("complete")
         client.interrupt()
-        client.wait_for_line_with(self.NOTICE)
-        self.gate.open()
         self.assertEqual(client.finish().status, INTERRUPTED)
         self.assertEqual(self.read("done"), BODY)
         self.assert_files("done")

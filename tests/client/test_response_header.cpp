@@ -111,3 +111,11 @@ TEST(ResponseHeader, StaysWholeWithTrailers)
 {
     EXPECT_TRUE(IsWhole(Ok + "\r\nX-Trailer: a\r\n"));
 }
+
+TEST(ResponseHeader, HasTheFieldsOfTheLastResponse)
+{
+    ResponseHeader read;
+    read.Add("HTTP/1.1 302 Found\r\nETag: \"a\"\r\nX: 1\r\n\r\n" + Ok + "eTAG:  \"b\" \r\n\r\n");
+    EXPECT_EQ(read.Field("etag"), "\"b\"");
+    EXPECT_EQ(read.Field("x"), std::nullopt);
+}

@@ -53,14 +53,22 @@ class Sending(ClientTest):
         self.assert_received("POST", b"data")
 
     def test_an_interim_response_is_not_taken_for_the_answer(self):
-        result = self.run_client("-d", "data", self.url, "-o", "out")
+        expect = ("-H", "Expect: 100-continue")
+        result = self.run_client("-d", "data", *expect, self.url, "-o", "out")
         self.assert_succeeded(result)
         self.assertEqual(self.server.requests.get().headers["Expect"], "100-continue")
         self.assertEqual(self.read("out"), b"thanks")
 
-    def test_an_empty_header_takes_one_away(self):
-        self.assert_succeeded(self.run_client("-d", "data", "-H", "Expect:", self.url))
+    def test_no_consent_is_waited_for(self):
+        self.assert_succeeded(self.run_client("-d", "data", self.url))
         self.assertIsNone(self.server.requests.get().headers["Expect"])
+
+    def test_an_empty_header_is_sent_by_the_session_and_takes_one_away_from_the_curl_handler(self):
+        for handler, sent in (("session", ""), ("curl", None)):
+            self.assert_succeeded(
+                self.run_client("-d", "data", "-H", "User-Agent:", self.url, "--handler", handler)
+            )
+            self.assertEqual(self.server.requests.get().headers["User-Agent"], sent)
 
     def test_a_data_file_that_is_missing_sends_nothing(self):
         self.assert_failed(

@@ -1,4 +1,5 @@
-"""How a file comes about in the system's eyes, and what becomes of it when a call fails.
+"""How a trace comes about in the system's eyes, and what becomes of it when a call fails. Files that
+bodies go to are the kit's.
 
 The program has a watch on its calls: WatchedCalls.cpp."""
 
@@ -14,12 +15,16 @@ from client_support import (
 )
 
 
+def trace_to(name):
+    return ("-o", "/dev/null", "--trace", name)
+
+
 class SystemCalls(ClientTest):
-    OLD, NEW = b"before", b"contents"
+    OLD, NEW = b"before", b'"event":"complete"'
 
     def setUp(self):
         super().setUp()
-        self.write("source", self.NEW)
+        self.write("source", b"contents")
         os.mkdir(self.path("folder"))
 
     def run_watched(self, *arguments, faults=(), **options):
@@ -39,18 +44,18 @@ class SystemCalls(ClientTest):
 
     def assert_written(self, *faults):
         self.write_old()
-        self.assert_succeeded(self.run_watched("-o", "folder/out", faults=faults))
-        self.assertEqual(self.read("folder/out"), self.NEW)
+        self.assert_succeeded(self.run_watched(*trace_to("folder/out"), faults=faults))
+        self.assertIn(self.NEW, self.read("folder/out"))
         self.assertEqual(os.listdir(self.path("folder")), ["out"])
 
     def assert_fails(self, fault, contents):
         self.write_old()
         self.assert_failed(
-            self.run_watched("-o", "folder/out", faults=[fault]),
+            self.run_watched(*trace_to("folder/out"), faults=[fault]),
             CANNOT_WRITE,
-            "source: cannot write 'folder/out': " + os.strerror(fault[1]),
+            "cannot write 'folder/out': " + os.strerror(fault[1]),
         )
-        self.assertEqual(self.read("folder/out"), contents)
+        self.assertIn(contents, self.read("folder/out"))
         self.assertEqual(os.listdir(self.path("folder")), ["out"])
 
 
@@ -59,7 +64,7 @@ class Order(SystemCalls):
     END = ["fsync part", "close part", "rename", "fsync folder", "close folder"]
 
     def test_bytes_and_name_reach_the_disk_before_success_is_told(self):
-        self.assert_succeeded(self.run_watched("-o", "folder/out"))
+        self.assert_succeeded(self.run_watched(*trace_to("folder/out")))
         self.assertEqual(self.calls(), [*self.BEGIN, *self.END])
 
     def test_a_file_is_given_away_only_when_it_is_whole(self):
@@ -67,14 +72,12 @@ class Order(SystemCalls):
         self.assertEqual(self.calls(), [*self.BEGIN, "fchown part", "fchmod part", *self.END])
 
     def test_a_file_in_the_current_folder_is_no_exception(self):
-        self.assert_succeeded(self.run_watched("-o", "out"))
+        self.assert_succeeded(self.run_watched(*trace_to("out")))
         self.assertEqual(self.calls(), [*self.BEGIN, *self.END])
 
-    def test_a_trace_reaches_the_disk_too(self):
-        for option in ("--trace", "--trace-plot"):
-            self.assert_succeeded(self.run_watched("-o", "/dev/null", option, "folder/out"))
-            self.assertEqual(self.calls(), [*self.BEGIN, *self.END])
-            os.remove(self.path("folder/out"))
+    def test_the_picture_of_a_trace_reaches_the_disk_too(self):
+        self.assert_succeeded(self.run_watched("-o", "/dev/null", "--trace-plot", "folder/out"))
+        self.assertEqual(self.calls(), [*self.BEGIN, *self.END])
 
 
 class Faults(SystemCalls):
@@ -119,7 +122,7 @@ class Faults(SystemCalls):
         url = self.serve("/a", b"")
         changes = {"WATCHED_FAULTS": "read=%d" % errno.EINTR}
         self.assert_succeeded(self.run_client(url, "-d", "@source", env=environment(**changes)))
-        self.assertEqual(self.server.requests.get().body, self.NEW)
+        self.assertEqual(self.server.requests.get().body, b"contents")
 
     def test_a_stream_whose_bytes_are_lost_in_the_end_is_told(self):
         with open(self.path("stream.part"), "wb") as stream:
@@ -133,23 +136,23 @@ class Faults(SystemCalls):
         self.assertEqual(self.calls().count("rename"), 1)
         self.write_old()
         locked_by_others = ("flock:part", errno.EWOULDBLOCK)
-        self.assert_succeeded(self.run_watched("-o", "folder/out", faults=[locked_by_others]))
-        self.assertEqual(self.read("folder/out"), self.NEW)
+        self.assert_succeeded(self.run_watched(*trace_to("folder/out"), faults=[locked_by_others]))
+        self.assertIn(self.NEW, self.read("folder/out"))
         # They hold its lock and are about to remove it.
         self.assertEqual(len(os.listdir(self.path("folder"))), 2)
 
     def test_a_file_system_without_locks_is_written_to(self):
         for error in (errno.ENOLCK, errno.ENOTSUP):
             self.assert_succeeded(
-                self.run_watched("-o", "folder/out", faults=[("flock:part", error)])
+                self.run_watched(*trace_to("folder/out"), faults=[("flock:part", error)])
             )
             self.assertEqual(os.listdir(self.path("folder")), ["out"])
             self.assertIn("rename without a lock", self.calls())
 
     def test_a_file_that_others_make_is_left_to_them(self):
         self.write_old()
-        self.assert_succeeded(self.run_watched("-o", "folder/out", faults=["others-made"]))
-        self.assertEqual(self.read("folder/out"), self.NEW)
+        self.assert_succeeded(self.run_watched(*trace_to("folder/out"), faults=["others-made"]))
+        self.assertIn(self.NEW, self.read("folder/out"))
         (others,) = (name for name in os.listdir(self.path("folder")) if name != "out")
         self.assertEqual(self.read("folder/" + others), b"theirs")
 

@@ -8,7 +8,7 @@ from client_support import (
     BODY,
     CANNOT_WRITE,
     ClientTest,
-    TRANSFER_FAILED,
+    STATUS_IS_ERROR,
     WRONG_ARGUMENTS,
     main,
 )
@@ -31,7 +31,7 @@ class TracePlot(ClientTest):
     def test_has_a_bar_for_each_source(self):
         urls = [self.serve("/%d" % index) for index in range(5)] + [self.server.url("/missing")]
         result = self.run_client("-q", "-O", *urls, "--trace-plot", "plot")
-        self.assertEqual(result.status, TRANSFER_FAILED)
+        self.assertEqual(result.status, STATUS_IS_ERROR)
         groups = list(self.plot().iter(SVG + "g"))
         self.assertEqual(len(groups), len(urls))
         for group, url in zip(groups, urls):

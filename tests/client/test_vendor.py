@@ -4,6 +4,7 @@ import client_support
 from client_support import (
     BODY,
     ClientTest,
+    STATUS_IS_ERROR,
     TRANSFER_FAILED,
     WRONG_ARGUMENTS,
     environment,
@@ -39,7 +40,7 @@ class Vendor(ClientTest):
     def test_a_status_that_tells_of_an_error_fails_and_leaves_no_file(self):
         url = self.server.url("/none")
         self.assert_failed(
-            self.run_vendor(url, "-o", "a"), TRANSFER_FAILED, url + ": HTTP status 404"
+            self.run_vendor(url, "-o", "a"), STATUS_IS_ERROR, url + ": HTTP status 404"
         )
         self.assert_files()
 

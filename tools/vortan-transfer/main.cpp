@@ -11,17 +11,17 @@
 
 #include "base/Console.h"
 #include "base/ExitStatus.h"
+#include "base/Leftovers.h"
 #include "base/LibraryLog.h"
 #include "base/Output.h"
 #include "base/Palette.h"
 #include "base/Signals.h"
-#include "base/TemporaryFile.h"
 #include "base/Text.h"
 #include "base/UsageError.h"
 #include "options/Arguments.h"
 #include "trace/Trace.h"
+#include "transfer/JobRunner.h"
 #include "transfer/Mailbox.h"
-#include "transfer/TransferQueue.h"
 
 using namespace VORTAN_TRANSFER;
 
@@ -61,7 +61,7 @@ try {
 // The library ends the program when a worker is left by an exception, for want of memory above all.
 [[noreturn]] void EndWithoutPartialFiles()
 {
-    TemporaryFile::RemoveAllForGood();
+    RemoveTemporaryForGood();
     Console().Line("unexpected failure: " + Printable(CurrentExceptionText()));
     _exit(TransferFailed);
 }
@@ -98,9 +98,12 @@ ExitStatus RunTransfers(Arguments arguments, Signals& signals, Trace::Clock::tim
 {
     SetUpLog(arguments);
     const auto mailbox = std::make_shared<Mailbox>();
-    TransferQueue queue(std::move(arguments), mailbox, start);
-    signals.OnFirst([mailbox] { mailbox->Post({Event::Kind::Interrupted, 0, {}}); });
-    return queue.Run();
+    JobRunner runner(std::move(arguments), mailbox, start);
+    signals.OnFirst([mailbox](Signals::Wish wish) {
+        const bool isUrgent = wish == Signals::Wish::Terminate;
+        mailbox->Post({isUrgent ? Event::Kind::Terminated : Event::Kind::Interrupted, 0, {}});
+    });
+    return runner.Run();
 }
 
 }  // namespace
@@ -117,6 +120,7 @@ int main(int argc, char** argv)
         if (const auto* const information = std::get_if<Information>(&parsed)) {
             return Print(*information);
         }
+        HidePasswords(std::get<Arguments>(parsed), argc, argv);
         return RunTransfers(std::get<Arguments>(parsed), signals, start);
     } catch (const UsageError& error) {
         Console().Line(std::string(error.what()) + " (--help tells more)");

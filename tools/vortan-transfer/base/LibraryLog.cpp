@@ -118,11 +118,6 @@ std::string LastLibraryError()
     return s_LastError;
 }
 
-void ForgetLibraryError()
-{
-    s_LastError.clear();
-}
-
 }  // namespace VORTAN_TRANSFER
 
 // The name is the platform log's: the library's calls come here instead.

@@ -21,6 +21,5 @@ void ShowInLog(const std::string& url, const std::string& shown);
 
 // The last error that the library logged on the calling thread; empty if there was none.
 std::string LastLibraryError();
-void ForgetLibraryError();
 
 }  // namespace VORTAN_TRANSFER

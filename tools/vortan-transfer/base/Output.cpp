@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 
 namespace VORTAN_TRANSFER {
@@ -48,7 +49,46 @@ void RefuseReadOnly(const std::string& target)
     }
 }
 
+std::string NameOf(const std::string& target, const Place& place)
+{
+    return place.descriptor == STDOUT_FILENO ? "standard output" : Quoted(target);
+}
+
+// Calls action, and reports what fails of it with the name of the output.
+template <typename Action>
+void Reporting(const std::string& name, Action action)
+{
+    try {
+        action();
+    } catch (const std::system_error& error) {
+        throw OutputError("cannot write " + name + ": " + ErrorText(error.code().value()));
+    }
+}
+
+void RequireFolderOf(const std::filesystem::path& path)
+{
+    const std::filesystem::path folder = path.parent_path();
+    struct stat status = {};
+    if (!folder.empty() && stat(folder.c_str(), &status) != 0) {
+        ThrowErrno();
+    }
+}
+
 }  // namespace
+
+std::optional<std::string> Output::FileBehind(const std::string& target)
+{
+    const Place place = FindPlace(target);
+    bool isFile = false;
+    Reporting(NameOf(target, place), [&] {
+        isFile = !place.descriptor && !IsStream(target);
+        if (isFile) {
+            RefuseReadOnly(target);
+            RequireFolderOf(place.path);
+        }
+    });
+    return isFile ? std::optional(place.path) : std::nullopt;
+}
 
 bool Output::IsStandardOutput(const std::string& target)
 {
@@ -57,8 +97,7 @@ bool Output::IsStandardOutput(const std::string& target)
 
 Output::Output(const std::string& target) : Output(target, FindPlace(target)) {}
 
-Output::Output(const std::string& target, const Place& place)
-    : m_Name(place.descriptor == STDOUT_FILENO ? "standard output" : Quoted(target))
+Output::Output(const std::string& target, const Place& place) : m_Name(NameOf(target, place))
 {
     m_Do([&] {
         if (place.descriptor) {
@@ -128,11 +167,7 @@ void Output::m_WriteText(const std::string& text)
 template <typename Action>
 void Output::m_Do(Action action)
 {
-    try {
-        action();
-    } catch (const std::system_error& error) {
-        throw OutputError("cannot write " + m_Name + ": " + ErrorText(error.code().value()));
-    }
+    Reporting(m_Name, action);
 }
 
 }  // namespace VORTAN_TRANSFER

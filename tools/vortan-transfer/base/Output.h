@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -33,6 +34,11 @@ public:
     static constexpr const char* StandardOutput = "-";
 
     static bool IsStandardOutput(const std::string& target);
+
+    // The path, behind all symbolic links, of the regular file that the target names or would make;
+    // nothing if the target is a stream. Throws OutputError if it is a folder, is in none, or is a
+    // file that must not be written to.
+    static std::optional<std::string> FileBehind(const std::string& target);
 
     // Blocks when the target is a named pipe that nobody reads yet.
     explicit Output(const std::string& target);

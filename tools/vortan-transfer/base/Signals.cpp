@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "base/ExitStatus.h"
-#include "base/TemporaryFile.h"
+#include "base/Leftovers.h"
 
 namespace VORTAN_TRANSFER {
 
@@ -35,6 +35,12 @@ sigset_t SignalsToReceive()
         }
     }
     return signals;
+}
+
+[[noreturn]] void EndAtOnce()
+{
+    RemoveTemporaryForGood();
+    _exit(Interrupted);
 }
 
 FileDescriptor Checked(int descriptor)
@@ -63,7 +69,7 @@ Signals::~Signals()
     m_Thread.join();
 }
 
-void Signals::OnFirst(std::function<void()> action)
+void Signals::OnFirst(std::function<void(Wish)> action)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_Action = std::move(action);
@@ -73,30 +79,36 @@ void Signals::m_Listen()
 {
     pollfd waited[] = {{m_Arrivals.Get(), POLLIN, 0}, {m_Stop.Get(), POLLIN, 0}};
     for (;;) {
-        if (poll(waited, 2, -1) < 0) {
+        const int ready = poll(waited, 2, m_Patience);
+        if (ready < 0) {
             continue;
+        }
+        if (ready == 0) {
+            EndAtOnce();
         }
         if (waited[1].revents != 0) {
             return;
         }
         signalfd_siginfo signal = {};
         ReadSome(m_Arrivals.Get(), &signal, sizeof signal);
-        m_Take();
+        m_Take(signal.ssi_signo == SIGINT ? Wish::Interrupt : Wish::Terminate);
     }
 }
 
-void Signals::m_Take()
+void Signals::m_Take(Wish wish)
 {
-    std::function<void()> action;
+    std::function<void(Wish)> action;
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         action = std::exchange(m_Action, nullptr);
     }
     if (!action) {
-        TemporaryFile::RemoveAllForGood();
-        _exit(Interrupted);
+        EndAtOnce();
     }
-    action();
+    if (wish == Wish::Terminate) {
+        m_Patience = 950;  // less than a second: whoever sent the signal may kill the program then
+    }
+    action(wish);
 }
 
 }  // namespace VORTAN_TRANSFER

@@ -20,16 +20,23 @@ public:
     Signals& operator=(const Signals&) = delete;
     ~Signals();
 
-    // The first signal calls this. A second one removes all temporary files and ends the program at
-    // once.
-    void OnFirst(std::function<void()> action);
+    enum class Wish
+    {
+        Interrupt,  // SIGINT: a person waits, and may ask again
+        Terminate,  // the others: the program is to end soon
+    };
+
+    // The first signal calls this. A second one ends the program at once, and so does the end of
+    // the time that a program has when it is to terminate. What is temporary is removed first.
+    void OnFirst(std::function<void(Wish)> action);
 
 private:
     void m_Listen();
-    void m_Take();
+    void m_Take(Wish wish);
 
     std::mutex m_Mutex;
-    std::function<void()> m_Action;  // guarded by m_Mutex
+    std::function<void(Wish)> m_Action;  // guarded by m_Mutex
+    int m_Patience = -1;                 // milliseconds for poll(); the listener's
     FileDescriptor m_Arrivals;
     FileDescriptor m_Stop;
     std::thread m_Thread;

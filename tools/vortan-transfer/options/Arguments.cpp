@@ -1,44 +1,51 @@
 #include "options/Arguments.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <limits>
+#include <cstring>
 #include <optional>
 #include <string_view>
+#include <utility>
 
-#include "base/FileDescriptor.h"
-#include "base/Output.h"
+#include "base/Password.h"
 #include "base/Text.h"
 #include "base/UsageError.h"
+#include "options/DownloadOptions.h"
 #include "options/Help.h"
+#include "options/InputFile.h"
 #include "options/OptionValues.h"
-#include "options/Targets.h"
+#include "options/RequestOptions.h"
+#include "options/SessionOptions.h"
+#include "options/TargetOptions.h"
 #include "options/VendorOptions.h"
 
 namespace VORTAN_TRANSFER {
 
 namespace {
 
-using Configuration = VORTAN_MW::ITransferHandler::Configuration;
-using HttpMethod = Configuration::HttpMethod;
+using HttpMethod = VORTAN_MW::ITransferHandler::Configuration::HttpMethod;
+
+// The library transfers no more at a time.
+constexpr std::size_t MaxParallel = 4;
 
 // "-d, --data DATA", or "--json" of a flag.
 std::string FormOf(const CLI::Option& option)
 {
     std::string form;
+    const auto append = [&form](const std::string& name) {
+        form += (form.empty() ? "" : ", ") + name;
+    };
     for (const std::string& name : option.get_snames()) {
-        form += "-" + name + ", ";
+        append("-" + name);
     }
-    form += "--" + option.get_lnames().front();
+    for (const std::string& name : option.get_lnames()) {
+        append("--" + name);
+    }
     const bool isFlag = option.get_items_expected_max() == 0;
     return isFlag ? form : form + " " + option.get_type_name();
 }
 
-// The options as CLI11 has them. Their values are taken as raw text: CLI11's conversions give
-// brackets and braces a meaning of their own.
+// The options as CLI11 has them.
 class Options
 {
 public:
@@ -47,7 +54,8 @@ public:
         m_App.name("vortan-transfer");
         m_App.set_version_flag("--version", "vortan-transfer " VORTAN_TRANSFER_VERSION);
         sources->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
-        header->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        // Redirects are always followed; accepted for those who are used to it from curl.
+        AddFlag(m_App, "-L,--location")->group("");
     }
 
     void Parse(int argc, const char* const* argv) { m_App.parse(argc, argv); }
@@ -67,148 +75,19 @@ public:
 private:
     CLI::App m_App;
 
-    CLI::Option* m_Value(const std::string& name, const std::string& type)
-    {
-        return m_App.add_option(name)->type_name(type);
-    }
-
-    CLI::Option* m_Flag(const std::string& name) { return AddFlag(m_App, name); }
-
 public:
-    CLI::Option* const sources = m_Value("SOURCE", "");
-    CLI::Option* const method = m_Value("-X,--method", "METHOD");
-    CLI::Option* const header = m_Value("-H,--header", "'NAME: VALUE'");
-    CLI::Option* const data = m_Value("-d,--data", "DATA");
-    CLI::Option* const output = m_Value("-o,--output", "FILE");
-    CLI::Option* const remoteName = m_Flag("-O,--remote-name");
-    CLI::Option* const include = m_Flag("-i,--include");
-    CLI::Option* const segmented = m_Flag("--segmented");
-    CLI::Option* const plain = m_Flag("--plain");
-    CLI::Option* const randomDelay = m_Value("--random-delay", "MIN:MAX");
-    CLI::Option* const fixedDelay = m_Value("--fixed-delay", "MS");
-    CLI::Option* const noFail = m_Flag("--no-fail");
-    CLI::Option* const handler = m_Value("--handler", "NAME");
-    CLI::Option* const json = m_Flag("--json");
-    CLI::Option* const trace = m_Value("--trace", "FILE");
-    CLI::Option* const tracePlot = m_Value("--trace-plot", "FILE");
-    CLI::Option* const quiet = m_Flag("-q,--quiet");
-    CLI::Option* const verbose = m_Flag("-v,--verbose");
-    // Hidden, and refused with a hint for those who are used to it from curl.
-    CLI::Option* const location = m_Flag("-L,--location")->group("");
+    CLI::Option* const sources = AddValue(m_App, "SOURCE", "");
+    CLI::Option* const inputFile = AddValue(m_App, "--input-file", "FILE");
+    CLI::Option* const parallel = AddValue(m_App, "--parallel-max", "N");
+    CLI::Option* const handler = AddValue(m_App, "--handler", "NAME");
+    CLI::Option* const quiet = AddFlag(m_App, "-q,--quiet,-s,--silent");
+    CLI::Option* const verbose = AddFlag(m_App, "-v,--verbose");
+    const RequestOptions request{m_App};
+    const TargetOptions targets{m_App};
+    const DownloadOptions download{m_App};
+    const SessionOptions session{m_App};
     const VendorOptions vendor{m_App};
 };
-
-void RefuseTogether(const CLI::Option* one, const CLI::Option* other)
-{
-    if (IsSet(one) && IsSet(other)) {
-        throw UsageError(one->get_name() + ": cannot be combined with " + other->get_name());
-    }
-}
-
-HttpMethod ParseMethod(const std::string& name)
-{
-    const std::pair<const char*, HttpMethod> methods[] = {{"get", HttpMethod::EhttpGet},
-                                                          {"head", HttpMethod::EhttpHead},
-                                                          {"post", HttpMethod::EhttpPost},
-                                                          {"put", HttpMethod::EhttpPut}};
-    for (const auto& [known, method] : methods) {
-        if (LowerCase(name) == known) {
-            return method;
-        }
-    }
-    throw UsageError("--method: " + Quoted(name) + " is none of GET, HEAD, POST, PUT");
-}
-
-std::pair<std::string, std::string> ParseHeader(std::string_view line)
-{
-    const std::size_t colon = line.find(':');
-    if (colon == std::string_view::npos) {
-        throw UsageError("--header: " + Quoted(line) + " has no colon");
-    }
-    const std::string name(line.substr(0, colon));
-    const std::string value(Trimmed(line.substr(colon + 1)));
-    const auto isControl = [](char c) { return IsControl(c) && c != '\t'; };
-    if (name.empty() || name.find_first_of(" \t") != std::string::npos ||
-        std::any_of(line.begin(), line.end(), isControl)) {
-        throw UsageError("--header: " + Quoted(line) + " is no 'NAME: VALUE'");
-    }
-    return {name, value};
-}
-
-// The library computes in milliseconds of 32 bits: more seconds would wrap around.
-constexpr std::uint32_t MaxDelaySeconds = 4294967;
-
-Configuration::RandomDelay ParseRandomDelay(std::string_view text)
-{
-    const std::string option = "--random-delay";
-    const auto [min, max] = SplitAtColon(text, option, "MIN:MAX");
-    Configuration::RandomDelay delay;
-    delay.min = ParseNumber(min, option, MaxDelaySeconds);
-    delay.max = ParseNumber(max, option, MaxDelaySeconds);
-    if (delay.min > delay.max) {
-        throw UsageError(option + ": " + Quoted(text) + " has MIN above MAX");
-    }
-    return delay;
-}
-
-std::string ReadToEnd(int descriptor)
-{
-    std::string data;
-    char buffer[65536];
-    while (const std::size_t count = ReadSome(descriptor, buffer, sizeof buffer)) {
-        data.append(buffer, count);
-    }
-    return data;
-}
-
-std::string ReadData(const std::string& argument)
-{
-    if (argument.substr(0, 1) != "@") {
-        return argument;
-    }
-    const std::string path = argument.substr(1);
-    try {
-        return path == "-" ? ReadToEnd(STDIN_FILENO) : ReadToEnd(OpenFile(path, O_RDONLY).Get());
-    } catch (const std::system_error& error) {
-        throw UsageError("--data: " + Quoted(argument) + ": " + ErrorText(error.code().value()));
-    }
-}
-
-void SetMethodAndData(Configuration& request, const Options& options)
-{
-    const bool hasData = IsSet(options.data);
-    request.method = IsSet(options.method) ? ParseMethod(ValueOf(options.method))
-                     : hasData             ? HttpMethod::EhttpPost
-                                           : HttpMethod::EhttpGet;
-    const bool sends =
-        request.method == HttpMethod::EhttpPost || request.method == HttpMethod::EhttpPut;
-    if (hasData && !sends) {
-        throw UsageError("--data: only POST and PUT send data");
-    }
-    if (sends && !hasData) {
-        throw UsageError("--method: POST and PUT need data to send, give it with --data");
-    }
-    if (hasData) {
-        request.requestBody = ReadData(ValueOf(options.data));
-    }
-    if (request.method == HttpMethod::EhttpPost && request.requestBody.empty()) {
-        throw UsageError("--data: is empty, and POST cannot send nothing");
-    }
-}
-
-void SetDelays(Configuration& request, const Options& options)
-{
-    RefuseTogether(options.randomDelay, options.fixedDelay);
-    RefuseTogether(options.segmented, options.randomDelay);
-    RefuseTogether(options.segmented, options.fixedDelay);
-    if (IsSet(options.randomDelay)) {
-        request.randomDelay = ParseRandomDelay(ValueOf(options.randomDelay));
-    }
-    if (IsSet(options.fixedDelay)) {
-        request.fixedDelay = ParseNumber(ValueOf(options.fixedDelay), "--fixed-delay",
-                                         std::numeric_limits<std::int64_t>::max());
-    }
-}
 
 // The handler that the user has named, or null.
 const Handler* NamedHandler(const Options& options)
@@ -216,14 +95,56 @@ const Handler* NamedHandler(const Options& options)
     return IsSet(options.handler) ? &HandlerByName(ValueOf(options.handler)) : nullptr;
 }
 
-void SetRequest(Configuration& request, const Options& options)
+void RefuseSessionOptions(const Options& options, const Handler* given)
 {
-    for (const std::string& line : options.header->results()) {
-        request.headers.push_back(ParseHeader(line));
+    if (!given || given->IsSession()) {
+        return;
     }
-    request.failOnError = !IsSet(options.noFail);
-    SetDelays(request, options);
-    SetMethodAndData(request, options);  // last: it may read much
+    std::vector<const CLI::Option*> all = options.session.All();
+    const std::vector<const CLI::Option*> download = options.download.All();
+    all.insert(all.end(), download.begin(), download.end());
+    all.push_back(options.request.Upload());
+    for (const CLI::Option* const option : all) {
+        if (IsSet(option)) {
+            throw UsageError(option->get_name() + ": cannot be combined with --handler " +
+                             given->name);
+        }
+    }
+}
+
+// Standard input can be read once.
+void RefuseSecondReader(const Options& options)
+{
+    const std::pair<const CLI::Option*, const char*> readers[] = {
+        {options.inputFile, "-"},
+        {options.download.HashFile(), "-"},
+        {options.request.Data(), "@-"}};
+    const CLI::Option* first = nullptr;
+    for (const auto& [option, value] : readers) {
+        if (!IsSet(option) || ValueOf(option) != value) {
+            continue;
+        }
+        if (first) {
+            throw UsageError(option->get_name() + ": " + first->get_name() +
+                             " reads standard input already, name a file");
+        }
+        first = option;
+    }
+}
+
+void AppendFromFile(std::vector<Source>& sources, const CLI::Option* option, const Handler* handler)
+{
+    for (const InputLine& line : ReadLines(ValueOf(option), option->get_name())) {
+        const std::string text(Trimmed(line.text));
+        if (text.empty() || text.front() == '#') {
+            continue;
+        }
+        try {
+            sources.push_back(MakeSource(text, handler));
+        } catch (const UsageError& error) {
+            throw UsageError(line.place + ": " + error.what());
+        }
+    }
 }
 
 std::vector<Source> MakeSources(const Options& options, int argc, const char* const* argv)
@@ -231,9 +152,11 @@ std::vector<Source> MakeSources(const Options& options, int argc, const char* co
     const Handler* const handler = NamedHandler(options);
     std::vector<Source> sources;
     if (const auto resource = options.vendor.Resource()) {
-        if (IsSet(options.sources)) {
-            throw UsageError("--resource: takes the place of a source, " +
-                             Quoted(options.sources->results().front()) + " cannot be asked, too");
+        for (const CLI::Option* const other : {options.sources, options.inputFile}) {
+            if (IsSet(other)) {
+                throw UsageError("--resource: takes the place of a source, leave out " +
+                                 Quoted(other->results().front()));
+            }
         }
         return {{*resource, handler, *resource}};
     }
@@ -244,41 +167,16 @@ std::vector<Source> MakeSources(const Options& options, int argc, const char* co
         }
         sources.push_back(MakeSource(text, handler));
     }
+    if (IsSet(options.inputFile)) {
+        AppendFromFile(sources, options.inputFile, handler);
+    }
     if (sources.empty()) {
-        throw UsageError("no source is given");
+        throw UsageError(IsSet(options.inputFile)
+                             ? "--input-file: " + Quoted(ValueOf(options.inputFile)) +
+                                   " has no source"
+                             : "no source is given");
     }
     return sources;
-}
-
-std::vector<Job> NamedAfterSources(std::vector<Source> sources)
-{
-    std::vector<Job> jobs;
-    for (Source& source : sources) {
-        std::string name = FileNameFor(source);
-        if (name == Output::StandardOutput) {
-            name.insert(0, "./");
-        }
-        jobs.push_back({std::move(source), std::move(name)});
-    }
-    return jobs;
-}
-
-std::vector<Job> MakeJobs(std::vector<Source> sources, const Options& options)
-{
-    RefuseTogether(options.output, options.remoteName);
-    if (IsSet(options.remoteName)) {
-        return NamedAfterSources(std::move(sources));
-    }
-    if (sources.size() > 1) {
-        throw UsageError(
-            "several sources cannot share one output, use -O to name files after them");
-    }
-    const std::string target =
-        IsSet(options.output) ? ValueOf(options.output) : Output::StandardOutput;
-    if (target.empty()) {
-        throw UsageError("--output: is empty");
-    }
-    return {{std::move(sources.front()), target}};
 }
 
 void RefuseMethodsForFiles(const std::vector<Job>& jobs, HttpMethod method)
@@ -292,78 +190,39 @@ void RefuseMethodsForFiles(const std::vector<Job>& jobs, HttpMethod method)
     }
 }
 
-// Of several bodies, each goes to a file named after its source.
-void ClaimBodies(const std::vector<Job>& jobs, Targets& targets)
-{
-    for (const Job& job : jobs) {
-        const auto other = targets.Claim(job.target, "the body");
-        if (other) {
-            const std::string same =
-                other->target == job.target
-                    ? "another source is to be written to " + Quoted(job.target) + " already"
-                    : Quoted(job.target) + " leads to the same file as " + Quoted(other->target) +
-                          " of another source";
-            throw UsageError(Quoted(job.source.text) + ": " + same);
-        }
-    }
-}
-
-void ClaimForOption(Targets& targets, const std::string& target, const std::string& option,
-                    const std::string& advice)
-{
-    if (const auto other = targets.Claim(target, option)) {
-        const std::string name =
-            Output::IsStandardOutput(target) ? "standard output" : Quoted(target);
-        throw UsageError(option + ": " + name + " has " + other->owner + " already, " + advice);
-    }
-}
-
-// Where the option's value says that its results go, if the option is set.
-std::optional<std::string> TargetOf(const CLI::Option* option, Targets& targets)
-{
-    if (!IsSet(option)) {
-        return std::nullopt;
-    }
-    std::string target = ValueOf(option);
-    if (target.empty()) {
-        throw UsageError(option->get_name() + ": is empty");
-    }
-    ClaimForOption(targets, target, option->get_name(), "name another file");
-    return target;
-}
-
-void SetTargets(Arguments& arguments, const Options& options)
-{
-    Targets targets;
-    ClaimBodies(arguments.jobs, targets);
-    arguments.json = IsSet(options.json);
-    if (arguments.json) {
-        ClaimForOption(targets, Output::StandardOutput, options.json->get_name(),
-                       "write that to a file with -o or -O");
-    }
-    arguments.trace.file = TargetOf(options.trace, targets);
-    arguments.trace.plot = TargetOf(options.tracePlot, targets);
-}
-
 Arguments Checked(const Options& options, int argc, const char* const* argv)
 {
-    if (IsSet(options.location)) {
-        throw UsageError("-L: redirects are always followed, leave it out");
-    }
-    RefuseTogether(options.segmented, options.plain);
     Arguments arguments;
-    options.vendor.Apply(arguments.request, NamedHandler(options));
-    arguments.jobs = MakeJobs(MakeSources(options, argc, argv), options);
-    SetTargets(arguments, options);
-    SetRequest(arguments.request, options);
+    const Handler* const given = NamedHandler(options);
+    options.vendor.Apply(arguments.request, given);
+    RefuseSessionOptions(options, given);
+    RefuseSecondReader(options);
+    options.session.Apply(arguments);
+    options.targets.Apply(arguments, MakeSources(options, argc, argv));
+    options.request.Apply(arguments);
     RefuseMethodsForFiles(arguments.jobs, arguments.request.method);
-    arguments.segmented =
-        !IsSet(options.plain) && !arguments.request.randomDelay && !arguments.request.fixedDelay;
-    arguments.includeHeader =
-        IsSet(options.include) || arguments.request.method == HttpMethod::EhttpHead;
+    options.download.Apply(arguments, options.request);
+    if (IsSet(options.parallel)) {
+        arguments.parallel =
+            ParseNumber<std::size_t>(ValueOf(options.parallel), "--parallel-max", 1, MaxParallel);
+    }
     arguments.quiet = IsSet(options.quiet);
     arguments.verbose = IsSet(options.verbose);
     return arguments;
+}
+
+// Overwrites the bytes by which an argument differs from what may be shown of it.
+void Overwrite(char* argument, std::string_view shown)
+{
+    const std::string_view text = argument;
+    const auto difference = std::mismatch(text.begin(), text.end(), shown.begin(), shown.end());
+    const auto begin = static_cast<std::size_t>(difference.first - text.begin());
+    const std::size_t longest = std::min(text.size(), shown.size()) - begin;
+    std::size_t end = 0;
+    while (end < longest && text[text.size() - 1 - end] == shown[shown.size() - 1 - end]) {
+        ++end;
+    }
+    std::memset(argument + begin, '*', text.size() - begin - end);
 }
 
 }  // namespace
@@ -386,6 +245,26 @@ std::variant<Arguments, Information> ParseArguments(int argc, const char* const*
         throw UsageError(Printable(error.what()));
     }
     return Checked(options, argc, argv);
+}
+
+void HidePasswords(const Arguments& arguments, int argc, char** argv)
+{
+    const std::string user = arguments.credentials ? arguments.credentials->user + ":" : "";
+    const std::string both = user.empty() ? "" : user + arguments.credentials->password;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view text = argv[i];
+        const std::size_t before = text.size() - std::min(text.size(), both.size());
+        if (!both.empty() && text.substr(before) == both) {
+            std::memset(argv[i] + before + user.size(), '*', both.size() - user.size());
+        } else if (const std::string shown = WithoutPassword(text); shown != text) {
+            const bool isSource =
+                std::any_of(arguments.jobs.begin(), arguments.jobs.end(),
+                            [&shown](const Job& job) { return job.source.text == shown; });
+            if (isSource) {
+                Overwrite(argv[i], shown);
+            }
+        }
+    }
 }
 
 }  // namespace VORTAN_TRANSFER

@@ -57,4 +57,8 @@ std::vector<std::string> OptionForms();
 // Reads the command line, and the data that it names. Throws UsageError if it is wrong.
 std::variant<Arguments, Information> ParseArguments(int argc, const char* const* argv);
 
+// Overwrites the passwords that the parsed command line holds, so that no list of processes shows
+// them. They are in the arguments already.
+void HidePasswords(const Arguments& arguments, int argc, char** argv);
+
 }  // namespace VORTAN_TRANSFER

@@ -42,7 +42,8 @@ std::string KnownSchemes()
 const std::vector<Handler>& Handlers()
 {
     static const std::vector<Handler> handlers = {
-        {"curl", {"http", "https"}, true, &MakeFactory<VORTAN_MW::CurlEasyHandlerFactory>},
+        {"session", {"http", "https"}, true, nullptr},
+        {"curl", {}, true, &MakeFactory<VORTAN_MW::CurlEasyHandlerFactory>},
         {"file", {"file", ""}, false, &MakeFactory<VORTAN_MW::FileReaderFactory>},
         {"vendor", {}, true, &MakeFactory<VORTAN_MW::QXCurlEasyHandlerFactory>},
     };
@@ -65,7 +66,7 @@ const Handler& HandlerByName(std::string_view name)
             return handler;
         }
     }
-    throw UsageError("--handler: " + Quoted(name) + " is none of " + HandlerNames());
+    throw UsageError("--handler: must be one of " + HandlerNames() + ", not " + Quoted(name));
 }
 
 const Handler& HandlerByScheme(std::string_view scheme)

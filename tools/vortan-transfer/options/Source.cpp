@@ -1,7 +1,12 @@
 #include "options/Source.h"
 
+#include <curl/curl.h>
+
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <string_view>
+#include <utility>
 
 #include "base/Password.h"
 #include "base/Text.h"
@@ -105,6 +110,66 @@ std::string LastSegmentOfUrl(std::string_view url)
     return PercentDecoded(segment).value_or(std::string(segment));
 }
 
+bool IsHttpUrl(const std::string& url)
+{
+    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
+    if (!parsed) {
+        throw std::bad_alloc();
+    }
+    const std::string scheme = SchemeOf(url);
+    return (scheme == "http" || scheme == "https") &&
+           std::none_of(url.begin(), url.end(), IsControl) &&
+           curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) == CURLUE_OK;
+}
+
+// One side of "user:password", which must not hold what HTTP cannot send.
+std::string DecodedCredential(std::string_view encoded, bool isUser, const std::string& shown)
+{
+    std::optional<std::string> text = PercentDecoded(encoded);
+    if (!text) {
+        throw UsageError(shown + ": invalid percent encoding before the @");
+    }
+    if (std::any_of(text->begin(), text->end(), IsControl)) {
+        throw UsageError(shown + ": its credentials must not contain control characters");
+    }
+    if (isUser && text->find(':') != std::string::npos) {
+        throw UsageError(shown + ": the name of its user must not contain a colon");
+    }
+    return *std::move(text);
+}
+
+// Takes "user:password@" out of an HTTP URL. An empty one is none.
+std::optional<Credentials> TakeCredentials(std::string& url, const std::string& shown)
+{
+    const std::size_t begin = std::min(url.find_first_not_of('/', url.find(':') + 1), url.size());
+    const std::string_view authority =
+        std::string_view(url).substr(begin, url.find_first_of("/?#", begin) - begin);
+    const std::size_t at = authority.rfind('@');
+    if (at == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view both = authority.substr(0, at);
+    const std::size_t colon = std::min(both.find(':'), both.size());
+    Credentials credentials{
+        DecodedCredential(both.substr(0, colon), true, shown),
+        DecodedCredential(both.substr(std::min(colon + 1, both.size())), false, shown)};
+    url.erase(begin, at + 1);
+    const bool isEmpty = credentials.user.empty() && credentials.password.empty();
+    return isEmpty ? std::nullopt : std::optional(std::move(credentials));
+}
+
+// What the session of the kit transfers.
+Source MakeSessionSource(const std::string& text, const Handler& handler)
+{
+    Source source{WithoutPassword(text), &handler, text};
+    const std::string shown = Quoted(source.text);
+    source.credentials = TakeCredentials(source.url, shown);
+    if (!IsHttpUrl(source.url)) {
+        throw UsageError(shown + ": malformed http: or https: URL");
+    }
+    return source;
+}
+
 bool IsFileName(const std::string& name)
 {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
@@ -124,6 +189,9 @@ Source MakeSource(const std::string& text, const Handler* given)
                          ", for a file ./" + Printable(text));
     }
     const Handler& handler = given ? *given : HandlerByScheme(scheme);
+    if (handler.IsSession()) {
+        return MakeSessionSource(text, handler);
+    }
     const bool isFileUrl = !handler.speaksHttp && scheme == "file";
     return {handler.speaksHttp ? WithoutPassword(text) : text, &handler,
             isFileUrl ? PathOfFileUrl(text) : text};
@@ -134,15 +202,21 @@ std::string WebAddressAdvice(const std::string& path)
     return StartsWithHost(path) ? "For a web address type http://" + Printable(path) : "";
 }
 
-std::string FileNameFor(const Source& source)
+std::optional<std::string> NameIn(const Source& source)
 {
     std::string name = source.handler->speaksHttp ? LastSegmentOfUrl(source.url)
                                                   : std::string(LastSegment(source.url));
-    if (!IsFileName(name)) {
+    return IsFileName(name) ? std::optional(std::move(name)) : std::nullopt;
+}
+
+std::string FileNameFor(const Source& source)
+{
+    std::optional<std::string> name = NameIn(source);
+    if (!name) {
         throw UsageError(Quoted(source.text) +
                          ": has no name that a file can take, say where to write with -o");
     }
-    return name;
+    return *std::move(name);
 }
 
 }  // namespace VORTAN_TRANSFER

@@ -34,8 +34,11 @@ Source MakeSource(const std::string& text, const Handler* given);
 // address type http://example.org". Empty if it does not look like one.
 std::string WebAddressAdvice(const std::string& path);
 
-// The name of a file in the current folder for what the source yields: the last segment of its
-// path. Throws UsageError if that is no name of a file, or one that leaves the folder.
+// The name of a file for what the source yields: the last segment of its path. Nothing if that is
+// no name of a file, or one that leaves the folder.
+std::optional<std::string> NameIn(const Source& source);
+
+// The same, but throws UsageError if there is none.
 std::string FileNameFor(const Source& source);
 
 }  // namespace VORTAN_TRANSFER

@@ -26,14 +26,14 @@ HttpVersion ParseHttpVersion(const std::string& text)
             return version;
         }
     }
-    throw UsageError("--http-version: " + Quoted(text) + " is none of 1.0, 1.1, 2");
+    throw UsageError("--http-version: must be one of 1.0, 1.1, 2, not " + Quoted(text));
 }
 
 std::pair<std::string, std::string> ParseQuery(std::string_view text)
 {
     const std::size_t sign = text.find('=');
     if (sign == std::string_view::npos || sign == 0) {
-        throw UsageError("--query: " + Quoted(text) + " is no KEY=VALUE");
+        throw UsageError("--query: must be KEY=VALUE, not " + Quoted(text));
     }
     return {std::string(text.substr(0, sign)), std::string(text.substr(sign + 1))};
 }
@@ -49,11 +49,11 @@ void SetTimeout(Configuration& request, const std::string& text)
 }  // namespace
 
 VendorOptions::VendorOptions(CLI::App& app)
-    : m_Resource(m_Add(app.add_option("--resource")->type_name("PATH"))),
-      m_Query(m_Add(app.add_option("--query")->type_name("KEY=VALUE"))),
-      m_HttpVersion(m_Add(app.add_option("--http-version")->type_name("VERSION"))),
+    : m_Resource(m_Add(AddValue(app, "--resource", "PATH"))),
+      m_Query(m_Add(AddValue(app, "--query", "KEY=VALUE"))),
+      m_HttpVersion(m_Add(AddValue(app, "--http-version", "VERSION"))),
       m_SelfSigned(m_Add(AddFlag(app, "--self-signed"))),
-      m_Timeout(m_Add(app.add_option("--timeout")->type_name("A:B"))),
+      m_Timeout(m_Add(AddValue(app, "--timeout", "A:B"))),
       m_Verbose(m_Add(AddFlag(app, "--verbose-wrapper")))
 {
     m_Query->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -109,7 +109,7 @@ void VendorOptions::m_SetAddress(Configuration& request) const
 {
     if (!IsSet(m_Resource)) {
         if (IsSet(m_Query)) {
-            throw UsageError("--query: needs a --resource to be a part of");
+            throw UsageError("--query: needs a --resource to belong to");
         }
         return;
     }

@@ -10,9 +10,13 @@
 #include <system_error>
 
 #include "base/FileDescriptor.h"
+#include "base/Password.h"
 #include "base/Text.h"
+#include "report/Outcome.h"
 
 namespace VORTAN_TRANSFER {
+
+using VORTAN_MW::KIT::Category;
 
 namespace {
 
@@ -31,16 +35,6 @@ std::string_view ReasonIn(std::string_view libraryError)
     }
     libraryError.remove_prefix(before.size());
     return libraryError.substr(0, libraryError.find(after));
-}
-
-std::string CauseOverHttp(long status, std::string_view reason)
-{
-    std::string statusText = "HTTP status " + std::to_string(status);
-    if (IsErrorStatus(status) && (reason.empty() || reason == "HTTP response code said error")) {
-        return statusText;
-    }
-    const std::string cause = reason.empty() ? "the transfer failed" : Printable(reason);
-    return status > 0 ? cause + " (" + statusText + ")" : cause;
 }
 
 // Whether a file that could not be read makes its readers wait where others end, as /proc/kmsg
@@ -76,21 +70,68 @@ Failure FailureOfReading(const std::string& path)
     }
 }
 
-}  // namespace
-
-bool IsErrorStatus(long status)
+// The kit's sentence as the end of a line that names the source already: without the host.
+std::string Shortened(std::string sentence)
 {
-    return status >= 400;
+    if (!sentence.empty() && sentence.back() == '.') {
+        sentence.pop_back();
+    }
+    const std::size_t host = sentence.rfind(" (host ");
+    if (host != std::string::npos && sentence.back() == ')') {
+        sentence.erase(host);
+    }
+    if (!sentence.empty()) {
+        sentence.front() = LowerCase(sentence.substr(0, 1)).front();
+    }
+    return Printable(sentence);
 }
 
-Failure FailureOf(const Source& source, const VORTAN_MW::ITransferHandler::Result& result,
-                  const std::string& libraryError)
+// What follows the kit's own words.
+std::string DetailIn(const std::string& cause)
 {
-    if (!source.handler->speaksHttp) {
+    const std::size_t colon = cause.find(": ");
+    return colon == std::string::npos ? cause : cause.substr(colon + 2);
+}
+
+std::string CauseOf(const std::string& target, const FailedTransfer& failed)
+{
+    const std::string cause = Shortened(failed.sentence);
+    switch (failed.category) {
+        case Category::HttpStatus:
+            return "HTTP status " + std::to_string(failed.httpStatus);
+        case Category::TlsNotTrusted:
+        case Category::TlsFailed:
+            return cause +
+                   "; try --cacert with the server's authority, and check this machine's clock";
+        case Category::FileFailed:
+            return "cannot write " + Quoted(target) + ": " + DetailIn(cause);
+        case Category::Busy:
+            return "cannot write " + Quoted(target) + ": " + cause;
+        case Category::HandlerFailed:
+            return failed.libraryError.empty() ? "the handler failed; -v shows the library's log"
+                                               : Printable(ReasonIn(failed.libraryError));
+        default:
+            return cause;
+    }
+}
+
+// Of a file that is to be written, the server is no cause.
+std::string Preface(const FailedTransfer& failed, ExitStatus status)
+{
+    return failed.redirectedTo.empty() || status == CannotWrite
+               ? ""
+               : "redirected to " + Printable(WithoutPassword(failed.redirectedTo)) + ": ";
+}
+
+}  // namespace
+
+Failure FailureOf(const Source& source, const std::string& target, const FailedTransfer& failed)
+{
+    if (!source.handler->speaksHttp && failed.category == Category::HandlerFailed) {
         return FailureOfReading(source.url);
     }
-    return {TransferFailed,
-            CauseOverHttp(result.httpCode ? *result.httpCode : 0, ReasonIn(libraryError))};
+    const ExitStatus status = StatusOf(failed.category, failed.httpStatus);
+    return {status, Preface(failed, status) + CauseOf(target, failed)};
 }
 
 }  // namespace VORTAN_TRANSFER

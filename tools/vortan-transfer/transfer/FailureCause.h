@@ -1,6 +1,6 @@
 #pragma once
 
-#include <ITransferHandler.h>
+#include <TransferObserver.h>
 
 #include <string>
 
@@ -9,8 +9,15 @@
 
 namespace VORTAN_TRANSFER {
 
-// Whether an HTTP status tells of an error.
-bool IsErrorStatus(long status);
+// How a transfer failed, as the kit and the handler tell it.
+struct FailedTransfer
+{
+    VORTAN_MW::KIT::Category category;
+    long httpStatus;           // 0: there was none
+    std::string sentence;      // the kit's
+    std::string redirectedTo;  // the target of the last redirect; empty: there was none
+    std::string libraryError;  // what a handler of the library logged last
+};
 
 struct Failure
 {
@@ -18,8 +25,7 @@ struct Failure
     std::string cause;  // in a few words, with the HTTP status if there is one
 };
 
-// Why a transfer failed. libraryError is what the library logged about it.
-Failure FailureOf(const Source& source, const VORTAN_MW::ITransferHandler::Result& result,
-                  const std::string& libraryError);
+// What to tell the user. target: the file or stream to which the body went.
+Failure FailureOf(const Source& source, const std::string& target, const FailedTransfer& failed);
 
 }  // namespace VORTAN_TRANSFER

@@ -30,9 +30,18 @@ void ResponseHeader::Add(std::string_view bytes)
     m_Line.erase(0, begin);
 }
 
+std::optional<std::string> ResponseHeader::Field(const std::string& name) const
+{
+    const auto found = m_Fields.find(name);
+    return found == m_Fields.end() ? std::nullopt : std::optional(found->second);
+}
+
 std::optional<std::uint64_t> ResponseHeader::BodyLength() const
 {
-    return m_Encoded ? std::nullopt : m_Length;
+    const bool isEncoded = LowerCase(Field("content-encoding").value_or("identity")) != "identity";
+    return isEncoded || Field("transfer-encoding")
+               ? std::nullopt
+               : ParseLength(Field("content-length").value_or(""));
 }
 
 void ResponseHeader::m_TakeLine(std::string_view line)
@@ -42,31 +51,13 @@ void ResponseHeader::m_TakeLine(std::string_view line)
     }
     if (line.empty()) {
         m_HasEnded = true;
-    } else if (line.substr(0, 5) == "HTTP/") {
-        m_TakeStatusLine(line);
+    } else if (line.substr(0, 5) == "HTTP/") {  // it begins another response
+        m_Fields.clear();
+        m_HasEnded = false;
+        const auto status = Trimmed(line.substr(std::min(line.find(' '), line.size())));
+        m_IsInterim = status.substr(0, 1) == "1";
     } else if (const std::size_t colon = line.find(':'); colon != std::string_view::npos) {
-        m_TakeField(LowerCase(line.substr(0, colon)), Trimmed(line.substr(colon + 1)));
-    }
-}
-
-// It begins another response.
-void ResponseHeader::m_TakeStatusLine(std::string_view line)
-{
-    m_Length.reset();
-    m_Encoded = false;
-    m_HasEnded = false;
-    const std::string_view status = Trimmed(line.substr(std::min(line.find(' '), line.size())));
-    m_IsInterim = status.substr(0, 1) == "1";
-}
-
-void ResponseHeader::m_TakeField(std::string_view name, std::string_view value)
-{
-    if (name == "content-length") {
-        m_Length = ParseLength(value);
-    } else if (name == "content-encoding") {
-        m_Encoded = LowerCase(value) != "identity";
-    } else if (name == "transfer-encoding") {
-        m_Encoded = true;
+        m_Fields[LowerCase(line.substr(0, colon))] = Trimmed(line.substr(colon + 1));
     }
 }
 

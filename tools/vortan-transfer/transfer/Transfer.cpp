@@ -1,200 +1,295 @@
 #include "transfer/Transfer.h"
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include "base/LibraryLog.h"
-#include "transfer/FailureCause.h"
-#include "transfer/WatchedFactory.h"
+#include "base/Text.h"
+#include "transfer/Validator.h"
 
 namespace VORTAN_TRANSFER {
 
-using Manager = VORTAN_MW::ITransferAgentManager;
+using VORTAN_MW::KIT::Category;
+using VORTAN_MW::KIT::TransferEvent;
+using VORTAN_MW::KIT::TransferOutcome;
 
 namespace {
 
-// Handlers tell 0 where the server never answered.
-std::optional<long> StatusIn(const VORTAN_MW::ITransferHandler::Result& result)
-{
-    return result.httpCode && *result.httpCode > 0 ? std::optional(*result.httpCode) : std::nullopt;
-}
+constexpr long FirstErrorStatus = 400;
 
-std::string CauseOfCutHeader(std::optional<long> status)
+// The kit asks for ranges itself, and writes no file of one that the user asks for.
+bool AsksForRange(const VORTAN_MW::ITransferHandler::Configuration& request)
 {
-    const std::string cause = "the connection was closed inside the header of the response";
-    return status ? cause + " (HTTP status " + std::to_string(*status) + ")" : cause;
+    return std::any_of(request.headers.begin(), request.headers.end(), [](const auto& header) {
+        const std::string name = LowerCase(header.first);
+        return name == "range" || name == "if-range";
+    });
 }
 
 }  // namespace
 
-Transfer::Transfer(std::size_t job, const Source& source, Output output, Delivery delivery,
-                   Manager& manager, std::shared_ptr<Mailbox> mailbox, Trace& trace)
-    : m_Job(job),
-      m_Source(source),
-      m_Delivery(delivery),
-      m_Manager(manager),
-      m_Mailbox(std::move(mailbox)),
-      m_Trace(trace),
-      m_Redirects(source.url),
-      m_Output(std::move(output))
-{}
-
-bool Transfer::Start(const std::shared_ptr<Transfer>& transfer,
-                     const VORTAN_MW::ITransferHandler::Configuration& request)
+Transfer::Transfer(std::size_t job, const Setting& setting)
+    : m_Index(job), m_Setting(setting), m_File(Output::FileBehind(m_TheJob().target))
 {
-    auto configuration = std::make_unique<Manager::TransferConfiguration>();
-    static_cast<VORTAN_MW::ITransferHandler::Configuration&>(*configuration) = request;
-    configuration->url = transfer->m_Source.url;
-    transfer->m_FailOnError = request.failOnError;
-    configuration->handlerFactory = s_MakeFactory(transfer, request);
-    configuration->segmented = transfer->m_Delivery.segmented;
-    if (transfer->m_Source.handler->speaksHttp) {
-        configuration->headerCallback = [transfer](std::unique_ptr<Bytes> bytes, void*) {
-            transfer->m_OnHeader(bytes.get());
-        };
+    if (!m_File) {
+        m_Stream.emplace(m_TheJob().target);
     }
-    configuration->dataCallback = [transfer](std::unique_ptr<Bytes> bytes, void*) {
-        transfer->m_OnBody(bytes.get());
-    };
-    configuration->completeCallback = [transfer](VORTAN_MW::ITransferHandler::Result result,
-                                                 void*) { transfer->m_OnComplete(result); };
-    transfer->m_Started = std::chrono::steady_clock::now();
-    transfer->m_Trace.Record(transfer->m_Job, TraceEvent::Kind::Started);
-    const std::uint64_t handle = transfer->m_Manager.RequestTransfer(std::move(configuration));
-    transfer->m_HandlePromise.set_value(handle);
-    return handle != Manager::InvalidHandle;
 }
 
-std::unique_ptr<VORTAN_MW::ITransferHandlerFactory> Transfer::s_MakeFactory(
-    const std::shared_ptr<Transfer>& transfer,
-    const VORTAN_MW::ITransferHandler::Configuration& request)
+void Transfer::OnRequest()
 {
-    const bool hasDelay = request.randomDelay || request.fixedDelay;
-    const auto onBegin = [transfer, hasDelay] {
-        Mailbox::PostAtThreadEnd(transfer->m_Mailbox);
-        if (hasDelay) {
-            transfer->m_Trace.Record(transfer->m_Job, TraceEvent::Kind::Slept);
+    m_Started = std::chrono::steady_clock::now();
+    m_Setting.trace.Record(m_Index, TraceEvent::Kind::Started);
+}
+
+void Transfer::OnAccepted(Ticket ticket)
+{
+    m_TicketPromise.set_value(ticket);
+}
+
+bool Transfer::WritesHeader() const
+{
+    return m_Setting.arguments.includeHeader && TheSource().handler->speaksHttp;
+}
+
+bool Transfer::IsSessionsOwn() const
+{
+    const auto& request = m_Setting.arguments.request;
+    const bool isPlainFile = !WritesHeader() && request.failOnError && !AsksForRange(request);
+    return TheSource().handler->IsSession() && (!m_File || isPlainFile);
+}
+
+bool Transfer::KeepsValidator() const
+{
+    return m_Setting.arguments.ifChanged && TheSource().handler->IsSession() && m_File;
+}
+
+void Transfer::OnBegin()
+{
+    const auto& request = m_Setting.arguments.request;
+    if (!std::exchange(m_HasAttempt, true)) {
+        if (request.randomDelay || request.fixedDelay) {
+            m_Setting.trace.Record(m_Index, TraceEvent::Kind::Slept);
         }
-    };
-    const auto onHeader = [transfer](const Bytes& lines) {
-        transfer->m_Redirects.Add({reinterpret_cast<const char*>(lines.data()), lines.size()});
-    };
-    return std::make_unique<WatchedFactory>(transfer->m_Source.handler->makeFactory(),
-                                            WatchedFactory::Watch{onBegin, onHeader});
+        if (m_File) {
+            m_PartWatch.emplace(*m_File);
+        }
+    }
+    ++m_Attempts;
 }
 
-void Transfer::Cancel()
+void Transfer::OnHeader(const Bytes& lines)
 {
-    m_Manager.CancelTransfer(m_Handle.get());
+    m_TraceFirstHeader();
+    m_Header.Add({reinterpret_cast<const char*>(lines.data()), lines.size()});
+    if (!TheSource().handler->IsSession()) {  // its events tell the length
+        m_Meter.SetTotal(m_Header.BodyLength());
+    }
+    // What comes after the body has begun are trailers, which would pass for a part of it.
+    if (m_Stream && WritesHeader() && !m_HasBodyBegun) {
+        m_Write(lines);
+    }
 }
 
-Transfer::Progress Transfer::CurrentProgress() const
+bool Transfer::OnHandlerEnd(long httpStatus)
 {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    return m_Progress;
+    m_HandlerStatus = httpStatus;
+    return !m_IsHeaderCut() && !m_Setting.isStopping;
+}
+
+bool Transfer::m_IsHeaderCut() const
+{
+    return m_HasHeaderBegun && !TheSource().handler->IsSession() && !m_Header.IsWhole();
+}
+
+void Transfer::m_TraceFirstHeader()
+{
+    if (!std::exchange(m_HasHeaderBegun, true)) {
+        m_Setting.trace.Record(m_Index, TraceEvent::Kind::FirstHeader);
+    }
+}
+
+void Transfer::OnBody(const Bytes& bytes)
+{
+    OnChunk(bytes.size());
+    m_Write(bytes);
+}
+
+void Transfer::OnChunk(std::uint64_t size)
+{
+    if (size == 0 || !m_StreamFault.empty()) {
+        return;
+    }
+    if (!std::exchange(m_HasBodyBegun, true)) {
+        m_Setting.trace.Record(m_Index, TraceEvent::Kind::FirstBody);
+    }
+    m_Setting.trace.Record(m_Index, TraceEvent::Kind::Chunk, size);
+    m_Meter.AddReceived(size);
+}
+
+void Transfer::m_Write(const Bytes& bytes)
+{
+    if (!m_StreamFault.empty()) {
+        return;  // the transfer is about to stop
+    }
+    try {
+        m_Stream->Write(bytes);
+    } catch (const OutputError& error) {
+        m_StreamFault = error.what();
+        m_Setting.queue.Cancel(m_TicketPromise.get_future().get());
+    }
+}
+
+void Transfer::OnEvent(const TransferEvent& event)
+{
+    switch (event.GetKind()) {
+        case TransferEvent::Kind::Attempt:
+            m_OnAttempt(event);
+            break;
+        case TransferEvent::Kind::Header:
+            m_TraceFirstHeader();
+            if (!event.GetRedirectTarget().empty()) {
+                m_RedirectedTo = event.GetRedirectTarget();
+            }
+            break;
+        case TransferEvent::Kind::Retry:
+            m_Meter.SetWait(std::chrono::steady_clock::now() + event.GetDelay());
+            break;
+        case TransferEvent::Kind::End:
+            m_SessionEnd.emplace(event.GetOutcome());
+            break;
+        default:
+            break;
+    }
+    m_TakeProgress(event);
+}
+
+void Transfer::m_OnAttempt(const TransferEvent& event)
+{
+    if (!m_HasAttempt) {
+        m_Delivered = event.GetBytesDelivered();  // by an earlier run
+    }
+    m_Meter.SetWait(std::nullopt);
+    m_RedirectedTo.clear();
+    OnBegin();
+}
+
+// Where the kit writes the file, its events are the only ones who know how far it has come.
+void Transfer::m_TakeProgress(const TransferEvent& event)
+{
+    m_Meter.SetSent(event.GetBytesUploaded());
+    const std::uint64_t delivered = event.GetBytesDelivered();
+    // A file that had to begin again has fewer bytes than before.
+    const std::uint64_t added = delivered - (delivered < m_Delivered ? 0 : m_Delivered);
+    m_Delivered = delivered;
+    if (m_File && IsSessionsOwn()) {
+        OnChunk(added);
+    }
+    if (event.GetBytesExpected() >= 0) {
+        const auto expected = static_cast<std::uint64_t>(event.GetBytesExpected());
+        m_Meter.SetTotal(m_Meter.Read().received + expected - std::min(expected, delivered));
+    }
 }
 
 Outcome Transfer::OutcomeNow(ExitStatus status, const std::string& cause) const
 {
     const auto time = std::chrono::steady_clock::now() - m_Started;
+    const Meter::Reading reading = m_Meter.Read();
     Outcome outcome = WithoutTransfer(status, cause);
-    outcome.received = CurrentProgress().received;
+    outcome.received = reading.received;
+    outcome.sent = reading.sent;
     outcome.time = std::chrono::duration_cast<std::chrono::microseconds>(time);
     return outcome;
 }
 
-// Null stands for a chunk of the other kind.
-void Transfer::m_OnHeader(const Bytes* bytes)
+void Transfer::OnOutcome(const TransferOutcome& told)
 {
-    // What comes after the body has begun are trailers, which would pass for a part of it.
-    if (!bytes || CurrentProgress().received > 0) {
-        return;
-    }
-    if (!std::exchange(m_HeaderBegan, true)) {
-        m_Trace.Record(m_Job, TraceEvent::Kind::FirstHeader);
-    }
-    const std::string_view lines(reinterpret_cast<const char*>(bytes->data()), bytes->size());
-    m_Header.Add(lines);
-    if (m_Delivery.segmented) {
-        m_Redirects.Add(lines);
-    }
-    if (m_Delivery.writeHeader) {
-        m_Write(*bytes);
-    }
+    m_PartWatch.reset();
+    const Outcome outcome = m_Finish(m_Describe(told));
+    m_Setting.trace.Record(m_Index, TraceEvent::Kind::Complete, outcome.received,
+                           ResultName(outcome));
+    m_Setting.mailbox.Post({Event::Kind::TransferEnded, m_Index, outcome});
 }
 
-void Transfer::m_OnBody(const Bytes* bytes)
+// What the session, the handler or the queue has told, whoever knows it best.
+FailedTransfer Transfer::m_Describe(const TransferOutcome& told) const
 {
-    if (!bytes) {
-        return;
+    FailedTransfer result{told.GetCategory(), told.GetHttpStatus(), told.GetSentence(),
+                          m_RedirectedTo, LastLibraryError()};
+    const bool isVague =
+        result.category == Category::HandlerFailed || result.category == Category::HttpStatus;
+    if (m_SessionEnd && m_SessionEnd->GetCategory() != Category::Success && isVague) {
+        result.category = m_SessionEnd->GetCategory();
+        result.sentence = m_SessionEnd->GetSentence();
     }
-    m_TraceBody(bytes->size());
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_Progress.received += bytes->size();
-        m_Progress.total = m_Header.BodyLength();
+    if (m_SessionEnd && m_SessionEnd->GetHttpStatus() != 0) {
+        result.httpStatus = m_SessionEnd->GetHttpStatus();
     }
-    m_Write(*bytes);
+    if (m_HandlerStatus != 0) {
+        result.httpStatus = m_HandlerStatus;
+    }
+    // Not every handler fails by itself on a status that tells of an error.
+    const bool isError =
+        m_Setting.arguments.request.failOnError && result.httpStatus >= FirstErrorStatus;
+    const bool isNoFile = m_File && result.category == Category::HandlerFailed &&
+                          result.httpStatus >= 300 && result.httpStatus != HttpNotModified;
+    const bool isOfHandler =
+        result.category == Category::Success || result.category == Category::HandlerFailed;
+    if (isOfHandler && m_IsHeaderCut()) {
+        result.category = Category::ConnectionLost;
+        result.sentence = "The connection was closed inside the header of the response.";
+    }
+    if ((result.category == Category::Success && isError) ||
+        (result.category == Category::HandlerFailed && isError) || isNoFile) {
+        result.category = Category::HttpStatus;
+    }
+    return result;
 }
 
-void Transfer::m_TraceBody(std::uint64_t size)
+Outcome Transfer::m_Finish(const FailedTransfer& told)
 {
-    if (size == 0 || !m_Output) {
-        return;
+    Outcome outcome = m_OutcomeOf(told);
+    outcome.category = told.category;
+    if (told.httpStatus != 0) {
+        outcome.httpStatus = told.httpStatus;
     }
-    if (!std::exchange(m_BodyBegan, true)) {
-        m_Trace.Record(m_Job, TraceEvent::Kind::FirstBody);
-    }
-    m_Trace.Record(m_Job, TraceEvent::Kind::Chunk, size);
-}
-
-void Transfer::m_OnComplete(const VORTAN_MW::ITransferHandler::Result& result)
-{
-    const std::optional<long> status = StatusIn(result);
-    // Not every handler fails by itself on an HTTP status that tells of an error.
-    const bool isError = m_FailOnError && status && IsErrorStatus(*status);
-    if (!result.success || isError) {
-        const Failure failure = FailureOf(m_Source, result, LastLibraryError());
-        m_End(failure.status, failure.cause, status);
-        return;
-    }
-    if (m_HeaderBegan && !m_Header.IsWhole()) {
-        m_End(TransferFailed, CauseOfCutHeader(status), status);
-        return;
-    }
+    outcome.attempts = m_Attempts;
     try {
-        if (status == HttpNotModified) {
-            m_Output->Leave();
-        } else {
-            m_Output->Commit();
+        if (outcome.status == AllSucceeded && m_Stream) {
+            m_Stream->Commit();
+        } else if (outcome.status == AllSucceeded && KeepsValidator() && !outcome.IsNotModified()) {
+            KeepValidator(m_Header, TheSource().url, *m_File);
         }
-        m_End(AllSucceeded, "", status);
     } catch (const OutputError& error) {
-        m_End(CannotWrite, error.what(), status);
+        outcome.status = CannotWrite;
+        outcome.category = Category::FileFailed;
+        outcome.cause = error.what();
     }
+    m_Stream.reset();
+    return outcome;
 }
 
-void Transfer::m_Write(const Bytes& bytes)
+Outcome Transfer::m_OutcomeOf(const FailedTransfer& told)
 {
-    if (!m_Output) {
-        return;  // it failed before, and the transfer is about to stop
+    if (!m_StreamFault.empty()) {
+        return OutcomeNow(CannotWrite, m_StreamFault);
     }
-    try {
-        m_Output->Write(bytes);
-    } catch (const OutputError& error) {
-        m_End(CannotWrite, error.what(), std::nullopt);
-        Cancel();
+    if (told.category == Category::Success) {
+        return OutcomeNow(AllSucceeded, "");
     }
+    if (told.category == Category::Cancelled) {
+        return OutcomeNow(Interrupted, "interrupted");
+    }
+    Failure failure = FailureOf(TheSource(), m_TheJob().target, told);
+    const bool mayContinue = m_File && told.category != Category::Busy;
+    const std::string advice = mayContinue ? AdviceToContinue(*m_File) : "";
+    return OutcomeNow(failure.status, failure.cause + (advice.empty() ? "" : "; " + advice));
 }
 
-void Transfer::m_End(ExitStatus status, const std::string& cause, std::optional<long> httpStatus)
+std::string AdviceToContinue(const std::string& file)
 {
-    m_Output.reset();
-    Outcome outcome =
-        OutcomeNow(status, status == TransferFailed ? m_Redirects.Preface() + cause : cause);
-    outcome.httpStatus = httpStatus;
-    m_Trace.Record(m_Job, TraceEvent::Kind::Complete, outcome.received, ResultName(outcome));
-    m_Mailbox->Post({Event::Kind::TransferEnded, m_Job, outcome});
+    return IsPartKept(file) ? "--continue goes on with " + Quoted(file + ".part") : "";
 }
 
 }  // namespace VORTAN_TRANSFER
