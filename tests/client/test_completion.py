@@ -93,7 +93,7 @@ class Completion:
     def test_offers_the_values_of_the_help_text(self):
         texts = {
             "METHOD": "GET, HEAD, POST or PUT;",
-            "NAME": ": curl, file, vendor",
+            "NAME": ": session, curl, file, vendor",
             "VERSION": "1.0, 1.1 (the default) or 2",
         }
         seen = set()
@@ -119,10 +119,24 @@ class Completion:
             for name in names:
                 self.assert_completed(name + " som", name, "some file", "something")
 
+    def test_offers_folders_where_the_help_text_says_folder(self):
+        os.mkdir(self.path("shell/some folder"))
+        options = [names for names, value in self.options_of_help() if value == "FOLDER"]
+        self.assertIn(["--output-dir"], options)
+        for names in options:
+            for name in names:
+                arguments = self.shell.completed(name + " som")
+                self.assertEqual(
+                    [argument.rstrip("/") for argument in arguments], [name, "some folder"]
+                )
+
+    def test_offers_how_many_sources_can_be_transferred_at_a_time(self):
+        self.assert_completed("--parallel-max ", "--parallel-max", "1", "2", "3", "4")
+
     def test_offers_nothing_where_a_value_is_free(self):
         for names, value in self.options_of_help():
-            if value not in ("", "METHOD", "NAME", "VERSION", "FILE"):
-                for name in names:
+            if value not in ("", "METHOD", "NAME", "VERSION", "FILE", "FOLDER"):
+                for name in set(names) - {"--parallel-max"}:
                     self.assert_completed(name + " som", name, "som")
 
     def test_offers_files_as_sources(self):

@@ -35,19 +35,31 @@ _vortan_transfer() {
 
     case ${COMP_WORDS[before]} in
     -X | --method) _vortan_transfer_offer 'GET HEAD POST PUT' "$current" ;;
-    --handler) _vortan_transfer_offer 'curl file vendor' "$current" ;;
+    --handler) _vortan_transfer_offer 'session curl file vendor' "$current" ;;
+    --parallel-max) _vortan_transfer_offer '1 2 3 4' "$current" ;;
     --http-version) _vortan_transfer_offer '1.0 1.1 2' "$current" ;;
     -d | --data) _vortan_transfer_data "$current" ;;
-    -o | --output | --trace | --trace-plot) ;;
-    -H | --header | --random-delay | --fixed-delay | --resource | --query | --timeout | --option??)
+    -o | --output | --trace | --trace-plot | -T | --upload-file | --input-file | --cacert | --cert | --key) ;;
+    --sha256-file) ;;
+    --output-dir | --capath)
+        compopt +o default -o filenames
+        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+        ;;
+    -H | --header | -A | --user-agent | -u | --user | --random-delay | --fixed-delay | --connect-timeout | \
+        --max-time | --silence | --retry | --retry-delay | --max-redirs | --max-filesize | --sha256 | \
+        --resource | --query | --timeout | --option??)
         compopt +o default
         ;;
     *)
         [[ $current != -* ]] || _vortan_transfer_offer '
-            -h --help -X --method -H --header -d --data -o --output -O --remote-name -i --include
-            --segmented --plain --random-delay --fixed-delay --no-fail --handler --json --trace --trace-plot -q --quiet
-            -v --verbose --version --resource --query --http-version --self-signed --timeout
-            --verbose-wrapper --option20 --option21 --option27 --option30 --option31 --option32
+            -h --help --version -X --method -I --head -H --header -A --user-agent -d --data -T
+            --upload-file --input-file --parallel-max --random-delay --fixed-delay --handler -o
+            --output -O --remote-name --output-dir -c --continue --if-changed -i --include --no-fail
+            --segmented --plain --connect-timeout --max-time --silence --retry --retry-delay
+            --max-redirs --max-filesize --cacert --capath -k --insecure --cert --key -u --user
+            --sha256 --sha256-file --json --trace --trace-plot -q -s --quiet --silent -v --verbose
+            --resource --query --http-version --self-signed --timeout --verbose-wrapper --option20
+            --option21 --option27 --option30 --option31 --option32
             ' "$current"
         ;;
     esac
