@@ -268,7 +268,8 @@ class Messages(ClientTest):
         self.assert_failed(
             self.run_client("-X", self.NAME, "a"),
             WRONG_ARGUMENTS,
-            "--method: '%s' is none of GET, HEAD, POST, PUT (--help tells more)" % self.ESCAPED,
+            "--method: must be one of GET, HEAD, POST, PUT, not '%s' (--help tells more)"
+            % self.ESCAPED,
         )
 
     def test_the_summary_has_nothing_that_would_steer_a_terminal(self):

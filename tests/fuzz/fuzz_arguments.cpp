@@ -1,7 +1,11 @@
 // Any command line for the client program: it is refused in one line, or makes sense.
 
+#include <HttpSession.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -57,8 +61,6 @@ void CheckRequest(const Configuration& request)
                 Sends(request.method),
             "the method is a known one");
     Require(Sends(request.method) || request.requestBody.empty(), "data is only sent where it can");
-    Require(request.method != HttpMethod::EhttpPost || !request.requestBody.empty(),
-            "the agent accepts a POST");
     for (const auto& [name, value] : request.headers) {
         const std::string line = name + value;
         Require(!name.empty() && std::none_of(line.begin(), line.end(),
@@ -90,11 +92,54 @@ void CheckFileName(const Source& source)
     }
 }
 
+// The kit refuses a URL with credentials in it, because an agent writes it to its log.
+void CheckCredentials(const Source& source)
+{
+    if (!source.handler->IsSession()) {
+        Require(!source.credentials, "only the session gets credentials apart from the URL");
+        return;
+    }
+    const std::size_t begin = source.url.find_first_not_of('/', source.url.find(':') + 1);
+    Require(begin != std::string::npos, "a URL has a host");
+    const std::string authority =
+        source.url.substr(begin, source.url.find_first_of("/?#", begin) - begin);
+    Require(authority.find('@') == std::string::npos, "a URL has no credentials in it");
+    Require(!source.credentials || source.credentials->user.find(':') == std::string::npos,
+            "a user's name has no colon");
+}
+
+// What only makes sense for a GET into a file.
+void CheckDownload(const Arguments& arguments)
+{
+    const bool isDownload = arguments.continues || arguments.ifChanged;
+    for (const Job& job : arguments.jobs) {
+        if (isDownload || !job.sha256.empty()) {
+            Require(job.source.handler->IsSession() && !Output::IsStandardOutput(job.target),
+                    "the session writes such a file");
+            Require(arguments.request.method == HttpMethod::EhttpGet &&
+                        arguments.request.failOnError && !arguments.includeHeader,
+                    "such a file is the body of a success");
+        }
+    }
+}
+
+// The kit takes every policy that the command line can ask for. Certificates are read only then.
+void CheckPolicy(const Arguments& arguments)
+{
+    try {
+        const VORTAN_MW::KIT::HttpSession session(arguments.policy);
+    } catch (const std::invalid_argument&) {
+        Require(false, "the kit takes the policy");
+    } catch (const std::runtime_error&) {
+        // what was named as a certificate is none
+    }
+}
+
 void CheckJobs(const Arguments& arguments)
 {
     Require(!arguments.jobs.empty(), "there is something to do");
     std::set<std::string> targets;
-    for (const auto& [source, target] : arguments.jobs) {
+    for (const auto& [source, target, sha256] : arguments.jobs) {
         Require(!source.text.empty() && !source.url.empty() && source.handler,
                 "a source has a handler and a URL or a path");
         Require(source.handler->speaksHttp || arguments.request.method == HttpMethod::EhttpGet,
@@ -102,8 +147,9 @@ void CheckJobs(const Arguments& arguments)
         Require(!target.empty() && targets.insert(target).second,
                 "each output has a name to itself");
         CheckFileName(source);
-        Require(arguments.jobs.size() == 1 || target == FileNameFor(source) || target == "./-",
-                "several files are named after their sources");
+        Require(sha256.empty() || (sha256.size() == 64 && source.handler->IsSession()),
+                "a hash is whole, and somebody checks it");
+        CheckCredentials(source);
     }
     Require(!arguments.request.halvordConfig ||
                 (arguments.jobs.size() == 1 && arguments.jobs[0].source.handler->name == "vendor"),
@@ -114,6 +160,17 @@ void Check(const Arguments& arguments)
 {
     CheckRequest(arguments.request);
     CheckJobs(arguments);
+    CheckDownload(arguments);
+    CheckPolicy(arguments);
+    Require(arguments.request.method != HttpMethod::EhttpPost || arguments.upload ||
+                !arguments.request.requestBody.empty(),
+            "the agent accepts a POST");
+    Require(
+        !arguments.upload || (Sends(arguments.request.method) &&
+                              arguments.request.requestBody.empty() && arguments.jobs.size() == 1),
+        "an upload is all that is sent, and to one URL");
+    Require(arguments.parallel >= 1 && arguments.parallel <= 4,
+            "the library transfers so many sources at a time");
     Require(
         !arguments.segmented || (!arguments.request.randomDelay && !arguments.request.fixedDelay),
         "a delay implies a plain transfer");
@@ -130,6 +187,9 @@ void Check(const Information& text)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
+    // A list of sources may be read from standard input, which is always empty.
+    static const bool isEmpty = std::freopen("/dev/null", "r", stdin) != nullptr;
+    Require(isEmpty, "standard input can be replaced");
     const std::vector<std::string> arguments = MakeArguments(Input(data, size).Rest());
     std::vector<const char*> pointers;
     pointers.reserve(arguments.size() + 1);

@@ -10,6 +10,7 @@
 #include "base/Password.h"
 #include "base/Text.h"
 #include "base/UsageError.h"
+#include "base/Version.h"
 #include "options/DownloadOptions.h"
 #include "options/Help.h"
 #include "options/InputFile.h"
@@ -52,7 +53,7 @@ public:
     Options()
     {
         m_App.name("vortan-transfer");
-        m_App.set_version_flag("--version", "vortan-transfer " VORTAN_TRANSFER_VERSION);
+        m_App.set_version_flag("--version", "");
         sources->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
         // Redirects are always followed; accepted for those who are used to it from curl.
         AddFlag(m_App, "-L,--location")->group("");
@@ -239,8 +240,8 @@ std::variant<Arguments, Information> ParseArguments(int argc, const char* const*
         options.Parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         return HelpText;
-    } catch (const CLI::CallForVersion& version) {
-        return version.what() + std::string("\n");
+    } catch (const CLI::CallForVersion&) {
+        return VersionLine() + (IsSet(options.verbose) ? VersionDetails() : "");
     } catch (const CLI::ParseError& error) {
         throw UsageError(Printable(error.what()));
     }

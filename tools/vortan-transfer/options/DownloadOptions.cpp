@@ -91,6 +91,12 @@ void DownloadOptions::m_RefuseContradictions(const Arguments& arguments,
         if (arguments.request.method != HttpMethod::EhttpGet) {
             throw UsageError(option->get_name() + ": only with the method GET");
         }
+        for (const auto& header : arguments.request.headers) {
+            const std::string name = LowerCase(header.first);
+            if (name == "range" || name == "if-range") {
+                throw UsageError(option->get_name() + ": cannot be combined with a header Range");
+            }
+        }
         for (const Job& job : arguments.jobs) {
             CheckJob(job, option->get_name());
         }
