@@ -26,15 +26,17 @@ using Configuration = VORTAN_MW::ITransferHandler::Configuration;
 using HttpMethod = Configuration::HttpMethod;
 
 // An input holds the arguments as the kernel does, with a zero between each two. What follows an @
-// could name any file, which would be read: it names the one that is always empty.
+// could name any file, which would be read, unless it is in a URL: it names the one that is always
+// empty.
 std::vector<std::string> MakeArguments(std::string_view bytes)
 {
     std::vector<std::string> arguments{"vortan-transfer"};
     for (;;) {
         const std::string_view argument = bytes.substr(0, bytes.find('\0'));
         const std::size_t at = argument.find('@');
-        arguments.emplace_back(argument.substr(0, at));
-        if (at != std::string_view::npos) {
+        const bool isUrl = argument.substr(0, at).find("://") != std::string_view::npos;
+        arguments.emplace_back(isUrl ? argument : argument.substr(0, at));
+        if (!isUrl && at != std::string_view::npos) {
             arguments.back() += "@/dev/null";
         }
         if (argument.size() == bytes.size()) {
