@@ -50,19 +50,27 @@ title "1. A file, by its path"
 transfer -o by-path "$work/source"
 agree source by-path
 
-title "2. A body over HTTP, collected and handed over whole"
-transfer --plain -o plain "$url/source"
+title "2. A body over HTTP, collected by the libcurl handler and handed over whole"
+transfer --handler curl --plain -o plain "$url/source"
 agree source plain
 
 title "3. The same, handed over as it arrives"
-transfer --segmented -o segmented "$url/source"
+transfer --handler curl -o segmented "$url/source"
 agree source segmented
 
-title "4. An upload"
-transfer -X PUT -d @source -o answer "$url/uploaded"
+title "4. An upload, by the maker's handler"
+transfer --handler vendor -X PUT -d @source -o answer "$url/uploaded"
 agree source uploaded
 
-title "5. A download without an end, cancelled with Ctrl-C"
+title "5. A download whose connection breaks twice, by the transfer kit"
+transfer --retry-delay 0.1 --sha256 "$(checksum "$work/source")" -o whole "$url/cut/source"
+for _ in 1 2 3; do
+    read -r -t 60 -u "$from_server" _ first last || wrong "the download was not resumed"
+    echo "   the server sent bytes $first to $last and hung up"
+done
+agree source whole
+
+title "6. A download without an end, cancelled with Ctrl-C"
 mkdir "$work/cancelled"
 echo "   vortan-transfer -o cancelled/endless $url/endless"
 # A shell has its background jobs ignore Ctrl-C.
@@ -77,4 +85,4 @@ wait "$client" || status=$?
 echo "   exit status 130, and no half of a file left behind"
 
 echo
-echo "All five did what they should."
+echo "All six did what they should."
