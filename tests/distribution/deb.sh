@@ -60,10 +60,10 @@ before=$(installed_files)
 ours=(libvortantransferagent0 libvortantransferkit0 libvortantransferagent-dev vortan-transfer)
 [[ ! -e $(echo "$packages"/vortan-standins_*) ]] || ours+=(vortan-standins)
 
-try_to_install libvortantransferagent0 vortan-transfer &&
+try_to_install libvortantransferagent0 libvortantransferkit0 vortan-transfer &&
     wrong "the library is configured without a log and a curl wrapper"
 grep -q 'depends on .*vortan-device-libraries' "$work/log" || wrong "$(<"$work/log")"
-for name in libvortantransferagent0 vortan-transfer; do
+for name in libvortantransferagent0 libvortantransferkit0 vortan-transfer; do
     # shellcheck disable=SC2016  # it is dpkg-query that fills it in
     [[ $(dpkg-query --admindir="$admin" --show --showformat='${db:Status-Status}' \
         "$name:$architecture") == unpacked ]] || wrong "$name is not merely unpacked"
@@ -71,7 +71,6 @@ done
 step "Without the stand-ins or a device's libraries, the library and the program are not configured"
 install_device_package
 manage --configure --pending || wrong "not configured on a device: $(<"$work/log")"
-install_packages libvortantransferkit0
 check_program_on_device "$libraries"
 
 if [[ " ${ours[*]} " == *" vortan-standins "* ]]; then

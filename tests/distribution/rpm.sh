@@ -79,7 +79,7 @@ provided_by_the_system | install_record system
 ours=(libvortantransferagent0 libvortantransferkit0 libvortantransferagent-devel vortan-transfer)
 [[ ! -e $(echo "$packages"/vortan-standins-*.rpm) ]] || ours+=(vortan-standins)
 
-try_to_install libvortantransferagent0 vortan-transfer &&
+try_to_install libvortantransferagent0 libvortantransferkit0 vortan-transfer &&
     wrong "the library is installed without a log and a curl wrapper"
 for soname in libdlog.so.0 libQXCurl.so.0; do
     grep -qF "$soname" "$work/log" || wrong "$soname is not named: $(<"$work/log")"
