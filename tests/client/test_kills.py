@@ -10,6 +10,7 @@ from client_support import (
     SANITIZED,
     TIMEOUT,
     gave_up,
+    give_next_wait_its_whole_time,
     main,
     make_bytes,
 )
@@ -46,6 +47,7 @@ class Kills(ClientTest):
             self.killed.wait(TIMEOUT)
 
     def kill_one(self, *arguments):
+        give_next_wait_its_whole_time()
         self.kill_at = self.random.randrange(LENGTH)
         self.reached.clear()
         self.killed.clear()
