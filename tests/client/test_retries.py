@@ -70,6 +70,24 @@ class Retries(ClientTest):
         self.assertEqual(result.status, NETWORK_FAILED, result.errors)
         self.assertEqual(self.server.requests.qsize(), 4)
 
+    def test_send_a_file_again_from_its_first_byte(self):
+        bodies = []
+
+        def answer(request):
+            bodies.append(request.body)
+            if len(bodies) == 1:
+                request.reset()
+            else:
+                request.reply(b"done", status=201)
+
+        self.server.answers["/a"] = answer
+        self.write("source", BODY)
+        arguments = ("-q", "--retry-delay", "0.01", "-T", "source")
+        result = self.run_client(*arguments, self.server.url("/a"))
+        self.assert_succeeded(result)
+        self.assertEqual(result.output, b"done")
+        self.assertTrue(bodies == [BODY, BODY], list(map(len, bodies)))
+
 
 if __name__ == "__main__":
     main()
