@@ -58,6 +58,14 @@ class Resuming(ClientTest):
         self.assert_continued_exactly(content)
         self.assertGreater(len(content.firsts), 10, self.told)
 
+    def test_repeats_no_byte_on_standard_output(self):
+        body = make_bytes(LENGTH)
+        content = Content(body, cut=random_cuts(self.seed, LONGEST_PIECE))
+        result = self.run_client("-q", *PATIENT, self.offer(content))
+        self.assertEqual((result.status, result.errors), (SUCCEEDED, ""), self.told)
+        self.assertTrue(result.output == body, "the content differs, " + self.told)
+        self.assert_continued_exactly(content)
+
     def test_with_a_part_of_an_earlier_run(self):
         body = make_bytes(LENGTH)
         half = LENGTH // 2
