@@ -328,15 +328,9 @@ class CommandLine(ClientTest):
         self.write("example.org", BODY)
         self.assertEqual(self.run_client("example.org").output, BODY)
 
-    def test_an_option_for_redirects_is_refused_with_what_to_type(self):
-        url = self.serve("/a")
-        for option in ("-L", "--location", "-iL"):
-            self.assert_failed(
-                self.run_client(option, url),
-                WRONG_ARGUMENTS,
-                "-L: redirects are always followed, leave it out " "(--help tells more)",
-            )
-        self.assertTrue(self.server.requests.empty())
+    def test_an_option_for_redirects_changes_nothing(self):
+        url = self.serve("/a", b"contents")
+        self.assertEqual(self.run_client("-L", url).output, b"contents")
 
     def test_wrong_arguments_are_one_line_and_touch_nothing(self):
         self.write("out", b"before")

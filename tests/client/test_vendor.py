@@ -66,7 +66,7 @@ class Vendor(ClientTest):
         self.assert_failed(
             self.run_vendor("--resource", "/r", "--query", "a"),
             WRONG_ARGUMENTS,
-            "--query: 'a' is no KEY=VALUE (--help tells more)",
+            "--query: must be KEY=VALUE, not 'a' (--help tells more)",
         )
 
     def test_its_options_are_refused_for_another_handler(self):
