@@ -1,7 +1,7 @@
 #pragma once
 
-// What nearly all tests include. Each source includes what it needs nevertheless: clang-tidy reads it
-// without this header.
+// What nearly all tests include. Each source includes what it needs nevertheless: clang-tidy reads
+// it without this header.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
