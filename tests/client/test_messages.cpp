@@ -161,14 +161,25 @@ TEST(FailureCause, IsTheKitsSentenceWithoutTheHost)
     EXPECT_EQ(FailureWith(Category::OutOfMemory, "").cause, "");
 }
 
-TEST(FailureCause, SaysWhatToTryWhereAServerIsNotTrusted)
+TEST(FailureCause, SaysWhatToTryWhereTlsFails)
 {
-    for (const Category category : {Category::TlsNotTrusted, Category::TlsFailed}) {
-        const Failure failure = FailureWith(category, "No (host localhost).");
-        EXPECT_EQ(failure.cause,
-                  "no; try --cacert with the server's authority, and check this machine's clock");
-        EXPECT_EQ(failure.status, TlsFailed);
-    }
+    const std::string sentence = "No (host localhost).";
+    const Failure untrusted = FailureWith(Category::TlsNotTrusted, sentence);
+    EXPECT_EQ(untrusted.cause,
+              "no; try --cacert with the server's authority, and check this machine's clock");
+    EXPECT_EQ(untrusted.status, TlsFailed);
+    const Failure failed = FailureWith(Category::TlsFailed, sentence);
+    EXPECT_EQ(failed.cause,
+              "no; check the port, and give --cert if the server wants a certificate");
+    EXPECT_EQ(failed.status, TlsFailed);
+}
+
+TEST(FailureCause, NamesTheOptionsOfALimit)
+{
+    EXPECT_EQ(FailureWith(Category::TimedOut, "The transfer took longer.").cause,
+              "it took longer than --connect-timeout, --silence or --max-time allow");
+    EXPECT_EQ(FailureWith(Category::TooLarge, "The response is larger.").cause,
+              "the response is longer than allowed (--max-filesize for its body)");
 }
 
 TEST(FailureCause, NamesTheFileThatCannotBeWritten)

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -18,6 +19,7 @@ namespace {
 using PrintFunction = int (*)(int, int, const char*, const char*, ...);
 
 constexpr int ErrorPriority = 6;
+constexpr const char* KitTag = "VORTANKIT";
 
 std::atomic<bool> s_Through = false;
 std::atomic<bool> s_KeepsColours = false;
@@ -92,7 +94,8 @@ int Take(int buffer, int priority, const char* tag, const std::string& original)
 {
     const std::string line = WithShownUrls(original);
     const std::string plain = WithoutColours(line);
-    if (priority >= ErrorPriority) {
+    // The kit's own lines say less than its outcomes.
+    if (priority >= ErrorPriority && std::strcmp(tag, KitTag) != 0) {
         s_LastError = plain.substr(BeginOfMessage(plain));
     }
     return s_Through && PlatformLog()

@@ -100,9 +100,14 @@ std::string CauseOf(const std::string& target, const FailedTransfer& failed)
         case Category::HttpStatus:
             return "HTTP status " + std::to_string(failed.httpStatus);
         case Category::TlsNotTrusted:
-        case Category::TlsFailed:
             return cause +
                    "; try --cacert with the server's authority, and check this machine's clock";
+        case Category::TlsFailed:
+            return cause + "; check the port, and give --cert if the server wants a certificate";
+        case Category::TimedOut:
+            return "it took longer than --connect-timeout, --silence or --max-time allow";
+        case Category::TooLarge:
+            return "the response is longer than allowed (--max-filesize for its body)";
         case Category::FileFailed:
             return "cannot write " + Quoted(target) + ": " + DetailIn(cause);
         case Category::Busy:
