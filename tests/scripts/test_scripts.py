@@ -21,6 +21,7 @@ WRONG_ARGUMENTS = {
     "scripts/armhf_sysroot.sh": ("armhf_sysroot.sh FOLDER",),
     "scripts/clang_tidy.sh nonsense.cpp": ("not configured",),
     "scripts/demonstrate.sh nonsense": ("demonstrate.sh PROGRAM",),
+    "scripts/measure_client.sh nonsense": ("takes no arguments",),
     "scripts/measure_costs.sh nonsense": ("takes no arguments", "nonsense"),
     "scripts/measure_footprint.sh nonsense": ("nothing called nonsense",),
     "scripts/measure_kit.sh nonsense": ("takes no arguments",),
