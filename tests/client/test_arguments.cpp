@@ -723,10 +723,9 @@ TEST(SessionOptions, PasswordsAreOverwrittenInTheArguments)
 {
     const auto hidden = [](std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), "vortan-transfer");
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) {
-            pointers.push_back(argument.data());
-        }
+        std::vector<char*> pointers(arguments.size());
+        std::transform(arguments.begin(), arguments.end(), pointers.begin(),
+                       [](std::string& argument) { return argument.data(); });
         const int count = static_cast<int>(pointers.size());
         HidePasswords(std::get<Arguments>(ParseArguments(count, pointers.data())), count,
                       pointers.data());
@@ -768,9 +767,14 @@ TEST(DownloadOptions, NeedARegularFile)
             return RefusalOf(arguments);
         };
         const std::string name = option[0];
-        const std::string end = " is not a regular file, name one with --output or --remote-name";
-        EXPECT_EQ(refusalOf({Url}), name + ": standard output" + end);
-        EXPECT_EQ(refusalOf({Url, "-o", "/dev/null"}), name + ": '/dev/null'" + end);
+        EXPECT_EQ(refusalOf({Url}),
+                  name +
+                      ": standard output is not a regular file, name one with --output or "
+                      "--remote-name");
+        EXPECT_EQ(refusalOf({Url, "-o", "/dev/null"}),
+                  name +
+                      ": '/dev/null' is not a regular file, name one with --output or "
+                      "--remote-name");
         EXPECT_EQ(refusalOf({"/a", "-o", "a"}),
                   name + ": only for http: and https: sources, not for '/a'");
         EXPECT_EQ(refusalOf({"-i", "-O", Url}), name + ": cannot be combined with --include");
@@ -823,7 +827,7 @@ TEST(DownloadOptions, AListOfHashesThatIsNoneIsRefusedWithTheLine)
 {
     for (const std::string& wrong :
          {Hash, Hash + " a", Hash + "  ", Hash.substr(1) + "  a", Hash + "   "}) {
-        const File list(Hash + "  a\n" + wrong + "\n");
+        const File list(std::string(Hash).append("  a\n").append(wrong).append("\n"));
         const std::string refusal = RefusalOf({"--sha256-file", list.Name(), "-O", Url});
         if (wrong != Hash + "   ") {  // a name may be a space
             EXPECT_EQ(refusal,

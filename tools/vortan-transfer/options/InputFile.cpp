@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* StandardInput = "-";
 // A list may be a device without an end by mistake.
-constexpr std::size_t LongestList = 16 * 1024 * 1024;
+constexpr std::size_t LongestList = 16UL * 1024 * 1024;
 
 // Reads until the end, or until there are more bytes than the bound.
 std::string ReadToEnd(int descriptor, std::size_t bound)

@@ -95,7 +95,7 @@ std::string DetailIn(const std::string& cause)
 
 std::string CauseOf(const std::string& target, const FailedTransfer& failed)
 {
-    const std::string cause = Shortened(failed.sentence);
+    std::string cause = Shortened(failed.sentence);
     switch (failed.category) {
         case Category::HttpStatus:
             return "HTTP status " + std::to_string(failed.httpStatus);
