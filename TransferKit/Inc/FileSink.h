@@ -44,6 +44,11 @@ public:
     /// the part is locked as well, and then replaced when the first response arrives. Call it
     /// before AttachTo; throws std::invalid_argument after it.
     FileSink& SetContinuation(bool allowed);
+    /// Whether a response must tell where its body ends. Default: true, unless a hash is given: one
+    /// that ends by closing the connection fails as InvalidResponse, because a broken connection
+    /// looks the same. With false it makes a file. Call it before AttachTo; throws
+    /// std::invalid_argument after it.
+    FileSink& SetLengthRequired(bool required);
 
     /// Has the request's body written to the file, and to nothing else: a dataCallback gets no
     /// byte. Call it once, when the request has its factory, which is wrapped if no HttpSession has

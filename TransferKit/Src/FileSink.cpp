@@ -43,6 +43,13 @@ std::optional<Digest> CheckedDigest(const std::string& text)
 
 struct FileSink::Data
 {
+    void RequireUnattached() const
+    {
+        if (isAttached) {
+            throw std::invalid_argument("The file sink is attached to a request already.");
+        }
+    }
+
     std::shared_ptr<FileTarget> target;
     bool isAttached = false;
 };
@@ -58,18 +65,21 @@ FileSink::~FileSink() = default;
 
 FileSink& FileSink::SetContinuation(bool allowed)
 {
-    if (m_Data->isAttached) {
-        throw std::invalid_argument("The file sink is attached to a request already.");
-    }
+    m_Data->RequireUnattached();
     m_Data->target->mayContinue = allowed;
+    return *this;
+}
+
+FileSink& FileSink::SetLengthRequired(bool required)
+{
+    m_Data->RequireUnattached();
+    m_Data->target->needsLength = required;
     return *this;
 }
 
 void FileSink::AttachTo(ITransferAgentManager::TransferConfiguration& request)
 {
-    if (m_Data->isAttached) {
-        throw std::invalid_argument("The file sink is attached to a request already.");
-    }
+    m_Data->RequireUnattached();
     if (!request.handlerFactory) {
         throw std::invalid_argument("The request has no factory that the file sink could use.");
     }

@@ -30,6 +30,7 @@ struct FileTarget
     const std::string recordPath;
     std::optional<Digest> sha256;  // of the whole file
     bool mayContinue = true;       // with what an earlier transfer has left
+    bool needsLength = true;       // unless there is a hash
 };
 
 // NAME.part, which takes the name when it is whole, and NAME.part.meta, which says how a later run

@@ -37,7 +37,7 @@ bool Transfer::m_BeginFile(const HeaderCollector& header, std::optional<std::uin
         return m_Fail(Category::HttpStatus);
     }
     const bool hasEnd = length || header.Count("Transfer-Encoding") > 0 || header.Status() == 204;
-    if (!hasEnd && !m_Files.target->sha256) {
+    if (!hasEnd && m_Files.target->needsLength && !m_Files.target->sha256) {
         return m_Fail(Category::InvalidResponse,
                       "without a length or a hash nobody knows whether the body is whole");
     }

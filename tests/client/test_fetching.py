@@ -1,6 +1,7 @@
 """Files and HTTP responses reach the place that the user asked for."""
 
 import gzip
+import hashlib
 import os
 import resource
 import signal
@@ -14,11 +15,13 @@ from client_support import (
     CANNOT_WRITE,
     ClientTest,
     EMULATED,
+    Gate,
     NETWORK_FAILED,
     PROGRAM,
     PROTOCOL_VIOLATED,
     SANITIZED,
     STATUS_IS_ERROR,
+    SUCCEEDED,
     TRANSFER_FAILED,
     WRONG_ARGUMENTS,
     environment,
@@ -431,6 +434,29 @@ class Memory(ClientTest):
     def test_memory_does_not_grow_with_a_segmented_transfer(self):
         self.assertLess(self.peak("--segmented"), self.SIZE // 2)
         self.assertGreater(self.peak("--plain"), self.SIZE)
+
+
+class WithoutLength(ClientTest):
+    def setUp(self):
+        super().setUp()
+        self.server.answers["/a"] = Gate(BODY, len(BODY), [])
+        self.server.answers["/a"].open()
+        self.url = self.server.url("/a")
+
+    def test_a_file_is_made_with_a_note(self):
+        result = self.run_client(self.url, "-o", "out")
+        self.assertEqual(result.status, SUCCEEDED)
+        self.assertEqual(self.read("out"), BODY)
+        self.assertEqual(
+            result.errors,
+            "vortan-transfer: %s: the server told no length, so nobody knows whether the file is "
+            "whole\n" % self.url,
+        )
+
+    def test_a_hash_makes_the_note_needless(self):
+        hash_of_body = hashlib.sha256(BODY).hexdigest()
+        self.assert_succeeded(self.run_client(self.url, "-o", "out", "--sha256", hash_of_body))
+        self.assertEqual(self.read("out"), BODY)
 
 
 if __name__ == "__main__":

@@ -372,6 +372,19 @@ TEST_F(KitFile, OfADamagedPartHasAWrongHash)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+TEST_F(KitFile, TakesABodyWithoutALengthWhereItMay)
+{
+    ScriptedServer server({{"HTTP/1.1 200 OK\r\n\r\n0123", Then::Close}});
+    Job job;
+    static_cast<Configuration&>(job) = Request(server.Url());
+    job.handlerFactory = session.MakeFactory();
+    KIT::FileSink sink(path);
+    sink.SetLengthRequired(false).AttachTo(job);
+    EXPECT_TRUE(job.handlerFactory->Create()->GetTransfer(job, nullptr, nullptr, nullptr).success);
+    ExpectOnly("0123");
+    EXPECT_THROW(sink.SetLengthRequired(true), std::invalid_argument);
+}
+
 TEST_F(KitFile, NeedsALengthOrAHash)
 {
     ScriptedServer server({{"HTTP/1.1 200 OK\r\n\r\n0123", Then::Close}});

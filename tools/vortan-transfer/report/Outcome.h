@@ -19,6 +19,7 @@ struct Outcome
     ExitStatus status = AllSucceeded;
     VORTAN_MW::KIT::Category category = VORTAN_MW::KIT::Category::Success;
     std::string cause;                 // if it did not succeed
+    std::string note;                  // what to know of a success
     std::optional<long> httpStatus;    // if there was an answer that has one
     std::uint64_t received = 0;        // bytes of the body
     std::uint64_t sent = 0;            // bytes of the request's body

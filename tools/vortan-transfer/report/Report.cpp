@@ -29,6 +29,9 @@ void Report::Add(std::size_t job, const Outcome& outcome)
     if (outcome.IsNotModified() && m_Arguments.jobs.size() == 1 && !m_Arguments.quiet) {
         m_Console.Line(name + ": " + ResultName(outcome));
     }
+    if (!outcome.note.empty() && !m_Arguments.quiet) {
+        m_Console.Line(name + ": " + outcome.note);
+    }
     m_Script([&](Output& objects) { objects.Write(JsonLineOf(job, told, outcome)); });
     m_Status = Combined(m_Status, outcome.status);
     m_Outcomes[job] = outcome;

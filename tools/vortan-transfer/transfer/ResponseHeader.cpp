@@ -36,6 +36,11 @@ std::optional<std::string> ResponseHeader::Field(const std::string& name) const
     return found == m_Fields.end() ? std::nullopt : std::optional(found->second);
 }
 
+bool ResponseHeader::TellsEnd() const
+{
+    return Field("content-length") || Field("transfer-encoding");
+}
+
 std::optional<std::uint64_t> ResponseHeader::BodyLength() const
 {
     const bool isEncoded = LowerCase(Field("content-encoding").value_or("identity")) != "identity";

@@ -23,6 +23,9 @@ public:
     // The value of a field; of several with one name, the last. name is in lower case.
     std::optional<std::string> Field(const std::string& name) const;
 
+    // Whether the end of the body can be told from a connection that broke.
+    bool TellsEnd() const;
+
     // How many bytes the body will have. Nothing if the server does not say, or says it of the
     // body's encoded form.
     std::optional<std::uint64_t> BodyLength() const;

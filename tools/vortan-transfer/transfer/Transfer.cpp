@@ -16,6 +16,7 @@ using VORTAN_MW::KIT::TransferOutcome;
 
 namespace {
 
+constexpr long HttpOk = 200;
 constexpr long FirstErrorStatus = 400;
 
 // The kit asks for ranges itself, and writes no file of one that the user asks for.
@@ -96,6 +97,12 @@ bool Transfer::OnHandlerEnd(long httpStatus)
 {
     m_HandlerStatus = httpStatus;
     return !m_IsHeaderCut() && !m_Setting.isStopping;
+}
+
+// A connection that breaks ends such a body as well.
+bool Transfer::m_IsEndUnknown() const
+{
+    return m_File && IsSessionsOwn() && Sha256().empty() && !m_Header.TellsEnd();
 }
 
 bool Transfer::m_IsHeaderCut() const
@@ -260,6 +267,9 @@ Outcome Transfer::m_Finish(const FailedTransfer& told)
             m_Stream->Commit();
         } else if (outcome.status == AllSucceeded && KeepsValidator() && !outcome.IsNotModified()) {
             KeepValidator(m_Header, TheSource().url, *m_File);
+        }
+        if (outcome.status == AllSucceeded && told.httpStatus == HttpOk && m_IsEndUnknown()) {
+            outcome.note = "the server told no length, so nobody knows whether the file is whole";
         }
     } catch (const OutputError& error) {
         outcome.status = CannotWrite;

@@ -84,6 +84,7 @@ private:
     void m_TraceFirstHeader();
     void m_Write(const Bytes& bytes);
     bool m_IsHeaderCut() const;
+    bool m_IsEndUnknown() const;
     FailedTransfer m_Describe(const VORTAN_MW::KIT::TransferOutcome& told) const;
     Outcome m_OutcomeOf(const FailedTransfer& told);
     Outcome m_Finish(const FailedTransfer& told);

@@ -85,12 +85,15 @@ void SetFile(Request& request, const TransferPtr& transfer)
 {
     if (transfer->KeepsValidator()) {
         AskIfChanged(request, transfer->TheSource().url, *transfer->File());
+    }
+    if (transfer->IsSessionsOwn()) {
         request.headerCallback = [transfer](const std::unique_ptr<Bytes>& lines, void*) {
             transfer->OnHeader(*lines);
         };
     }
     VORTAN_MW::KIT::FileSink(*transfer->File(), transfer->Sha256())
         .SetContinuation(transfer->Shared().arguments.continues)
+        .SetLengthRequired(false)
         .AttachTo(request);
 }
 
