@@ -93,7 +93,8 @@ function(depend_on_libraries component folder)
         message(FATAL_ERROR "dpkg-shlibdeps is not installed; on Debian it is in the package dpkg-dev.")
     endif()
     # Libraries are found beside ours or, for another machine, in the folder that it was built with.
-    set(folders ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr ${CPACK_TEMPORARY_DIRECTORY}/standins/usr)
+    set(folders ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr ${CPACK_TEMPORARY_DIRECTORY}/kit/usr
+        ${CPACK_TEMPORARY_DIRECTORY}/standins/usr)
     if(CPACK_VORTAN_SYSROOT)
         list(APPEND folders ${CPACK_VORTAN_SYSROOT} ${CPACK_VORTAN_SYSROOT}/usr)
     endif()
