@@ -202,8 +202,11 @@ class Gate:
         request.send_header(200, self._headers)
         request.send(self._body[: self._first])
         self.reached.release()
-        if self._opened.wait(TIMEOUT):
+        if self.wait_for_opening():
             request.send(self._body[self._first :])
+
+    def wait_for_opening(self):
+        return self._opened.wait(TIMEOUT)
 
     def wait_until_reached(self):
         give_next_wait_its_whole_time()

@@ -77,6 +77,35 @@ class Progress(ClientTest):
             see=rb"1\.8 MiB of 2\.4 MiB, 74%.*, 1 of 2 done",
         )
 
+    def test_tells_how_long_the_next_attempt_is_waited_for(self):
+        gate = self.gate
+
+        def busy_once(request):
+            self.server.answers["/a"] = gate
+            request.reply(status=503, headers=[("Retry-After", "2")])
+
+        self.server.answers["/a"] = busy_once
+        gate.open()
+        screen = self.run_on_terminal(self.url, "-o", "out", see=rb"0 B, waiting \d s")
+        self.assertIn(", 2 attempts\r\n", screen)
+
+    def test_tells_how_long_nothing_has_arrived(self):
+        self.run_on_terminal(self.url, "-o", "out", see=rb"602\.8 KiB of .*%, silent for \d+ s")
+
+    def test_tells_what_is_sent(self):
+        self.write("file", BODY)
+
+        def take_all(request):
+            self.assertEqual(request.body, BODY)
+            self.gate.wait_for_opening()
+            request.reply()
+
+        self.server.answers["/a"] = take_all
+        screen = self.run_on_terminal(
+            self.url, "-T", "file", "-o", "out", see=rb"sent 1\.2 MiB of 1\.2 MiB, 100%"
+        )
+        self.assertRegex(screen, r"sent 1\.2 MiB in ")
+
     def test_makes_room_for_what_came_of_it(self):
         screen = self.run_on_terminal(self.url, "-o", "out", see=rb"49%")
         self.assertRegex(screen, r"\r +\r1\.2 MiB in \d+\.\d{3} s, [\d.]+ [KM]iB/s\r\n$")
