@@ -48,7 +48,7 @@ done < <(find "$build"/{TransferAgent,TransferKit,platform,tools} -name '*.o')
 
 # The agent has one large frame, of the generator of random numbers. Each of its pages is touched.
 agent=$(find "$prefix" -name 'libvortantransferagent.so.*.*')
-touch_of_page='(or|mov)[lq] +[$]0x0,[(]%[er]sp[)]'
+touch_of_page='(or|mov)[lq][[:space:]]+[$]0(x0)?, ?[(]%[er]sp[)]'  # as GNU and LLVM write it
 if is_x86 "$agent" && [[ ! $("$objdump" --disassemble --no-show-raw-insn "$agent") =~ $touch_of_page ]]; then
     echo "The agent touches no page of a large frame."
     wrong=1
