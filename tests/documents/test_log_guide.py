@@ -19,7 +19,8 @@ CALL = re.compile(r"\b(?:(KIT)_LOG\(\s*(\w+),|LOG_(INFO|WARN|ERROR)(_AS)?\()")
 # Past the macros, where it is more than a debug line.
 OTHER_CALL = re.compile(r"\b(?:VORTAN_LOG\w*\(|__dlog_print\((?![^;]*LogPriorityDebug))")
 LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
-ROW = re.compile(r"^\| (info|warning|error) \| `([^`]+)` \|", re.M)
+# Two backquotes, where Doxygen would take an apostrophe for the end.
+ROW = re.compile(r"^\| (info|warning|error) \| `+([^`]+)`+ \|", re.M)
 SOURCE = re.compile(r"\]\(\.\./(\S+\.(?:h|cpp))\)")
 SENTENCE = re.compile(r"^\| `([^`]+)` \|", re.M)
 LEVELS = {"debug": "debug", "info": "info", "warn": "warning", "error": "error"}
