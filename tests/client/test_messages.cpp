@@ -23,11 +23,11 @@ Failure FailureWith(Category category, const std::string& sentence, long status 
 }
 
 // Of a handler of the library's.
-Failure FailureOfHandler(const std::string& source, const std::string& libraryError)
+Failure FailureOfHandler(const std::string& source, const std::string& loggedError)
 {
     return FailureOf(
         MakeSource(source, nullptr), "out",
-        {Category::HandlerFailed, 0, "The request's handler failed.", "", libraryError});
+        {Category::HandlerFailed, 0, "The request's handler failed.", "", loggedError});
 }
 
 }  // namespace

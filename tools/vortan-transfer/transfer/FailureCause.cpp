@@ -22,19 +22,19 @@ namespace {
 
 // The words of libcurl or of the wrapper, out of the line that the handler logs about it; or else
 // the whole line.
-std::string_view ReasonIn(std::string_view libraryError)
+std::string_view ReasonIn(std::string_view loggedError)
 {
     constexpr std::string_view beforeWrappers = "Failed to send using QXCurl ";
-    if (libraryError.substr(0, beforeWrappers.size()) == beforeWrappers) {
-        return libraryError.substr(beforeWrappers.size());
+    if (loggedError.substr(0, beforeWrappers.size()) == beforeWrappers) {
+        return loggedError.substr(beforeWrappers.size());
     }
     constexpr std::string_view before = "curl_easy_perform() failed: '";
     constexpr std::string_view after = "', http-code: ";
-    if (libraryError.substr(0, before.size()) != before) {
-        return libraryError;
+    if (loggedError.substr(0, before.size()) != before) {
+        return loggedError;
     }
-    libraryError.remove_prefix(before.size());
-    return libraryError.substr(0, libraryError.find(after));
+    loggedError.remove_prefix(before.size());
+    return loggedError.substr(0, loggedError.find(after));
 }
 
 // Whether a file that could not be read makes its readers wait where others end, as /proc/kmsg
@@ -113,8 +113,8 @@ std::string CauseOf(const std::string& target, const FailedTransfer& failed)
         case Category::Busy:
             return "cannot write " + Quoted(target) + ": " + cause;
         case Category::HandlerFailed:
-            return failed.libraryError.empty() ? "the handler failed; -v shows the library's log"
-                                               : Printable(ReasonIn(failed.libraryError));
+            return failed.loggedError.empty() ? "the handler failed; -v shows the library's log"
+                                              : Printable(ReasonIn(failed.loggedError));
         default:
             return cause;
     }

@@ -16,7 +16,7 @@ struct FailedTransfer
     long httpStatus;           // 0: there was none
     std::string sentence;      // the kit's
     std::string redirectedTo;  // the target of the last redirect; empty: there was none
-    std::string libraryError;  // what a handler of the library logged last
+    std::string loggedError;   // what a handler of the library logged last
 };
 
 struct Failure
